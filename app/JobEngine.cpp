@@ -1,0 +1,135 @@
+#include "app/JobEngine.h"
+
+#include "app/TaggedAlloc.h"
+
+#include <pthread.h>
+
+JobEngine& JobEngine::instance()
+{
+    static JobEngine engine;
+    return engine;
+}
+
+JobEngine::~JobEngine()
+{
+    if (m_thread.joinable() && !m_closed) {
+        if (m_table.empty())
+            m_table.push_back({nullptr, "stop"});
+        stopAndWait([] {});
+    }
+    join();
+}
+
+void JobEngine::join()
+{
+    if (m_thread.joinable() && std::this_thread::get_id() != m_thread.get_id())
+        m_thread.join();
+}
+
+void JobEngine::setJobTable(const JobTypeEntry* table, std::size_t count)
+{
+    std::lock_guard lock(m_mutex);
+    startWorker();
+    m_table.assign(table, table + count);
+}
+
+std::size_t JobEngine::tableCount() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_table.size();
+}
+
+const char* JobEngine::description(std::uint32_t type) const
+{
+    std::lock_guard lock(m_mutex);
+    return type < m_table.size() ? m_table[type].description : "";
+}
+
+void JobEngine::startWorker()
+{
+    if (m_thread.joinable() || m_closed)
+        return;
+    m_thread = std::thread([this] { run(); });
+    m_workerId = m_thread.get_id();
+}
+
+int JobEngine::post(Job* job)
+{
+    if (m_closed)
+        return -1;
+    {
+        std::unique_lock lock(m_mutex);
+        if (m_closed)
+            return -1;
+        startWorker();
+        // Holding the lock while waiting keeps later posters behind this one,
+        // so posting order is the running order even on a full ring.
+        Slot& slot = m_slots[m_write];
+        m_slotFreed.wait(lock, [&] { return slot.inUse.load() == 0 || m_closed.load(); });
+        if (m_closed)
+            return -1;
+        slot.job.store(job);
+        slot.inUse.store(1);
+        m_write = (m_write + 1) % kSlots;
+    }
+    m_wake.set();
+    return 0;
+}
+
+void JobEngine::run()
+{
+    pthread_setname_np(pthread_self(), "WORKER");
+    std::size_t read = 0;
+    for (;;) {
+        Slot& slot = m_slots[read];
+        if (slot.inUse.load() == 0) {
+            m_wake.wait();
+            continue;
+        }
+        Job* job = slot.job.load();
+        std::uint32_t count;
+        JobHandler handler = nullptr;
+        {
+            std::lock_guard lock(m_mutex);
+            count = static_cast<std::uint32_t>(m_table.size());
+            if (job->type < count)
+                handler = m_table[job->type].handler;
+        }
+        if (job->type < count && job->type == count - 1) {
+            // Stop job: close the queue, drop what is still queued, signal.
+            {
+                std::lock_guard lock(m_mutex);
+                m_closed = true;
+                m_write = 0;
+                for (Slot& s : m_slots) {
+                    s.inUse = 0;
+                    s.job = nullptr;
+                }
+            }
+            m_slotFreed.notify_all();
+            if (job->owner)
+                static_cast<Event*>(job->owner)->set();
+            return;
+        }
+        if (handler)
+            handler(job);
+        if (job->completion)
+            job->completion(job);
+        {
+            std::lock_guard lock(m_mutex);
+            slot.job = nullptr;
+            slot.inUse = 0;
+        }
+        m_slotFreed.notify_all();
+        read = (read + 1) % kSlots;
+    }
+}
+
+void releaseJob(Job* job)
+{
+    if (!job)
+        return;
+    void* block = job->owner ? job->owner : job;
+    job->~Job();
+    alloc::release(block);
+}

@@ -1,0 +1,111 @@
+// The one worker thread ("WORKER") and its ring of 32 job slots. Jobs run one
+// after another in posting order, each handler followed by its completion
+// routine. A full ring blocks the poster until a slot frees.
+#pragma once
+
+#include "app/Lock.h"
+#include "app/TaggedAlloc.h"
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <vector>
+
+struct Job;
+using JobHandler = void (*)(Job* job);
+using JobCompletion = void (*)(Job* job);
+
+// Header of every job record; a job's payload lives in a derived struct.
+struct Job {
+    virtual ~Job() = default;
+
+    JobCompletion completion = nullptr;
+    void* owner = nullptr;  // block to release; the stop job's done Event
+    void* context = nullptr;
+    std::uint32_t type = 0;
+    std::int32_t result = 0;
+};
+
+struct JobTypeEntry {
+    JobHandler handler;  // nullptr in the last entry: the stop sentinel
+    const char* description;
+};
+
+class JobEngine {
+public:
+    static constexpr std::size_t kSlots = 32;
+
+    JobEngine() = default;
+    // Stops a still running worker (its queued jobs are dropped) and joins it.
+    ~JobEngine();
+    JobEngine(const JobEngine&) = delete;
+    JobEngine& operator=(const JobEngine&) = delete;
+
+    // The application's engine.
+    static JobEngine& instance();
+
+    // Copies the table; its last entry is the stop sentinel. Starts the worker.
+    void setJobTable(const JobTypeEntry* table, std::size_t count);
+    std::size_t tableCount() const;
+    const char* description(std::uint32_t type) const;
+
+    // 0, or -1 when the queue is closed (the caller keeps the record).
+    int post(Job* job);
+
+    // Posts the stop job and waits for the worker to finish; `pump` runs
+    // between 10 ms waits (the interface keeps processing its events).
+    template <typename Pump>
+    void stopAndWait(Pump pump)
+    {
+        Event done;
+        Job stop;
+        stop.owner = &done;
+        stop.type = static_cast<std::uint32_t>(tableCount() - 1);
+        if (post(&stop) != 0)
+            return;
+        while (!done.waitFor(10))
+            pump();
+        join();
+    }
+
+    bool closed() const { return m_closed; }
+    bool onWorker() const { return std::this_thread::get_id() == m_workerId; }
+
+private:
+    void startWorker();
+    void run();
+    void join();
+
+    mutable std::mutex m_mutex;  // the queue lock
+    std::condition_variable m_slotFreed;
+    Event m_wake;
+    struct Slot {
+        std::atomic<std::uint32_t> inUse{0};
+        std::atomic<Job*> job{nullptr};
+    };
+    std::array<Slot, kSlots> m_slots;
+    std::size_t m_write = 0;
+    std::atomic<bool> m_closed{false};
+    std::vector<JobTypeEntry> m_table;
+    std::thread m_thread;
+    std::thread::id m_workerId;
+};
+
+// Releases a heap job record: the owner block if set, else the record.
+void releaseJob(Job* job);
+
+// A job record of type J in a block tagged `tag`; nullptr when allocation failed.
+template <typename J>
+J* newJob(const char* tag)
+{
+    void* block = alloc::allocate(sizeof(J), tag);
+    if (!block)
+        return nullptr;
+    J* job = new (block) J();
+    job->owner = block;
+    return job;
+}

@@ -1,0 +1,30 @@
+// User-facing messages of the non-widget layers. Every failure is shown once,
+// by the function that detects it, through the bridge that is installed here
+// (the main window, the headless front end, or a test).
+#pragma once
+
+#include "app/Bridge.h"
+#include "app/Product.h"
+
+#include <string>
+
+namespace report {
+
+// Installs the bridge that shows messages; nullptr drops them.
+void setBridge(Bridge* bridge);
+Bridge* bridge();
+
+// The product's caption: "<short name> Error" / "<short name> Warning".
+std::string errorCaption();
+std::string warningCaption();
+
+// Error box: caption "... Error", button "O.K.", warning icon, no time-out.
+void error(const std::string& text);
+// Warning box: caption "... Warning", button "O.K.", warning icon.
+void warning(const std::string& text);
+// Information box with one "OK" button.
+void information(const std::string& text);
+// Any box; without a bridge the dismissed value comes back.
+MessageBoxAnswer ask(const MessageBoxRequest& request);
+
+}  // namespace report

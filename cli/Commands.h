@@ -1,0 +1,9 @@
+// Sub-commands of plotvik-cli; each returns the process exit status.
+#pragma once
+
+#include <string>
+#include <vector>
+
+int runSymbolsCommand(const std::vector<std::string>& args);
+int runConvertCommand(const std::vector<std::string>& args);
+int runRecordCommand(const std::vector<std::string>& args);

@@ -1,0 +1,41 @@
+// plotvik-cli: the headless front end over the same core as the GUI.
+#include "cli/Commands.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+void usage()
+{
+    std::fprintf(stderr,
+                 "usage: plotvik-cli symbols FILE.elf\n"
+                 "       plotvik-cli convert RECORDING.praw --project P.plotvik --csv OUT.csv\n"
+                 "       plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2) {
+        usage();
+        return 2;
+    }
+    std::vector<std::string> args(argv + 2, argv + argc);
+    const std::string command = argv[1];
+    if (command == "symbols") {
+        QCoreApplication app(argc, argv);
+        return runSymbolsCommand(args);
+    }
+    if (command == "convert") {
+        QCoreApplication app(argc, argv);
+        return runConvertCommand(args);
+    }
+    if (command == "record")
+        return runRecordCommand(args);  // creates its own application object (it may draw)
+    usage();
+    return 2;
+}

@@ -1,0 +1,47 @@
+#include "files/Project.h"
+
+#include "app/Text.h"
+
+ProjectSettings Project::settings() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_settings;
+}
+
+bool Project::apply(const ProjectSettings& s)
+{
+    std::lock_guard lock(m_mutex);
+    if (m_settings == s)
+        return false;
+    m_settings = s;
+    return true;
+}
+
+void Project::setDefaultDisplay()
+{
+    std::lock_guard lock(m_mutex);
+    m_settings.ShowGraph = true;
+    m_settings.ShowWatch = true;
+    m_settings.TimeResolutionUs = 1000000;
+}
+
+void Project::clearTrigger()
+{
+    std::lock_guard lock(m_mutex);
+    m_settings.TriggerSymbol = nullptr;
+    m_settings.TriggerLevel = 0.0;
+    m_settings.TriggerOn = m_settings.TriggerAuto = m_settings.TriggerRise = m_settings.TriggerFall = false;
+    m_settings.TriggerFired = false;
+}
+
+std::string Project::path() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_path;
+}
+
+void Project::setPath(const std::string& path)
+{
+    std::lock_guard lock(m_mutex);
+    m_path = text::truncated(path, text::kPathSize);
+}

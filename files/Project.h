@@ -1,0 +1,43 @@
+// The open project: its settings record, file path and modified mark. The
+// controller owns one instance; the worker writes it, the interface thread
+// reads copies.
+#pragma once
+
+#include "files/ProjectSettings.h"
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+class SymbolDatabase;
+
+class Project {
+public:
+    ProjectSettings settings() const;
+    // Copies `s` over the current record when they differ; returns true then.
+    bool apply(const ProjectSettings& s);
+    // Shows graph and watch and sets the time resolution to 1 s per division.
+    void setDefaultDisplay();
+    void clearTrigger();
+
+    bool isOpen() const { return m_open; }
+    void setOpen(bool on) { m_open = on; }
+    bool isModified() const { return m_modified; }
+    void setModified(bool on) { m_modified = on; }
+    bool hasFileName() const { return m_hasFileName; }
+    void setHasFileName(bool on) { m_hasFileName = on; }
+    std::string path() const;
+    void setPath(const std::string& path);
+
+private:
+    mutable std::mutex m_mutex;
+    ProjectSettings m_settings;
+    std::string m_path;
+    std::atomic<bool> m_open{false};
+    std::atomic<bool> m_modified{false};
+    std::atomic<bool> m_hasFileName{false};
+};
+
+// Project file reader and writer: 0 on success, -1 on failure.
+int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols);
+int SaveProject(const std::string& path, const Project& project, const SymbolDatabase& symbols);

@@ -1,0 +1,112 @@
+// The one top-level window, and the bridge between the worker and the
+// interface thread: worker requests are stored under the window lock and
+// carried to the interface thread by queued signals.
+#pragma once
+
+#include "app/Bridge.h"
+#include "app/CommandLine.h"
+#include "app/Lock.h"
+
+#include <QMainWindow>
+#include <QTimer>
+
+#include <memory>
+#include <thread>
+
+class Controller;
+
+class MainWindow : public QMainWindow, public Bridge {
+    Q_OBJECT
+
+public:
+    MainWindow(Controller& controller, std::vector<std::string> argv, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Bridge
+    void setTitle(const std::string& title) override;
+    void updateGui() override;
+    void updateData() override;
+    void reset() override;
+    void showSymbolSelection() override;
+    void newProjectDialog() override;
+    void optionsDialog() override;
+    void assignColors() override;
+    void enableUpdates(bool on) override;
+    void refreshRecentLists() override;
+    void close() override;
+    MessageBoxAnswer messageBox(const MessageBoxRequest& request) override;
+    std::string openFileDialog(const FileDialogRequest& request) override;
+    std::string saveFileDialog(const FileDialogRequest& request) override;
+    int progress(int value, const std::string& text, int flags, int limit) override;
+
+    const StartArgs& startArgs() const { return m_startArgs; }
+
+signals:
+    void _SignalFinAsyncAppInit();
+    void _SignalUpdateGUI();
+    void _SignalUpdateData();
+    void _SignalUpdateGraph();
+    void _SignalUpdateTable();
+    void _SignalNewProjectDialog();
+    void _SignalOptionsDialog();
+    void _SignalShowSymbolSelection();
+    void _SignalShowCustMsgBox();
+    void _SignalUpdateProgBar();
+    void _SignalGetSaveFileName();
+    void _SignalAssignColors();
+    void _SignalReset();
+    void _SignalClose();
+    void _SignalShowFileDialogOpen();
+    void _SignalShowFileDialogSave();
+    void _SignalUpdateSymbolSelection();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private slots:
+    void _SlotOnFinAsyncAppInit();
+    void _SlotOnUpdateGUI();
+    void _SlotOnUpdateData();
+    void _SlotOnNewProjectDialog();
+    void _SlotOptionsDialog();
+    void _SlotOnShowSymbolSelection();
+    void _SlotOnShowCustMsgBox();
+    void _SlotOnUpdateProgBar();
+    void _SlotOnAssignColors();
+    void _SlotOnReset();
+    void _SlotOnClose();
+    void _SlotOnShowFileDialogOpen();
+    void _SlotOnShowFileDialogSave();
+    void _SlotOnUpdateSymbolSelection();
+    void _SlotOnTimeout();
+
+private:
+    bool onInterfaceThread() const { return std::this_thread::get_id() == m_guiThread; }
+    MessageBoxAnswer runMessageBox(const MessageBoxRequest& request);
+    std::string runFileDialog(const FileDialogRequest& request, bool save);
+
+    Controller& m_controller;
+    std::thread::id m_guiThread;
+    LockObject m_lock;
+    StartArgs m_startArgs;
+    std::string m_title;
+    QTimer m_timer;
+    bool m_closing = false;
+
+    // Parameter blocks of the synchronous requests.
+    struct {
+        MessageBoxRequest request;
+        MessageBoxAnswer answer;
+        Event done;
+    } m_msgBox;
+    struct {
+        FileDialogRequest request;
+        std::string path;
+        Event done;
+    } m_fileDialog;
+    struct {
+        int value = 0, flags = 0, limit = 0, result = 0;
+        std::string text;
+        Event done;
+    } m_progress;
+};

@@ -1,0 +1,134 @@
+#include "probe/SampleStore.h"
+
+#include "symbols/SymbolDatabase.h"
+
+#include <cstring>
+
+SampleStore::SampleStore(SymbolDatabase& symbols) : m_symbols(symbols) {}
+
+std::size_t SampleStore::symbolCount() const { return m_symbols.selected().size(); }
+
+std::uint32_t SampleStore::layOut(bool withTimeStamp)
+{
+    m_withTimeStamp = withTimeStamp;
+    std::uint32_t offset = withTimeStamp ? 4 : 0;
+    for (Node* n : m_symbols.selected()) {
+        n->Offset = static_cast<std::int32_t>(offset);
+        offset += n->Size;
+    }
+    m_recordSize = offset;
+    return m_recordSize;
+}
+
+bool SampleStore::ensureTimeStamps()
+{
+    if (!m_timeStamps)
+        m_timeStamps = alloc::make<std::uint32_t>(kCapacity, "Time stamps");
+    return m_timeStamps != nullptr;
+}
+
+void SampleStore::clear()
+{
+    for (Node* n : m_symbols.selected()) {
+        if (n->Values)
+            std::memset(n->Values.get(), 0, kSymbolBufferBytes);
+        n->LatestSlot = -1;
+        n->HasValue = false;
+    }
+    m_write = 0;
+    m_last = 0;
+    m_oldest = 0;
+    m_currentTimeStamp = 0;
+}
+
+bool SampleStore::prepareFreshStart()
+{
+    clear();
+    bool ok = ensureTimeStamps();
+    for (Node* n : m_symbols.selected()) {
+        if (!n->Values)
+            n->Values = alloc::make<std::uint64_t>(kCapacity, "Symbol sample buffer");
+        ok = ok && n->Values != nullptr;
+    }
+    if (m_timeStamps)
+        std::memset(m_timeStamps.get(), 0, kTimeStampBytes);
+    return ok;
+}
+
+void SampleStore::resetStatistics()
+{
+    for (Node* n : m_symbols.selected()) {
+        n->YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
+        n->YMinSampled = SymbolDisplaySettings{}.YMinSampled;
+    }
+}
+
+std::uint32_t SampleStore::recordCount() const
+{
+    const std::uint32_t last = m_last, oldest = m_oldest;
+    return last < oldest ? kCapacity : last;
+}
+
+std::uint32_t SampleStore::slotOf(std::uint32_t i) const
+{
+    std::uint32_t slot = m_oldest + i;
+    if (slot >= kCapacity)
+        slot -= kCapacity;
+    return slot;
+}
+
+std::uint32_t SampleStore::timeStampAt(std::uint32_t i) const
+{
+    if (i > kCapacity || !m_timeStamps)
+        return 0;
+    if (m_oldest == 0 && i > m_last)
+        return m_timeStamps[m_last];
+    return m_timeStamps[slotOf(i) % kCapacity];
+}
+
+const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t i) const
+{
+    if (i > kCapacity || !symbol.Values)
+        return nullptr;
+    return &symbol.Values[slotOf(i) % kCapacity];
+}
+
+void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
+{
+    if (!m_timeStamps || m_recordSize == 0)
+        return;
+    const std::size_t records = count / m_recordSize;
+    m_lastBatch = static_cast<std::uint32_t>(records);
+    const auto& symbols = m_symbols.selected();
+    for (std::size_t r = 0; r < records; ++r) {
+        const std::uint8_t* rec = bytes + r * m_recordSize;
+        const std::uint32_t w = m_write;
+        std::uint32_t ts;
+        if (m_withTimeStamp) {
+            std::memcpy(&ts, rec, 4);
+        } else {
+            const bool first = isEmpty();
+            ts = first ? 0 : m_timeStamps[w == 0 ? kCapacity - 1 : w - 1] + 100;
+        }
+        m_timeStamps[w] = ts;
+        m_currentTimeStamp = ts;
+        if (m_open) {
+            for (Node* n : symbols) {
+                if (!n->Values)
+                    continue;
+                std::memcpy(&n->Values[w], rec + n->Offset, n->Size <= 8 ? n->Size : 8);
+                n->LatestSlot = static_cast<std::int32_t>(w);
+                n->HasValue = true;
+            }
+        }
+        m_last = w;
+        if (m_last < m_oldest)
+            m_oldest = m_oldest + 1;
+        std::uint32_t next = w + 1;
+        if (next == kCapacity) {
+            next = 0;
+            m_oldest = 1;
+        }
+        m_write = next;
+    }
+}

@@ -1,0 +1,76 @@
+// One element of the symbol tree: a source file, a variable, a member or an
+// array element. Selected symbols are nodes that also sit in the selected list.
+#pragma once
+
+#include "app/TaggedAlloc.h"
+#include "files/SymbolDisplaySettings.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Sample type codes.
+enum TypeId : std::int32_t {
+    kTypeNone = 0,
+    kTypeFloat = 1,
+    kTypeDouble = 2,
+    kTypeBool = 5,
+    kTypeU8 = 6,
+    kTypeU16 = 7,
+    kTypeU32 = 8,
+    kTypeU64 = 9,
+    kTypeS8 = 10,
+    kTypeS16 = 11,
+    kTypeS32 = 12,
+    kTypeS64 = 13,
+    kTypeBitField = 14,
+};
+
+// Debug-information tags the tree acts on.
+enum : std::uint32_t { kTagArray = 1, kTagClass = 2, kTagStruct = 19, kTagUnion = 23, kTagSubprogram = 46 };
+
+struct Node : SymbolDisplaySettings {
+    std::uint32_t Tag = 0;
+    std::string Name;             // at most 255 characters
+    std::string NameWithParents;  // dotted path, the symbol's identity
+    std::string_view Type;        // interned (text::intern), at most 255 characters
+    std::string_view File;        // interned, at most 259 characters
+    std::int32_t TypeID = 0;
+    std::uint32_t Address = 0;
+    std::uint32_t Size = 0;
+    std::uint32_t NumDimensions = 0;
+    std::vector<std::uint32_t> Dimensions;  // element count per dimension; non-empty marks an array node
+    bool IsSigned = false;
+    bool IsArray = false;
+    std::uint32_t BitSize = 0;
+    std::uint32_t BitOffset = 0;
+    bool IsLeaf = false;
+    double MaxValue = 0.0;
+
+    // Links to user-interface items (not owned).
+    void* SelectionItem = nullptr;
+    void* TableRow = nullptr;
+    void* GraphCurve = nullptr;
+
+    // Sampling fields.
+    alloc::Block<std::uint64_t> Values;  // one 8-byte slot per store record
+    std::int32_t LatestSlot = -1;        // -1: none
+    bool HasValue = false;
+
+    // Tree links (not owned: the tree's arena owns every node).
+    Node* Parent = nullptr;
+    Node* Children = nullptr;  // first child
+    Node* LastChild = nullptr;
+    Node* Next = nullptr;
+
+    bool isArrayNode() const { return !Dimensions.empty(); }
+    void addChild(Node* child)
+    {
+        if (LastChild)
+            LastChild->Next = child;
+        else
+            Children = child;
+        LastChild = child;
+    }
+};

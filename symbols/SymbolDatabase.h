@@ -1,0 +1,67 @@
+// Owner of the current symbol tree, the list of selected symbols and the list
+// of matched symbols. One instance, owned by the application controller and
+// used only on the worker thread (the selection dialog runs while the worker
+// waits on it).
+#pragma once
+
+#include "symbols/Node.h"
+
+#include <deque>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+class Bridge;
+
+// Storage of a tree's nodes: nodes never move, the arena frees them together.
+class NodeArena {
+public:
+    Node* create();
+    std::size_t size() const { return m_nodes.size(); }
+
+private:
+    std::deque<Node> m_nodes;
+};
+
+struct SymbolTree {
+    NodeArena arena;
+    std::vector<Node*> files;  // the top level: source-file nodes in order
+};
+
+class SymbolDatabase {
+public:
+    SymbolDatabase();
+    ~SymbolDatabase();
+
+    // The current tree; nullptr when none was loaded.
+    SymbolTree* tree() { return m_tree.get(); }
+    const SymbolTree* tree() const { return m_tree.get(); }
+
+    // Selected symbols in selection order (not owned: nodes of the tree, or
+    // records read from a project file before the ELF file was parsed).
+    std::vector<Node*>& selected() { return m_selected; }
+    const std::vector<Node*>& selected() const { return m_selected; }
+    // Replaces the selection; sets the selection-changed flag.
+    void setSelected(std::vector<Node*> nodes);
+    void clearSelected();
+    bool selectionChanged() const { return m_selectionChanged; }
+    void setSelectionChanged(bool on) { m_selectionChanged = on; }
+
+    // A fresh symbol record outside any tree (used by the project loader).
+    Node* createDetachedSymbol();
+
+    // ParseELFFile job body: builds a new tree from `path`; with `match` the
+    // selection is carried over to the new tree. Returns 0 or negative.
+    int parseElf(const std::string& path, bool match, Bridge* bridge);
+
+    // Last-write time of the ELF file at the last successful parse.
+    std::filesystem::file_time_type elfTime() const { return m_elfTime; }
+
+private:
+    std::unique_ptr<SymbolTree> m_tree;
+    std::vector<Node*> m_selected;
+    std::vector<Node*> m_matched;
+    std::vector<std::unique_ptr<SymbolTree>> m_detached;  // records loaded from projects
+    bool m_selectionChanged = false;
+    std::filesystem::file_time_type m_elfTime{};
+};
