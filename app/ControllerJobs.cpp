@@ -365,12 +365,15 @@ int Controller::startReading()
     m_store.setOpen(true);
     m_store.setFreshStart(false);
 
-    m_samplingRunning = true;
+    // A start after a pause finds the read loop still running; a second loop
+    // would read twice as often and split the batches.
+    const bool loopRunning = m_samplingRunning.exchange(true);
     m_displayPaused = false;
     m_stoppedSinceLastStart = false;
     if (m_bridge)
         m_bridge->updateGui();
-    postJob(newJob<AppJob>("APP: <ReadStart>"), kJobRead, &Controller::completeRead);
+    if (!loopRunning)
+        postJob(newJob<AppJob>("APP: <ReadStart>"), kJobRead, &Controller::completeRead);
     return 0;
 }
 

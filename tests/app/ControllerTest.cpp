@@ -1,0 +1,236 @@
+#include "app/Controller.h"
+#include "app/Product.h"
+#include "FakeSampler.h"
+#include "TestBridge.h"
+
+#include <QStandardPaths>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+template <typename Pred>
+bool waitUntil(Pred pred, int ms = 3000)
+{
+    for (int i = 0; i < ms; ++i) {
+        if (pred())
+            return true;
+        std::this_thread::sleep_for(1ms);
+    }
+    return pred();
+}
+
+struct ControllerFixture : ::testing::Test {
+    std::unique_ptr<JobEngine> engine = std::make_unique<JobEngine>();
+    FakeSampler* sampler = nullptr;  // owned by the controller
+    std::unique_ptr<Controller> ctl;
+    TestBridge bridge;
+
+    void SetUp() override
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        auto s = std::make_unique<FakeSampler>();
+        sampler = s.get();
+        ctl = std::make_unique<Controller>(*engine, std::move(s));
+        ctl->setBridge(&bridge);
+        StartArgs args;
+        args.argv = {"plotvik", "-nothing"};  // arguments: no start dialogs
+        std::atomic<bool> done{false};
+        ctl->postInit(&args, [&] { done = true; });
+        ASSERT_TRUE(waitUntil([&] { return done.load(); }));
+        // One selected 4-byte symbol.
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = "counter";
+        n->Size = 4;
+        n->TypeID = kTypeU32;
+        ctl->symbols().setSelected({n});
+    }
+
+    void TearDown() override
+    {
+        engine->stopAndWait([] {});
+        ctl->setBridge(nullptr);
+    }
+
+    // Runs a job to its end by posting a marker behind it.
+    void drain()
+    {
+        std::atomic<bool> done{false};
+        struct Marker : Job {
+            std::atomic<bool>* done;
+        };
+        static const auto complete = [](Job* j) { *static_cast<Marker*>(j)->done = true; };
+        Marker m;
+        m.done = &done;
+        m.type = 99;  // beyond the table: only the completion runs
+        m.completion = complete;
+        ASSERT_EQ(engine->post(&m), 0);
+        ASSERT_TRUE(waitUntil([&] { return done.load(); }));
+    }
+};
+
+}  // namespace
+
+TEST_F(ControllerFixture, StartRunsTheReadLoopAndPauseKeepsTheBuffers)
+{
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 9; }));
+    EXPECT_TRUE(ctl->samplingRunning());
+    EXPECT_FALSE(ctl->displayPaused());
+    EXPECT_TRUE(ctl->probeConnected());
+
+    ctl->postReadPause();
+    ASSERT_TRUE(waitUntil([&] { return ctl->displayPaused(); }));
+    EXPECT_TRUE(ctl->samplingRunning());  // the probe keeps sampling while paused
+    const std::uint32_t firstTs = ctl->store().timeStampAt(0);
+    const std::uint32_t before = ctl->store().recordCount();
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() > before + 3; }));
+
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return !ctl->displayPaused(); }));
+    EXPECT_EQ(ctl->store().timeStampAt(0), firstTs) << "a start after a pause keeps the data";
+    EXPECT_EQ(sampler->starts.load(), 1) << "still connected: the source is not started twice";
+}
+
+TEST_F(ControllerFixture, StopThenStartClearsTheBuffers)
+{
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 12; }));
+    ctl->postReadStop();
+    ASSERT_TRUE(waitUntil([&] { return !ctl->samplingRunning(); }));
+    EXPECT_TRUE(ctl->displayPaused());
+    EXPECT_TRUE(ctl->stoppedSinceLastStart());
+    EXPECT_FALSE(ctl->probeConnected());
+    EXPECT_EQ(sampler->stops.load(), 1);
+    const std::uint32_t stopped = ctl->store().recordCount();
+    EXPECT_GE(stopped, 12u);
+
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->samplingRunning(); }));
+    ctl->postReadPause();
+    drain();
+    // The store was cleared at the start: it holds only what was read since.
+    const std::uint32_t first = ctl->store().timeStampAt(0);
+    EXPECT_GE(first, stopped * 1000u);
+    const std::uint64_t* v = ctl->store().valueSlotAt(*ctl->symbols().selected()[0], 0);
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(static_cast<std::uint32_t>(*v), first / 1000u);
+}
+
+TEST_F(ControllerFixture, AReadErrorLeavesTheControllerStoppedDisconnectedAndPaused)
+{
+    sampler->failReadAt = 4;
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() >= 4 && !ctl->samplingRunning(); }));
+    drain();
+    EXPECT_FALSE(ctl->samplingRunning());
+    EXPECT_FALSE(ctl->probeConnected());
+    EXPECT_TRUE(ctl->displayPaused());
+    EXPECT_EQ(ctl->store().recordCount(), 8u) << "the records read before the failure stay";
+    const int reads = sampler->reads;
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(sampler->reads.load(), reads) << "no read after the failure";
+}
+
+TEST_F(ControllerFixture, AFailedStartReportsOnceAndStaysStopped)
+{
+    sampler->failOpen = true;
+    ctl->postStartReading();
+    drain();
+    EXPECT_FALSE(ctl->samplingRunning());
+    const auto boxes = bridge.shown();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, "Failed to start data sampling.");
+    EXPECT_EQ(boxes[0].caption, product::shortName() + " Error");
+    EXPECT_EQ(boxes[0].button0, "O.K.");
+}
+
+TEST_F(ControllerFixture, NewProjectTitleAndExitWithDismissedQuestionDiscards)
+{
+    ctl->postCreateProject("/tmp/plotvik-test/new.plotvik");
+    drain();
+    EXPECT_TRUE(ctl->project().isOpen());
+    EXPECT_TRUE(ctl->project().isModified());
+    EXPECT_EQ(ctl->windowTitle(), product::fullName() + " - [/tmp/plotvik-test/new.plotvik *]");
+
+    bridge.answer = -1;  // the user dismisses the save question
+    ctl->setExitState(kExitPending);
+    ctl->postExit();
+    ASSERT_TRUE(waitUntil([&] { return ctl->exitState() != kExitPending; }));
+    EXPECT_EQ(ctl->exitState(), kExitAllowed);
+    const auto boxes = bridge.shown();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, "The Plotvik project has been modified.\nDo you want to save your changes?");
+    EXPECT_EQ(boxes[0].button0, "Yes");
+    EXPECT_EQ(boxes[0].button1, "No");
+    EXPECT_FALSE(ctl->project().isOpen());
+    EXPECT_EQ(ctl->windowTitle(), product::fullName());
+}
+
+TEST_F(ControllerFixture, ExitWhileSamplingStopsAndDisconnects)
+{
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->samplingRunning(); }));
+    ctl->setExitState(kExitPending);
+    ctl->postExit();
+    ASSERT_TRUE(waitUntil([&] { return ctl->exitState() != kExitPending; }));
+    EXPECT_EQ(ctl->exitState(), kExitAllowed);
+    EXPECT_FALSE(ctl->samplingRunning());
+    EXPECT_FALSE(ctl->probeConnected());
+    EXPECT_EQ(sampler->stops.load(), 1);
+}
+
+TEST_F(ControllerFixture, TargetOperationsNeedAConnection)
+{
+    EXPECT_EQ(ctl->haltTarget(), -1);
+    EXPECT_EQ(ctl->runTarget(), -1);
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->probeConnected(); }));
+    EXPECT_EQ(ctl->haltTarget(), 0);
+    EXPECT_TRUE(ctl->targetHalted());
+    EXPECT_EQ(ctl->runTarget(), 0);
+    EXPECT_FALSE(ctl->targetHalted());
+}
+
+TEST_F(ControllerFixture, InitProjSettingsAppliesDefaultsAndAsksForSymbols)
+{
+    ProjectSettings s;
+    s.ElfFile = "/tmp/x.elf";
+    s.SamplingPeriod = 1000;
+    ctl->postCreateProject("");
+    ctl->postInitProjSettings(&s);
+    drain();
+    const ProjectSettings now = ctl->project().settings();
+    EXPECT_EQ(now.ElfFile, "/tmp/x.elf");
+    EXPECT_TRUE(now.ShowGraph);
+    EXPECT_TRUE(now.ShowWatch);
+    EXPECT_EQ(now.TimeResolutionUs, 1000000u);
+    EXPECT_EQ(bridge.symbolSelections.load(), 1);
+
+    s.IsQTXSession = true;
+    ctl->postInitProjSettings(&s);
+    drain();
+    EXPECT_EQ(bridge.symbolSelections.load(), 1) << "a QTX project takes its symbols from the channel";
+}
+
+TEST_F(ControllerFixture, AStartAfterAPauseKeepsOneReadLoop)
+{
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() >= 3; }));
+    ctl->postReadPause();
+    ctl->postStartReading();
+    ctl->postReadPause();
+    ctl->postStartReading();
+    drain();
+    // One loop reads about every 10 ms; count reads over a fixed stretch.
+    const int before = sampler->reads;
+    std::this_thread::sleep_for(200ms);
+    const int reads = sampler->reads - before;
+    EXPECT_LE(reads, 21) << "more reads than one loop can make";
+    EXPECT_GE(reads, 1);
+}

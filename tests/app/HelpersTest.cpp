@@ -1,0 +1,69 @@
+#include "app/FileErrors.h"
+#include "app/Report.h"
+#include "app/TaggedAlloc.h"
+#include "app/Text.h"
+#include "TestBridge.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+
+TEST(Text, FoldingTouchesOnlyAsciiLetters)
+{
+    EXPECT_TRUE(text::equalsFolded("_BOOL", "_bool"));
+    EXPECT_FALSE(text::equalsFolded("\xC4", "\xE4")) << "Latin-1 letters are not folded";
+    EXPECT_TRUE(text::containsFolded("0x2000ABCD", "abc"));
+    EXPECT_FALSE(text::containsFolded("", ""));
+    EXPECT_TRUE(text::startsWithFolded("-OPENPRJx", "-openprj"));
+    EXPECT_LT(text::compareFolded("a", "B"), 0);
+    EXPECT_EQ(text::extension("/a.b/c"), "");
+    EXPECT_EQ(text::extension("c:\\x\\p.PlotVik"), ".PlotVik");
+    EXPECT_EQ(text::truncated("abcdef", 4), "abc");
+    EXPECT_EQ(text::format(6, "%s", "abcdefgh"), "abcde");
+    EXPECT_EQ(text::intern("type").data(), text::intern(std::string("type")).data());
+}
+
+TEST(FileErrors, TextsFollowTheErrorCode)
+{
+    EXPECT_EQ(fileerr::text("open", "/nonexistent-dir/x.ini", ENOENT),
+              "Could not open file [/nonexistent-dir/x.ini]!\nPath not found!");
+    EXPECT_EQ(fileerr::text("open", "/tmp/x.ini", ENOENT), "Could not open file [/tmp/x.ini]!\nFile not found!");
+    EXPECT_EQ(fileerr::text("save", "/tmp/x.ini", ENAMETOOLONG),
+              "Could not save file [/tmp/x.ini]!\nThe filename syntax is incorrect!");
+    EXPECT_EQ(fileerr::text("save", "/tmp/x.ini", EIO), "Could not save file [/tmp/x.ini]!");
+}
+
+TEST(TaggedAlloc, CheckingModeReportsOverflowAndTracksBlocks)
+{
+    TestBridge bridge;
+    report::setBridge(&bridge);
+    alloc::setChecking(true);
+    auto* p = static_cast<unsigned char*>(alloc::allocate(16, "Test block"));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p[0], 0);
+    const auto live = alloc::liveBlocks();
+    ASSERT_FALSE(live.empty());
+    EXPECT_EQ(live.front().tag, "Test block");
+    EXPECT_EQ(live.front().size, 16u);
+    std::memset(p, 1, 19);  // three bytes past the end
+    alloc::release(p);
+    const auto boxes = bridge.shown();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, "Buffer overflow in memory block. 3 bytes overflowed.");
+    alloc::setChecking(false);
+    report::setBridge(nullptr);
+}
+
+TEST(TaggedAlloc, FailureIsShownAndYieldsNothing)
+{
+    TestBridge bridge;
+    report::setBridge(&bridge);
+    void* p = alloc::allocate((std::size_t(1) << 62) + 0x1234, "Too big");
+    EXPECT_EQ(p, nullptr);
+    const auto boxes = bridge.shown();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, "Failed to allocate 0x00001234 bytes of memory!");
+    EXPECT_EQ(boxes[0].caption, report::errorCaption());
+    report::setBridge(nullptr);
+}

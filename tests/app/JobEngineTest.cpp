@@ -1,0 +1,186 @@
+#include "app/JobEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Jobs of the tests: a number to record, a gate the first job may wait on.
+struct TestJob : Job {
+    int id = 0;
+    std::vector<int>* ran = nullptr;
+    std::vector<int>* completed = nullptr;
+    std::mutex* mutex = nullptr;
+    std::atomic<bool>* gate = nullptr;
+    JobEngine* engine = nullptr;
+    std::vector<TestJob*>* repost = nullptr;  // posted by the completion
+};
+
+void recordRun(Job* j)
+{
+    auto* job = static_cast<TestJob*>(j);
+    if (job->gate)
+        while (!job->gate->load())
+            std::this_thread::sleep_for(1ms);
+    std::lock_guard l(*job->mutex);
+    job->ran->push_back(job->id);
+}
+
+void recordCompletion(Job* j)
+{
+    auto* job = static_cast<TestJob*>(j);
+    {
+        std::lock_guard l(*job->mutex);
+        job->completed->push_back(job->id);
+    }
+    if (job->repost)
+        for (TestJob* next : *job->repost)
+            job->engine->post(next);
+}
+
+const JobTypeEntry kTable[] = {{&recordRun, "run"}, {&recordRun, "run too"}, {nullptr, "stop"}};
+
+struct Fixture : ::testing::Test {
+    JobEngine engine;
+    std::vector<int> ran, completed;
+    std::mutex mutex;
+    std::vector<std::unique_ptr<TestJob>> jobs;
+
+    void SetUp() override { engine.setJobTable(kTable, 3); }
+
+    TestJob* job(int id, std::uint32_t type = 0)
+    {
+        auto j = std::make_unique<TestJob>();
+        j->id = id;
+        j->type = type;
+        j->ran = &ran;
+        j->completed = &completed;
+        j->mutex = &mutex;
+        j->engine = &engine;
+        j->completion = &recordCompletion;
+        jobs.push_back(std::move(j));
+        return jobs.back().get();
+    }
+
+    void waitForCompletions(std::size_t n)
+    {
+        for (int i = 0; i < 5000; ++i) {
+            {
+                std::lock_guard l(mutex);
+                if (completed.size() >= n)
+                    return;
+            }
+            std::this_thread::sleep_for(1ms);
+        }
+        FAIL() << "jobs did not complete";
+    }
+};
+
+}  // namespace
+
+TEST_F(Fixture, FullRingBlocksThe33rdPosterUntilASlotFreesAndKeepsOrder)
+{
+    std::atomic<bool> gate{false};
+    TestJob* first = job(0);
+    first->gate = &gate;
+    ASSERT_EQ(engine.post(first), 0);
+    for (int i = 1; i < 32; ++i)
+        ASSERT_EQ(engine.post(job(i)), 0);
+
+    // The ring is full while job 0 runs: the 33rd poster must wait.
+    std::atomic<bool> posted{false};
+    TestJob* last = job(32);
+    std::thread poster([&] {
+        engine.post(last);
+        posted = true;
+    });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(posted.load());
+    gate = true;
+    poster.join();
+    EXPECT_TRUE(posted.load());
+    waitForCompletions(33);
+
+    std::vector<int> expected(33);
+    for (int i = 0; i < 33; ++i)
+        expected[i] = i;
+    std::lock_guard l(mutex);
+    EXPECT_EQ(ran, expected);
+    EXPECT_EQ(completed, expected);
+}
+
+TEST_F(Fixture, TypeAtOrBeyondTheTableRunsOnlyItsCompletion)
+{
+    engine.post(job(1, 3));
+    engine.post(job(2, 99));
+    engine.post(job(3, 1));
+    waitForCompletions(3);
+    std::lock_guard l(mutex);
+    EXPECT_EQ(ran, std::vector<int>({3}));
+    EXPECT_EQ(completed, std::vector<int>({1, 2, 3}));
+}
+
+TEST_F(Fixture, JobsPostedFromACompletionRunAfterThoseAlreadyQueued)
+{
+    std::atomic<bool> gate{false};
+    TestJob* first = job(1);
+    first->gate = &gate;
+    std::vector<TestJob*> follow = {job(10), job(11)};
+    first->repost = &follow;
+    engine.post(first);
+    engine.post(job(2));
+    engine.post(job(3));
+    gate = true;
+    waitForCompletions(5);
+    std::lock_guard l(mutex);
+    EXPECT_EQ(ran, std::vector<int>({1, 2, 3, 10, 11}));
+}
+
+TEST_F(Fixture, AfterTheStopJobPostsFailAndTheEventIsSignalledOnce)
+{
+    engine.post(job(1));
+    int pumps = 0;
+    engine.stopAndWait([&] { ++pumps; });
+    EXPECT_TRUE(engine.closed());
+
+    TestJob* late = job(2);
+    EXPECT_EQ(engine.post(late), -1);
+    std::this_thread::sleep_for(20ms);
+    std::lock_guard l(mutex);
+    EXPECT_EQ(ran, std::vector<int>({1}));
+
+    // A second stop finds the queue closed and signals nothing.
+    Event done;
+    Job stop;
+    stop.owner = &done;
+    stop.type = 2;
+    EXPECT_EQ(engine.post(&stop), -1);
+    EXPECT_FALSE(done.waitFor(20));
+}
+
+TEST_F(Fixture, QueuedJobsAreDroppedWithoutCompletionWhenStopping)
+{
+    std::atomic<bool> gate{false};
+    TestJob* first = job(1);
+    first->gate = &gate;
+    engine.post(first);
+    Event done;
+    Job stop;
+    stop.owner = &done;
+    stop.type = 2;
+    engine.post(&stop);
+    engine.post(job(2));  // behind the stop job: never runs
+    gate = true;
+    ASSERT_TRUE(done.waitFor(2000));
+    std::this_thread::sleep_for(20ms);
+    std::lock_guard l(mutex);
+    EXPECT_EQ(ran, std::vector<int>({1}));
+    EXPECT_EQ(completed, std::vector<int>({1}));
+}

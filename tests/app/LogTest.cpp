@@ -1,0 +1,70 @@
+#include "app/Log.h"
+#include "app/Report.h"
+#include "TestBridge.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct LogFixture : ::testing::Test {
+    TestBridge bridge;
+    std::vector<std::string> lines;
+    void SetUp() override
+    {
+        report::setBridge(&bridge);
+        Log::instance().setWriter([this](const std::string& l) { lines.push_back(l); });
+    }
+    void TearDown() override
+    {
+        report::setBridge(nullptr);
+        Log::instance().setWriter({});
+        Log::instance().setLevel(3);
+    }
+};
+
+}  // namespace
+
+TEST_F(LogFixture, ErrorsOfNestedSectionsReachTheUserOnceTogether)
+{
+    Log& log = Log::instance();
+    log.beginSection("outer");
+    log.error("first failure");
+    log.beginSection("inner");
+    log.error("second failure\n");
+    log.endSection("inner done");
+    EXPECT_TRUE(bridge.shown().empty()) << "nothing is shown before the outermost section ends";
+    log.endSection("outer done");
+    const auto boxes = bridge.shown();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, "first failure\nsecond failure\n");
+    EXPECT_EQ(boxes[0].button0, "O.K.");
+    EXPECT_EQ(boxes[0].caption, report::errorCaption());
+    EXPECT_EQ(log.depth(), 0);
+
+    // The next operation starts with an empty collection.
+    log.beginSection("again");
+    log.endSection("fine");
+    EXPECT_EQ(bridge.shown().size(), 1u);
+}
+
+TEST_F(LogFixture, LevelsDecideWhatIsWritten)
+{
+    Log& log = Log::instance();
+    log.setLevel(3);
+    log.line("top");  // depth 0: written
+    log.beginSection("s1");
+    log.line("depth one");  // 3 >= 2: written
+    log.beginSection("s2");
+    log.line("depth two");  // 3 < 4: not written
+    log.error("err two");   // 3 >= 3: written
+    log.endSection({});
+    log.endSection({});
+    EXPECT_EQ(lines, std::vector<std::string>({"top", "s1", "depth one", "s2", "ERROR: err two"}));
+
+    lines.clear();
+    log.setLevel(0);
+    EXPECT_EQ(log.level(), 1);
+    log.setLevel(12);
+    EXPECT_EQ(log.level(), 9);
+    bridge.boxes.clear();
+}
