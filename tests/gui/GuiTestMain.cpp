@@ -1,0 +1,17 @@
+// Widget tests need one QApplication for the whole run; QStandardPaths' test
+// mode keeps every test away from the user's own configuration.
+#include <QApplication>
+#include <QStandardPaths>
+
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? QByteArray("offscreen") : qgetenv("QT_QPA_PLATFORM"));
+    QStandardPaths::setTestModeEnabled(true);
+    QApplication::setOrganizationName("NorvexTest");
+    QApplication::setApplicationName("PlotvikGuiTest");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
