@@ -309,23 +309,24 @@ void Controller::onSetAppStart(Job* j)
 int Controller::connectAndStart()
 {
     m_working = m_project.settings();
+    m_sampler->setSearchRangeCommand(m_commandLine.qtxSearchRangeCommand());
     if (m_sampler->openProbe(m_working) < 0)
         return -1;
-    const std::string deviceBefore = m_working.TargetDevice;
-    if (m_sampler->setUpTarget(m_working) < 0)
-        return -1;
-    if (m_working.TargetDevice != deviceBefore) {
-        // The device picked in the probe's dialog is kept in the project.
+    const ProjectSettings before = m_working;
+    int r = m_sampler->setUpTarget(m_working);
+    if (r >= 0 && (!m_working.IsQTXSession || !m_sampler->qtxStarted()))
+        r = m_sampler->startSource(m_working, m_symbols, m_store);
+    if (m_working.TargetDevice != before.TargetDevice || m_working.IsQTXWithTimeStamp != before.IsQTXWithTimeStamp) {
+        // The device picked in the probe's dialog and the QTX record format
+        // are kept in the project.
         ProjectSettings s = m_project.settings();
         s.TargetDevice = m_working.TargetDevice;
+        s.IsQTXWithTimeStamp = m_working.IsQTXWithTimeStamp;
         if (m_project.apply(s))
             m_project.setModified(true);
     }
-    if (!m_working.IsQTXSession || !m_sampler->qtxStarted()) {
-        const int r = m_sampler->startSource(m_working);
-        if (r < 0)
-            return r;
-    }
+    if (r < 0)
+        return r;
     m_probeConnected = true;
     m_sessionPrepared = true;
     return 0;

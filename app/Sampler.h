@@ -4,7 +4,10 @@
 
 #include "files/ProjectSettings.h"
 
+#include <string>
+
 class SampleStore;
+class SymbolDatabase;
 
 class Sampler {
 public:
@@ -15,8 +18,9 @@ public:
     // Select device, script, interface and speed, connect. May choose the
     // device through the device dialog and write it into `s`.
     virtual int setUpTarget(ProjectSettings& s) = 0;
-    // Begin BSQ sampling or start the QTX channel.
-    virtual int startSource(const ProjectSettings& s) = 0;
+    // Begin BSQ sampling, or start the QTX channel, whose format replaces the
+    // selected symbols and sets the settings' time-stamp flag.
+    virtual int startSource(ProjectSettings& s, SymbolDatabase& symbols, SampleStore& store) = 0;
     // QTX: start the up-channel again after a stop.
     virtual int restartQtx() = 0;
     // One batch into the store: records read, or negative on failure.
@@ -38,4 +42,6 @@ public:
     virtual std::string versionLine() = 0;
     // Command string to the probe library; non-zero = rejected.
     virtual int execCommand(const std::string& command) = 0;
+    // "SetQTXSearchRanges ..." from the command line, sent at target set-up.
+    virtual void setSearchRangeCommand(const std::string& command) { (void)command; }
 };

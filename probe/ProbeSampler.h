@@ -1,14 +1,21 @@
-// The sampling source on top of the Tarvo probe library: connection, target
-// set-up, BSQ and QTX sampling, run control.
+// The sampling source on top of the Tarvo probe library: connection and
+// target set-up, BSQ (the probe reads memory at a fixed period) and QTX (the
+// firmware pushes records through an up-channel), and run control.
 #pragma once
 
 #include "app/Sampler.h"
+#include "probe/TarvoApi.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 class ProbeSampler final : public Sampler {
 public:
     int openProbe(const ProjectSettings& s) override;
     int setUpTarget(ProjectSettings& s) override;
-    int startSource(const ProjectSettings& s) override;
+    int startSource(ProjectSettings& s, SymbolDatabase& symbols, SampleStore& store) override;
     int restartQtx() override;
     int read(const ProjectSettings& s, SampleStore& store) override;
     int stopSource(const ProjectSettings& s) override;
@@ -22,8 +29,32 @@ public:
     void close() override;
     std::string versionLine() override;
     int execCommand(const std::string& command) override;
+    void setSearchRangeCommand(const std::string& command) override { m_searchRanges = command; }
+
+    // Shortest BSQ period the probe allows, in µs (0 = unknown).
+    std::uint32_t shortestPeriodUs() const { return m_shortestPeriodUs; }
+    std::uint32_t recordSize() const { return m_recordSize; }
 
 private:
-    bool m_bsqRunning = false;
-    bool m_qtxRunning = false;
+    int startBsq(const ProjectSettings& s, SymbolDatabase& symbols, SampleStore& store);
+    int readBsq(SampleStore& store);
+    int startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleStore& store);
+    int readQtx(SampleStore& store);
+    void failQtx(const std::string& message);
+
+    std::atomic<bool> m_samplingActive{false};
+    std::atomic<bool> m_targetRunning{false};
+    std::atomic<bool> m_bsqRunning{false};
+    std::atomic<bool> m_qtxRunning{false};
+    bool m_existingSession = false;
+    std::string m_searchRanges;
+    std::uint32_t m_shortestPeriodUs = 0;
+
+    std::vector<TARVO_BSQ_BLOCK> m_blocks;
+    std::vector<std::uint8_t> m_readBuffer;
+    std::uint32_t m_recordSize = 0;
+
+    std::uint32_t m_qtxChannel = 0;
+    std::uint8_t m_carry[64] = {};
+    std::uint32_t m_carryCount = 0;
 };

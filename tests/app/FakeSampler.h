@@ -18,7 +18,7 @@ public:
             s.TargetDevice = chooseDevice;
         return 0;
     }
-    int startSource(const ProjectSettings&) override
+    int startSource(ProjectSettings&, SymbolDatabase&, SampleStore&) override
     {
         ++starts;
         bsq = true;
