@@ -1,0 +1,28 @@
+// A small ELF32 little-endian ARM reader: the loadable segments of a firmware
+// image, placed at their load (physical) addresses as a flash programmer would.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct ElfSegment {
+    uint32_t address = 0;            // load address (p_paddr)
+    std::vector<uint8_t> bytes;      // file contents (p_filesz)
+};
+
+struct ElfImage {
+    uint32_t entry = 0;
+    std::vector<ElfSegment> segments;
+};
+
+// Parses an ELF image held in memory. Returns an empty string on success,
+// otherwise why the image is not a usable ARM executable.
+std::string parseElf(const std::vector<uint8_t>& file, ElfImage& out);
+
+// Reads and parses an ELF file.
+std::string loadElf(const std::string& path, ElfImage& out);
+
+} // namespace sim

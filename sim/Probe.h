@@ -1,0 +1,91 @@
+// The simulated probe: session state, command strings, device list, BSQ and
+// QTX on top of the simulated target. One instance per process; every public
+// function is safe to call from any thread.
+#pragma once
+
+#include "probe/TarvoApi.h"
+#include "sim/Script.h"
+#include "sim/Target.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace sim {
+
+class Probe {
+public:
+    static constexpr uint32_t kDefaultSerial = 123456;
+    static constexpr int kVersion = 51200;
+    static constexpr uint32_t kMaxFreqHz = 100'000;
+    static constexpr uint32_t kMaxBlocks = 64;
+    static constexpr uint32_t kMaxRecordSize = 1024;
+    static constexpr uint32_t kFifoBytes = 4 * 1024 * 1024;
+    static constexpr uint32_t kMaxQtxChannels = 16;
+
+    static Probe& instance();
+
+    const char* open();
+    void close();
+    int selectBySerial(uint32_t serial);
+    int selectIp(const char* host);
+    void configJtag(int irPre, int drPre);
+    int execCommand(const char* command, char* error, int errorSize);
+    int selectInterface(int tif);
+    void setSpeed(uint32_t kHz);
+    int connect();
+    int selectDialog();
+    int deviceInfo(int index, TARVO_DEVICE_INFO* info);
+    int hasCapEx(int cap);
+    int serialNumber();
+
+    void go();
+    int halt();
+    int reset();
+    int isOpen();
+    int isConnected();
+    int isHalted();
+
+    int qtxControl(uint32_t command, void* arg);
+    int qtxRead(uint32_t channel, char* dst, uint32_t max);
+
+    int bsqCaps(TARVO_BSQ_CAPS* caps);
+    int bsqStart(const TARVO_BSQ_BLOCK* blocks, uint32_t count, uint32_t periodUs, uint32_t flags);
+    int bsqRead(void* dst, uint32_t size);
+    int bsqStop();
+
+    // For diagnosis and the benchmark: records dropped by the BSQ FIFO since its start.
+    uint64_t bsqDropped();
+
+private:
+    Probe();
+    std::string runCommand(const std::string& command);
+    std::string resolveScript(const std::string& path) const;
+    std::string firmwarePath() const;
+    bool readFails(); // fault injection: FailReadAfter
+    bool findControlBlock();
+    bool readChannel(uint32_t index, uint32_t (&words)[7]);
+    void closeLocked();
+
+    std::mutex m_mutex;
+    std::string m_libraryDir;
+    Script m_script;                 // settings from every script loaded so far
+    std::string m_openError;
+    bool m_open = false;
+    bool m_selectionFailed = false;
+    int m_device = -1;
+    int m_tif = TARVO_TIF_SWD;
+    uint32_t m_speedKHz = 4000;
+    std::string m_lastError;
+    std::unique_ptr<Target> m_target;
+    uint32_t m_readsOk = 0;
+    bool m_bsqRunning = false;
+    bool m_qtxStarted = false;
+    uint32_t m_cbAddress = 0; // 0 = control block not found
+    std::vector<std::pair<uint32_t, uint32_t>> m_searchRanges; // address, size
+};
+
+} // namespace sim
