@@ -1,0 +1,34 @@
+// The bridge of the headless front end: what the GUI would show in a box is
+// written to stderr, dialogs are answered as cancelled, and a question gets
+// its default answer.
+#pragma once
+
+#include "app/Bridge.h"
+
+#include <cstdio>
+
+class ConsoleBridge : public Bridge {
+public:
+    void setTitle(const std::string&) override {}
+    void updateGui() override {}
+    void updateData() override {}
+    void reset() override {}
+    void showSymbolSelection() override {}
+    void newProjectDialog() override {}
+    void optionsDialog() override {}
+    void assignColors() override {}
+    void enableUpdates(bool) override {}
+    void refreshRecentLists() override {}
+    void close() override {}
+    MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
+    {
+        std::fprintf(stderr, "%s: %s\n", r.caption.c_str(), r.text.c_str());
+        ++messages;
+        return {r.defaultResult, r.checkState};
+    }
+    std::string openFileDialog(const FileDialogRequest&) override { return {}; }
+    std::string saveFileDialog(const FileDialogRequest&) override { return {}; }
+    int progress(int, const std::string&, int, int) override { return 0; }
+
+    int messages = 0;
+};
