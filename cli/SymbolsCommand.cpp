@@ -1,10 +1,76 @@
-// plotvik-cli symbols: placeholder until its subsystem lands.
+// plotvik-cli symbols FILE.elf: every leaf of the symbol tree, one line each.
 #include "cli/Commands.h"
+
+#include "app/Bridge.h"
+#include "app/Report.h"
+#include "symbols/SymbolDatabase.h"
+#include "symbols/ElfFile.h"
 
 #include <cstdio>
 
-int runSymbolsCommand(const std::vector<std::string>&)
+namespace {
+
+// Messages go to stderr; nothing waits for a user.
+class StderrBridge : public Bridge {
+public:
+    void setTitle(const std::string&) override {}
+    void updateGui() override {}
+    void updateData() override {}
+    void reset() override {}
+    void showSymbolSelection() override {}
+    void newProjectDialog() override {}
+    void optionsDialog() override {}
+    void assignColors() override {}
+    void enableUpdates(bool) override {}
+    void refreshRecentLists() override {}
+    void close() override {}
+    MessageBoxAnswer messageBox(const MessageBoxRequest& request) override
+    {
+        std::fprintf(stderr, "%s\n", request.text.c_str());
+        return {request.defaultResult, request.checkState};
+    }
+    std::string openFileDialog(const FileDialogRequest&) override { return {}; }
+    std::string saveFileDialog(const FileDialogRequest&) override { return {}; }
+    int progress(int, const std::string&, int, int) override { return 0; }
+};
+
+void printLeaves(const Node* node)
 {
-    std::fprintf(stderr, "plotvik-cli symbols: not available in this build\n");
-    return 2;
+    for (; node; node = node->Next) {
+        if (node->IsLeaf)
+            std::printf("%s\t0x%08X\t%u\t%d\t%.*s\t%.*s\t%u\t%u\n", node->NameWithParents.c_str(), node->Address, node->Size,
+                        node->TypeID, static_cast<int>(node->Type.size()), node->Type.data(),
+                        static_cast<int>(node->File.size()), node->File.data(), node->BitSize, node->BitOffset);
+        printLeaves(node->Children);
+    }
+}
+
+}  // namespace
+
+int runSymbolsCommand(const std::vector<std::string>& args)
+{
+    if (args.size() != 1) {
+        std::fprintf(stderr, "usage: plotvik-cli symbols FILE.elf\n");
+        return 1;
+    }
+    StderrBridge bridge;
+    report::setBridge(&bridge);
+    // Errors of single units are printed too, so a partly broken file says so.
+    elf::setReportHandler([](const elf::ErrorRecord& r) {
+        if (r.code == elf::kErrDwarf5)
+            return;
+        if (r.detail.empty())
+            std::fprintf(stderr, "error %d: %s\n", r.code, r.message.c_str());
+        else
+            std::fprintf(stderr, "error %d: %s %s\n", r.code, r.message.c_str(), r.detail.c_str());
+    });
+    SymbolDatabase db;
+    const int result = db.parseElf(args[0], false, nullptr);
+    elf::setReportHandler({});
+    report::setBridge(nullptr);
+    if (result < 0 || !db.tree())
+        return 1;
+    for (const Node* file : db.tree()->files)
+        printLeaves(file->Children);
+    return 0;
 }

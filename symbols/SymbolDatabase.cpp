@@ -1,6 +1,20 @@
 #include "symbols/SymbolDatabase.h"
 
+#include "app/Bridge.h"
+#include "app/Log.h"
+#include "app/Report.h"
+#include "symbols/ElfFile.h"
+#include "symbols/SymbolTree.h"
+
+#include <algorithm>
+#include <system_error>
+
 Node* NodeArena::create() { return &m_nodes.emplace_back(); }
+
+bool NodeArena::owns(const Node* node) const
+{
+    return std::any_of(m_nodes.begin(), m_nodes.end(), [node](const Node& n) { return &n == node; });
+}
 
 SymbolDatabase::SymbolDatabase() = default;
 SymbolDatabase::~SymbolDatabase() = default;
@@ -24,8 +38,104 @@ Node* SymbolDatabase::createDetachedSymbol()
     return m_detached.back()->arena.create();
 }
 
-int SymbolDatabase::parseElf(const std::string&, bool, Bridge*)
+void SymbolDatabase::retire(std::unique_ptr<SymbolTree> old)
 {
-    // The ELF reader and debug-info walk fill this in.
-    return -1;
+    if (!old)
+        return;
+    // Selected symbols may still point into the old tree: keep it alive then.
+    const bool referenced = std::any_of(m_selected.begin(), m_selected.end(), [&](const Node* n) {
+        return std::find(old->files.begin(), old->files.end(), n) != old->files.end() || old->arena.owns(n);
+    });
+    if (referenced)
+        m_detached.push_back(std::move(old));
+}
+
+int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge)
+{
+    m_matched.clear();
+    std::unique_ptr<SymbolTree> old = std::move(m_tree);
+
+    elf::FilePtr file(elf::open(path, false));
+    if (!file) {
+        report::error("Could not open ELF file!");
+        retire(std::move(old));
+        return -1;
+    }
+    auto tree = std::make_unique<SymbolTree>();
+    const elf::DebugInfo& info = file->debugInfo();
+    const auto& globals = info.globals();
+    const int limit = static_cast<int>(globals.size());
+    if (bridge)
+        bridge->progress(0, "Parsing ELF file ...", kProgressStart, limit);
+
+    symtree::Builder builder(info, tree->arena, [this](Node& node) {
+        for (const Node* s : m_selected)
+            if (symtree::matches(node, *s)) {
+                m_matched.push_back(&node);
+                break;
+            }
+    });
+    Node* fileNode = nullptr;
+    Node* previous = nullptr;
+    std::string_view previousFile;
+    int lastReported = 0;
+    for (int i = 0; i < limit; ++i) {
+        const elf::Die& symbol = info.die(globals[static_cast<std::size_t>(i)]);
+        if (symbol.hasAddress) {
+            const std::string_view declared = info.declFile(symbol);
+            Node* node = tree->arena.create();
+            if (!fileNode || declared != previousFile) {
+                fileNode = tree->arena.create();
+                fileNode->File = declared;
+                tree->files.push_back(fileNode);
+                fileNode->addChild(node);
+            } else {
+                previous->Next = node;
+                fileNode->LastChild = node;
+            }
+            previous = node;
+            previousFile = declared;
+            builder.fill(&symbol, *node, nullptr, 0, false);
+        }
+        // Each round trip to the interface costs; a step per half percent is plenty.
+        if (bridge && (i + 1 == limit || (i + 1 - lastReported) * 200 >= limit)) {
+            bridge->progress(i + 1, "Parsing ELF file ...", kProgressUpdate, limit);
+            lastReported = i + 1;
+        }
+    }
+    if (bridge)
+        bridge->progress(limit, "Parsing ELF file ...", kProgressEnd, limit);
+
+    m_tree = std::move(tree);
+    std::error_code ec;
+    const auto time = std::filesystem::last_write_time(path, ec);
+    if (!ec)
+        m_elfTime = time;
+
+    if (match) {
+        if (bridge)
+            bridge->symbolsAboutToChange();
+        for (const Node* oldNode : m_selected) {
+            for (Node* n : m_matched) {
+                if (symtree::matches(*n, *oldNode)) {
+                    n->GraphColor = oldNode->GraphColor;
+                    n->HasGraphColor = oldNode->HasGraphColor;
+                    n->SelectionItem = oldNode->SelectionItem;
+                    n->TableRow = oldNode->TableRow;
+                    n->GraphCurve = oldNode->GraphCurve;
+                    break;
+                }
+            }
+        }
+        m_selected = std::move(m_matched);
+        m_matched.clear();
+        m_selectionChanged = true;
+        old.reset();
+        if (bridge)
+            bridge->symbolsChanged();
+    } else {
+        retire(std::move(old));
+    }
+    Log::instance().line("%zu symbol nodes from %s", m_tree->arena.size(), path.c_str());
+    return 0;
 }

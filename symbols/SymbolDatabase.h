@@ -18,6 +18,8 @@ class NodeArena {
 public:
     Node* create();
     std::size_t size() const { return m_nodes.size(); }
+    // True when `node` lives in this arena (linear: for rare checks only).
+    bool owns(const Node* node) const;
 
 private:
     std::deque<Node> m_nodes;
@@ -57,7 +59,13 @@ public:
     // Last-write time of the ELF file at the last successful parse.
     std::filesystem::file_time_type elfTime() const { return m_elfTime; }
 
+    // Nodes filled by the last parse that matched a selected symbol.
+    const std::vector<Node*>& matched() const { return m_matched; }
+
 private:
+    // Frees a replaced tree unless selected symbols still point into it.
+    void retire(std::unique_ptr<SymbolTree> old);
+
     std::unique_ptr<SymbolTree> m_tree;
     std::vector<Node*> m_selected;
     std::vector<Node*> m_matched;

@@ -1,0 +1,207 @@
+#include "symbols/SymbolTree.h"
+
+#include "app/Log.h"
+#include "app/Text.h"
+#include "symbols/DebugInfo.h"
+#include "symbols/SymbolDatabase.h"
+
+#include <array>
+
+namespace symtree {
+namespace {
+
+constexpr std::uint16_t kTagMember = 0x0d;
+constexpr std::uint16_t kTagInheritance = 0x1c;
+// An array with more elements than this is left unexpanded: a damaged file
+// must not make the tree eat all memory.
+constexpr std::uint64_t kMaxElements = 1ull << 22;
+
+bool isRecord(std::uint32_t tag) { return tag == kTagStruct || tag == kTagUnion || tag == kTagClass; }
+
+}  // namespace
+
+void classify(Node& node)
+{
+    if (node.Children) {
+        node.TypeID = kTypeNone;
+        return;
+    }
+    node.IsLeaf = true;
+    if (node.TypeID == kTypeBitField)
+        return;
+    if (node.Size == 1 && (text::equalsFolded(node.Type, "bool") || text::equalsFolded(node.Type, "_Bool"))) {
+        node.TypeID = kTypeBool;
+        node.IsSigned = false;
+        node.MaxValue = 1.0;
+        return;
+    }
+    if (node.Size == 4 && text::equalsFolded(node.Type, "float")) {
+        node.TypeID = kTypeFloat;
+        node.IsSigned = true;
+        node.MaxValue = 3.4028234663852886e38;
+        return;
+    }
+    if (node.Size == 8 && text::equalsFolded(node.Type, "double")) {
+        node.TypeID = kTypeDouble;
+        node.IsSigned = true;
+        node.MaxValue = 1.7976931348623157e308;
+        return;
+    }
+    switch (node.Size) {
+    case 1:
+        node.TypeID = node.IsSigned ? kTypeS8 : kTypeU8;
+        node.MaxValue = node.IsSigned ? 127.0 : 255.0;
+        break;
+    case 2:
+        node.TypeID = node.IsSigned ? kTypeS16 : kTypeU16;
+        node.MaxValue = node.IsSigned ? 32767.0 : 65535.0;
+        break;
+    case 4:
+        node.TypeID = node.IsSigned ? kTypeS32 : kTypeU32;
+        node.MaxValue = node.IsSigned ? 2147483647.0 : 4294967295.0;
+        break;
+    case 8:
+        node.TypeID = node.IsSigned ? kTypeS64 : kTypeU64;
+        node.MaxValue = node.IsSigned ? 9223372036854775808.0 : 18446744073709551616.0;
+        break;
+    default: node.TypeID = kTypeNone; break;
+    }
+}
+
+std::string nameWithParents(const Node& node)
+{
+    std::array<const std::string*, 64> parts{};
+    std::size_t count = 0, length = node.Name.size();
+    parts[count++] = &node.Name;
+    for (const Node* p = node.Parent; p && count < parts.size(); p = p->Parent) {
+        if (p->IsArray)
+            continue;
+        parts[count++] = &p->Name;
+        length += p->Name.size() + 1;
+    }
+    std::string path;
+    path.reserve(length);
+    for (std::size_t i = count; i-- > 0;) {
+        path += *parts[i];
+        if (i)
+            path += '.';
+    }
+    return path;
+}
+
+bool matches(const Node& a, const Node& b)
+{
+    return text::equalsFolded(a.File, b.File) && text::equalsFolded(a.Name, b.Name) &&
+           text::equalsFolded(a.NameWithParents, b.NameWithParents) && text::equalsFolded(a.Type, b.Type);
+}
+
+Builder::Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled)
+    : m_info(info), m_arena(arena), m_hook(std::move(onFilled))
+{
+}
+
+Node& Builder::addChild(Node& parent)
+{
+    Node* child = m_arena.create();
+    ++m_nodes;
+    parent.addChild(child);
+    return *child;
+}
+
+void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32_t depth, bool nameSet)
+{
+    node.Parent = parent;
+    if (!symbol || depth >= kMaxDepth)
+        return;
+    const elf::Die* type = m_info.resolvedType(*symbol);
+    if (type && type->tag == kTagSubprogram)
+        return;
+    if (!nameSet) {
+        node.Name = m_info.symbolName(*symbol);
+        node.Address = symbol->address;
+    }
+    node.Type = m_info.typeText(*symbol);
+    node.File = m_info.declFile(*symbol);
+    node.Tag = type ? type->tag : 0;
+    node.Size = m_info.byteSize(type);
+    node.IsSigned = m_info.isSigned(type);
+
+    if (parent && isRecord(parent->Tag)) {
+        node.Address = parent->Address + symbol->memberLocation;
+        if (symbol->hasBitSize) {
+            node.TypeID = kTypeBitField;
+            node.Size = parent->Size;
+            node.BitSize = symbol->bitSize;
+            // Kept as a little-endian bit position from Address in both DWARF
+            // forms: DWARF 4 counts from the storage unit's top bit.
+            if (symbol->hasDataBitOffset) {
+                node.BitOffset = symbol->dataBitOffset;
+            } else if (symbol->hasBitOffset) {
+                const std::uint32_t unitBits = 8 * (symbol->hasByteSize ? symbol->byteSize : m_info.byteSize(type));
+                node.BitOffset = unitBits >= symbol->bitOffset + symbol->bitSize ? unitBits - symbol->bitOffset - symbol->bitSize : 0;
+            }
+        }
+        if (node.Tag == kTagClass && parent->Tag == kTagClass)
+            node.Name = "<Inherited>";
+    }
+
+    if (isRecord(node.Tag)) {
+        for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c))
+            if (c->tag == kTagMember && !c->declaration)
+                fill(c, addChild(node), &node, depth + 1, false);
+        if (node.Tag == kTagClass)
+            for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c))
+                if (c->tag == kTagInheritance)
+                    fill(c, addChild(node), &node, depth + 1, false);
+    } else if (node.Tag == kTagArray) {
+        node.IsArray = true;
+        node.Dimensions = m_info.dimensions(*type);
+        node.NumDimensions = static_cast<std::uint32_t>(node.Dimensions.size());
+        std::uint64_t total = 1;
+        for (std::uint32_t n : node.Dimensions)
+            total = std::min<std::uint64_t>(total * n, kMaxElements + 1);
+        const elf::Die* element = m_info.find(type->typeRef);
+        if (total > kMaxElements) {
+            Log::instance().line("Array %s with more than %llu elements is not expanded", node.Name.c_str(),
+                                 static_cast<unsigned long long>(kMaxElements));
+        } else if (element && !node.Dimensions.empty()) {
+            const std::uint32_t elementSize = m_info.byteSize(m_info.resolvedType(*element));
+            expand(node.Dimensions, 0, depth, element, elementSize, node);
+        }
+    }
+
+    classify(node);
+    node.NameWithParents = nameWithParents(node);
+    if (m_hook)
+        m_hook(node);
+}
+
+void Builder::expand(const std::vector<std::uint32_t>& dims, std::size_t dim, std::uint32_t depth, const elf::Die* element,
+                     std::uint32_t elementSize, Node& node)
+{
+    if (depth >= kMaxDepth)
+        return;
+    std::uint64_t stride = elementSize;
+    for (std::size_t k = dim + 1; k < dims.size(); ++k)
+        stride *= dims[k];
+    for (std::uint32_t i = 0; i < dims[dim]; ++i) {
+        Node& child = addChild(node);
+        child.Name = text::truncated(text::format(text::kNameSize, "%s[%u]", node.Name.c_str(), i), text::kNameSize);
+        child.Address = static_cast<std::uint32_t>(node.Address + i * stride);
+        if (dim + 1 < dims.size()) {
+            child.Parent = &node;
+            child.IsArray = true;
+            expand(dims, dim + 1, depth + 1, element, elementSize, child);
+            child.Type = node.Type;
+            child.File = node.File;
+            classify(child);
+            child.NameWithParents = nameWithParents(child);
+            if (m_hook)
+                m_hook(child);
+        } else {
+            fill(element, child, &node, depth + 1, true);
+        }
+    }
+}
+
+}  // namespace symtree
