@@ -45,3 +45,15 @@ void Project::setPath(const std::string& path)
     std::lock_guard lock(m_mutex);
     m_path = text::truncated(path, text::kPathSize);
 }
+
+std::string Project::keptTriggerName() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_keptTriggerName;
+}
+
+void Project::setKeptTriggerName(const std::string& name)
+{
+    std::lock_guard lock(m_mutex);
+    m_keptTriggerName = text::truncated(name, text::kNameSize);
+}

@@ -28,11 +28,16 @@ public:
     void setHasFileName(bool on) { m_hasFileName = on; }
     std::string path() const;
     void setPath(const std::string& path);
+    // The trigger symbol's name as last read from a project file. It outlives
+    // each load and is looked up again by loads without a trigger.
+    std::string keptTriggerName() const;
+    void setKeptTriggerName(const std::string& name);
 
 private:
     mutable std::mutex m_mutex;
     ProjectSettings m_settings;
     std::string m_path;
+    std::string m_keptTriggerName;
     std::atomic<bool> m_open{false};
     std::atomic<bool> m_modified{false};
     std::atomic<bool> m_hasFileName{false};
