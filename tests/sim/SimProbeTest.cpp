@@ -1,0 +1,399 @@
+// The simulated probe through its C API, running the demo firmware.
+#include "SimTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+
+using namespace simtest;
+
+namespace {
+
+class SimProbe : public ::testing::Test {
+protected:
+    void TearDown() override { TARVOARM_Close(); }
+};
+
+std::vector<TARVO_BSQ_BLOCK> demoBlocks()
+{
+    return {
+        {kTick, 4, 0, 0}, {kSine, 4, 0, 0}, {kCosine, 4, 0, 0}, {kSawtooth, 2, 0, 0},
+        {kSquare, 1, 0, 0}, {kState, 1, 0, 0}, {kCounter64, 8, 0, 0}, {kMotor, 12, 0, 0},
+        {kChannels, 32, 0, 0},
+    };
+}
+
+constexpr uint32_t kDemoRecord = 4 + 4 + 4 + 4 + 2 + 1 + 1 + 8 + 12 + 32;
+
+void checkDemoRecord(const uint8_t* r)
+{
+    const auto stamp = get<uint32_t>(r);
+    const auto t = get<uint32_t>(r + 4);
+    // Records are taken before the firmware's update for that millisecond runs.
+    ASSERT_EQ(t, (stamp - 1) / 1000) << "stamp " << stamp;
+    EXPECT_NEAR(get<float>(r + 8), sineAt(t), 1e-3) << "tick " << t;
+    EXPECT_NEAR(get<float>(r + 12), cosineAt(t), 1e-3) << "tick " << t;
+    EXPECT_EQ(get<int16_t>(r + 16), sawtoothAt(t));
+    EXPECT_EQ(r[18], (t / 500) % 2);
+    EXPECT_EQ(r[19], stateAt(t));
+    EXPECT_EQ(get<uint64_t>(r + 20), uint64_t(t) * 0x100000001ull);
+    const uint8_t* m = r + 28;
+    EXPECT_FLOAT_EQ(get<float>(m), float(t % 1000) * 0.5f);
+    EXPECT_EQ(get<int16_t>(m + 4), int16_t(t % 100));
+    EXPECT_EQ(m[6], 20 + (t / 1000) % 50);
+    const uint8_t bits = m[8];
+    EXPECT_EQ(bits & 1u, (t / 100) % 2);
+    EXPECT_EQ((bits >> 1) & 7u, (t / 100) % 8);
+    EXPECT_EQ((bits >> 4) & 1u, (t % 1000) < 10 ? 1u : 0u);
+    for (uint32_t i = 0; i < 4; ++i) {
+        const uint16_t raw = uint16_t((t + 100 * i) % 4096);
+        EXPECT_EQ(get<uint16_t>(r + 40 + 8 * i), raw);
+        EXPECT_FLOAT_EQ(get<float>(r + 40 + 8 * i + 4), float(raw) * 0.001f);
+    }
+}
+
+void checkPeriod(const std::vector<uint8_t>& data, uint32_t recordSize, uint32_t period)
+{
+    for (size_t at = recordSize; at + recordSize <= data.size(); at += recordSize) {
+        ASSERT_EQ(get<uint32_t>(&data[at]) - get<uint32_t>(&data[at - recordSize]), period) << "record " << at / recordSize;
+    }
+}
+
+} // namespace
+
+TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    TARVO_BSQ_CAPS caps{};
+    ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
+    EXPECT_GT(caps.MaxFreq, 1000u);
+    for (const uint32_t period : {1000u, 2000u, 5000u}) {
+        SCOPED_TRACE(period);
+        const auto blocks = demoBlocks();
+        ASSERT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), period, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        const auto data = readBsq(kDemoRecord, 600);
+        ASSERT_GE(data.size(), 600u * kDemoRecord);
+        ASSERT_EQ(data.size() % kDemoRecord, 0u);
+        EXPECT_EQ(get<uint32_t>(&data[0]) % period, 0u);
+        checkPeriod(data, kDemoRecord, period);
+        for (size_t at = 0; at < data.size(); at += kDemoRecord) {
+            checkDemoRecord(&data[at]);
+            if (HasFatalFailure() || HasNonfatalFailure())
+                return;
+        }
+        EXPECT_EQ(TARVO_BSQ_Stop(), 0);
+    }
+}
+
+TEST_F(SimProbe, BsqSamplesBetweenMillisecondsSeeTheLastUpdate)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    const TARVO_BSQ_BLOCK tick{kTick, 4, 0, 0};
+    ASSERT_EQ(TARVO_BSQ_Start(&tick, 1, 250, 1), 0);
+    const auto data = readBsq(8, 2000);
+    ASSERT_GE(data.size(), 2000u * 8);
+    checkPeriod(data, 8, 250);
+    for (size_t at = 0; at < data.size(); at += 8)
+        ASSERT_EQ(get<uint32_t>(&data[at + 4]), (get<uint32_t>(&data[at]) - 1) / 1000);
+}
+
+TEST_F(SimProbe, BsqFifoIsBoundedAndCountsWhatItDrops)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    // Large records fill the probe's memory quickly.
+    const TARVO_BSQ_BLOCK big{0x20000000, 1016, 0, 0};
+    const uint32_t record = 1020;
+    ASSERT_EQ(TARVO_BSQ_Start(&big, 1, 10, 1), 0);
+    const size_t capacity = (4u * 1024 * 1024) / record;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    std::vector<uint8_t> buf((capacity + 100) * record);
+    const int n = TARVO_BSQ_Read(buf.data(), uint32_t(buf.size()));
+    ASSERT_EQ(n, int(capacity * record)) << "the FIFO holds exactly its capacity";
+    buf.resize(size_t(n));
+    checkPeriod(buf, record, 10);
+    // What came after the full FIFO was dropped: the next record jumps ahead.
+    const auto more = readBsq(record, 1);
+    ASSERT_GE(more.size(), record);
+    const uint32_t lastKept = get<uint32_t>(&buf[buf.size() - record]);
+    EXPECT_GT(get<uint32_t>(&more[0]) - lastKept, 10u);
+}
+
+TEST_F(SimProbe, BsqReadDeliversWholeRecordsOnly)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    const TARVO_BSQ_BLOCK blocks[2] = {{kTick, 4, 0, 0}, {kSawtooth, 2, 0, 0}};
+    ASSERT_EQ(TARVO_BSQ_Start(blocks, 2, 1000, 1), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    uint8_t small[25];
+    const int n = TARVO_BSQ_Read(small, sizeof small);
+    EXPECT_EQ(n, 20) << "two 10-byte records fit into 25 bytes";
+    EXPECT_EQ(TARVO_BSQ_Read(small, 9), 0);
+}
+
+TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
+{
+    ASSERT_EQ(connectWith("Fast = 0\n"), 0);
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
+    int count = TARVO_QTX_ERR_NOT_FOUND;
+    for (int i = 0; i < 2000 && count == TARVO_QTX_ERR_NOT_FOUND; ++i) {
+        uint32_t dir = TARVO_QTX_DIR_UP;
+        count = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &dir);
+        if (count == TARVO_QTX_ERR_NOT_FOUND)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ASSERT_GE(count, 1);
+    TARVO_QTX_CHANNEL_DESC desc{};
+    desc.BufferIndex = 0;
+    desc.Direction = TARVO_QTX_DIR_UP;
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc), 0);
+    EXPECT_STREQ(desc.acName, "Plotvik_t4f4f4i2u1");
+    EXPECT_EQ(desc.SizeOfBuffer, 4096u);
+
+    // Odd read sizes cut records anywhere; the stream must still frame.
+    std::vector<uint8_t> stream;
+    const uint32_t sizes[] = {7, 13, 1, 29, 15, 64};
+    char buf[64];
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (size_t i = 0; stream.size() < 300 * 15 && std::chrono::steady_clock::now() < end; ++i) {
+        const int n = TARVO_QTXTERMINAL_Read(0, buf, sizes[i % 6]);
+        ASSERT_GE(n, 0);
+        ASSERT_LE(n, int(sizes[i % 6]));
+        stream.insert(stream.end(), buf, buf + n);
+        if (n == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_GE(stream.size(), 300u * 15);
+    uint32_t previous = 0;
+    for (size_t at = 0; at + 15 <= stream.size(); at += 15) {
+        const uint8_t* r = &stream[at];
+        const uint32_t stamp = get<uint32_t>(r);
+        ASSERT_EQ(stamp % 1000, 0u) << "record " << at / 15;
+        const uint32_t t = stamp / 1000;
+        if (at > 0) {
+            ASSERT_EQ(stamp - previous, 1000u) << "a record was lost or doubled";
+        }
+        previous = stamp;
+        EXPECT_NEAR(get<float>(r + 4), sineAt(t), 1e-3);
+        EXPECT_NEAR(get<float>(r + 8), cosineAt(t), 1e-3);
+        EXPECT_EQ(get<int16_t>(r + 12), sawtoothAt(t));
+        EXPECT_EQ(r[14], stateAt(t));
+    }
+    EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr), 0);
+    EXPECT_LT(TARVO_QTXTERMINAL_Read(0, buf, sizeof buf), 0) << "no reads after stop";
+}
+
+TEST_F(SimProbe, QtxBlockOutsideTheSearchRangesIsNotFound)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    EXPECT_NE(TARVO_ExecCommand("SetQTXSearchRanges 0x20000000", nullptr, 0), 0) << "address without size";
+    EXPECT_NE(TARVO_ExecCommand("SetQTXSearchRanges 0x2000000g 0x100", nullptr, 0), 0);
+    ASSERT_EQ(TARVO_ExecCommand("SetQTXSearchRanges 0x20020000 0x1000", nullptr, 0), 0);
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    uint32_t dir = TARVO_QTX_DIR_UP;
+    EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &dir), TARVO_QTX_ERR_NOT_FOUND);
+    // The block lives in the first 8 KiB of RAM in the demo.
+    ASSERT_EQ(TARVO_ExecCommand("SetQTXSearchRanges 0x20020000 0x1000 0x20000000 0x2000", nullptr, 0), 0);
+    EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &dir), 2);
+}
+
+TEST_F(SimProbe, QtxBeforeConnectFails)
+{
+    EXPECT_LT(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
+    uint32_t dir = 0;
+    EXPECT_LT(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &dir), 0);
+}
+
+TEST_F(SimProbe, HaltStopsTargetTimeAndGoResumesWithoutAGap)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    EXPECT_EQ(TARVOARM_IsHalted(), 0);
+    EXPECT_EQ(TARVO_IsHalted() & 0xFF, 0);
+    const TARVO_BSQ_BLOCK tick{kTick, 4, 0, 0};
+    ASSERT_EQ(TARVO_BSQ_Start(&tick, 1, 1000, 1), 0);
+    auto before = readBsq(8, 50);
+    ASSERT_GE(before.size(), 50u * 8);
+    EXPECT_EQ(TARVOARM_Halt(), 0);
+    EXPECT_NE(TARVOARM_IsHalted(), 0);
+    EXPECT_NE(TARVO_IsHalted() & 0xFF, 0);
+    // Whatever was taken before the halt is still waiting.
+    std::vector<uint8_t> rest(8 * 200000);
+    const int r = TARVO_BSQ_Read(rest.data(), uint32_t(rest.size()));
+    ASSERT_GE(r, 0);
+    before.insert(before.end(), rest.begin(), rest.begin() + r);
+    const size_t n = before.size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    uint8_t none[64];
+    EXPECT_EQ(TARVO_BSQ_Read(none, sizeof none), 0) << "a halted target's time stands still";
+    TARVO_Go();
+    EXPECT_EQ(TARVOARM_IsHalted(), 0);
+    const auto after = readBsq(8, 20);
+    ASSERT_GE(after.size(), 20u * 8);
+    EXPECT_EQ(get<uint32_t>(after.data()) - get<uint32_t>(&before[n - 8]), 1000u);
+    EXPECT_EQ(get<uint32_t>(after.data() + 4) - get<uint32_t>(&before[n - 4]), 1u);
+}
+
+TEST_F(SimProbe, ResetRestartsTheFirmwareHalted)
+{
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_NE(TARVOARM_IsHalted(), 0);
+    const TARVO_BSQ_BLOCK tick{kTick, 4, 0, 0};
+    ASSERT_EQ(TARVO_BSQ_Start(&tick, 1, 1000, 1), 0);
+    TARVOARM_Go();
+    const auto data = readBsq(8, 10);
+    ASSERT_GE(data.size(), 80u);
+    EXPECT_EQ(get<uint32_t>(data.data()), 0u) << "target time restarts with the reset";
+    EXPECT_EQ(get<uint32_t>(data.data() + 8 * 9 + 4), 8u);
+}
+
+TEST_F(SimProbe, BsqErrorResults)
+{
+    // A device whose debug port cannot sample while running.
+    ASSERT_EQ(connectWith("Fast = 1\n", "PVK-SIM-M4-NOBSQ"), 0);
+    EXPECT_EQ(TARVOARM_EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ), 0);
+    TARVO_BSQ_CAPS caps{};
+    EXPECT_LT(TARVO_BSQ_GetCaps(&caps), 0);
+    const TARVO_BSQ_BLOCK one{kTick, 4, 0, 0};
+    EXPECT_EQ(TARVO_BSQ_Start(&one, 1, 1000, 1), TARVO_BSQ_ERR_NOT_SUPPORTED);
+    TARVOARM_Close();
+
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    EXPECT_NE(TARVOARM_EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ), 0);
+    ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
+    std::vector<TARVO_BSQ_BLOCK> many(caps.MaxNumBlocks + 1, TARVO_BSQ_BLOCK{kTick, 4, 0, 0});
+    EXPECT_EQ(TARVO_BSQ_Start(many.data(), uint32_t(many.size()), 1000, 1), TARVO_BSQ_ERR_TOO_MANY_BLOCKS);
+    EXPECT_EQ(TARVO_BSQ_Start(many.data(), caps.MaxNumBlocks, 1000, 1), 0);
+    TARVO_BSQ_Stop();
+    const TARVO_BSQ_BLOCK big{0x20000000, caps.MaxRecordSize - 3, 0, 0};
+    EXPECT_EQ(TARVO_BSQ_Start(&big, 1, 1000, 1), TARVO_BSQ_ERR_NO_MEMORY);
+    const TARVO_BSQ_BLOCK fits{0x20000000, caps.MaxRecordSize - 4, 0, 0};
+    EXPECT_EQ(TARVO_BSQ_Start(&fits, 1, 1000, 1), 0);
+    TARVO_BSQ_Stop();
+    EXPECT_LT(TARVO_BSQ_Start(&one, 1, 1'000'000 / caps.MaxFreq - 1, 1), 0) << "faster than the probe can sample";
+    const TARVO_BSQ_BLOCK unmapped{0x60000000, 4, 0, 0};
+    EXPECT_LT(TARVO_BSQ_Start(&unmapped, 1, 1000, 1), 0);
+    uint8_t buf[64];
+    EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0) << "nothing started";
+}
+
+TEST_F(SimProbe, FaultInjectionFailsReadsAfterTheGivenCount)
+{
+    ASSERT_EQ(connectWith("Fast = 1\nFailReadAfter = 3\n"), 0);
+    const TARVO_BSQ_BLOCK one{kTick, 4, 0, 0};
+    ASSERT_EQ(TARVO_BSQ_Start(&one, 1, 1000, 1), 0);
+    uint8_t buf[64];
+    for (int i = 0; i < 3; ++i)
+        EXPECT_GE(TARVO_BSQ_Read(buf, sizeof buf), 0);
+    EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0);
+}
+
+TEST_F(SimProbe, SelectionBySerialNumberAndHost)
+{
+    const auto own = uint32_t(TARVOARM_GetSN());
+    EXPECT_LT(TARVOARM_EMU_SelectByUSBSN(own + 1), 0);
+    EXPECT_NE(TARVOARM_OpenEx(nullptr, nullptr), nullptr) << "no probe with that serial number";
+    EXPECT_EQ(TARVOARM_IsOpen(), 0);
+    EXPECT_GE(TARVOARM_EMU_SelectByUSBSN(own), 0);
+    EXPECT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
+    EXPECT_NE(TARVOARM_IsOpen(), 0);
+    TARVOARM_Close();
+
+    EXPECT_NE(TARVOARM_SelectIP("192.0.2.7", 0) & 0xFF, 0);
+    EXPECT_EQ(TARVOARM_SelectIP("localhost", 0) & 0xFF, 0);
+    EXPECT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
+    TARVOARM_Close();
+
+    // A script changes the probe's serial number for later selections.
+    char err[256];
+    const std::string cmd = "ScriptFile = " + writeScript("serial.TarvoScript", "SerialNumber = 777\n");
+    ASSERT_EQ(TARVOARM_ExecCommand(cmd.c_str(), err, sizeof err), 0) << err;
+    EXPECT_EQ(TARVOARM_GetSN(), 777);
+    EXPECT_LT(TARVOARM_EMU_SelectByUSBSN(own), 0);
+    EXPECT_GE(TARVOARM_EMU_SelectByUSBSN(777), 0);
+}
+
+TEST_F(SimProbe, CommandStringsAnswerWithErrorTexts)
+{
+    char err[1024] = "x";
+    EXPECT_EQ(TARVOARM_ExecCommand("device = cortex-m4", err, sizeof err), 0) << "letter case is ignored";
+    EXPECT_STREQ(err, "");
+    EXPECT_NE(TARVOARM_ExecCommand("device = NoSuchChip", err, sizeof err), 0);
+    EXPECT_NE(std::string(err).find("NoSuchChip"), std::string::npos);
+    EXPECT_NE(TARVOARM_ExecCommand("ScriptFile = /nonexistent/x.TarvoScript", err, sizeof err), 0);
+    EXPECT_STRNE(err, "");
+    const std::string bad = "ScriptFile = " + writeScript("bad.TarvoScript", "Fast = 1\nColour = blue\n");
+    EXPECT_NE(TARVOARM_ExecCommand(bad.c_str(), err, sizeof err), 0);
+    EXPECT_NE(std::string(err).find("line 2"), std::string::npos) << err;
+    EXPECT_EQ(TARVOARM_ExecCommand("SetMSGBoxTimeout = 500", err, sizeof err), 0);
+    EXPECT_NE(TARVOARM_ExecCommand("SetMSGBoxTimeout = soon", err, sizeof err), 0);
+    EXPECT_NE(TARVOARM_ExecCommand("MakeCoffee = 1", err, sizeof err), 0);
+    EXPECT_NE(TARVO_ExecCommand("MakeCoffee = 1", nullptr, 0), 0);
+    EXPECT_EQ(TARVOARM_TIF_Select(TARVO_TIF_JTAG), 0);
+    EXPECT_LT(TARVOARM_TIF_Select(7), 0);
+}
+
+TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
+{
+    EXPECT_LT(TARVOARM_Connect(), 0) << "not open";
+    ASSERT_GE(TARVOARM_EMU_SelectByUSBSN(uint32_t(TARVOARM_GetSN())), 0);
+    ASSERT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
+    EXPECT_LT(TARVOARM_Connect(), 0) << "no device";
+    EXPECT_EQ(TARVOARM_IsConnected(), 0);
+    TARVOARM_Close();
+    EXPECT_LT(connectWith("Firmware = missing.elf\n"), 0);
+    TARVOARM_Close();
+    const std::string notElf = writeScript("not.elf", "this is no ELF file");
+    EXPECT_LT(connectWith("Firmware = not.elf\n"), 0);
+    EXPECT_EQ(TARVOARM_IsConnected(), 0);
+}
+
+TEST_F(SimProbe, DeviceListAndDialog)
+{
+    const int count = TARVOARM_DEVICE_GetInfo(-1, nullptr);
+    ASSERT_GE(count, 30);
+    std::set<std::string> makers;
+    int withoutBsq = 0;
+    for (int i = 0; i < count; ++i) {
+        TARVO_DEVICE_INFO info{};
+        info.SizeOfStruct = sizeof info;
+        ASSERT_EQ(TARVOARM_DEVICE_GetInfo(i, &info), 0);
+        ASSERT_NE(info.sName, nullptr);
+        ASSERT_NE(info.sManu, nullptr);
+        EXPECT_LT(std::strlen(info.sName), 128u);
+        EXPECT_GE(info.NumCores, 1u);
+        EXPECT_NE(info.aCoreId[info.NumCores - 1], 0u);
+        makers.insert(info.sManu);
+        withoutBsq += info.HasBSQ == 0;
+    }
+    EXPECT_GE(makers.size(), 4u);
+    EXPECT_TRUE(makers.count("Unspecified"));
+    EXPECT_GT(withoutBsq, 0);
+    TARVO_DEVICE_INFO info{};
+    info.SizeOfStruct = sizeof info;
+    EXPECT_LT(TARVOARM_DEVICE_GetInfo(count, &info), 0);
+
+    char err[256];
+    auto pick = [&](const std::string& answer) {
+        const std::string cmd = "ScriptFile = " + writeScript("dlg.TarvoScript", "DeviceDialog = " + answer + "\n");
+        EXPECT_EQ(TARVOARM_ExecCommand(cmd.c_str(), err, sizeof err), 0) << err;
+        return TARVOARM_DEVICE_SelectDialog(nullptr, 0, nullptr);
+    };
+    EXPECT_EQ(pick("cancel"), -1);
+    const int index = pick("KS40-512");
+    ASSERT_GE(index, 0);
+    ASSERT_EQ(TARVOARM_DEVICE_GetInfo(index, &info), 0);
+    EXPECT_STREQ(info.sName, "KS40-512");
+    EXPECT_EQ(info.FlashSize, 512u * 1024);
+}
+
+TEST_F(SimProbe, VersionAndBuildDate)
+{
+    EXPECT_GE(TARVOARM_GetDLLVersion(), TARVO_DLL_VERSION_BSQ_CAPS);
+    ASSERT_NE(TARVOARM_GetCompileDateTime(), nullptr);
+    EXPECT_GT(std::strlen(TARVOARM_GetCompileDateTime()), 10u);
+}
