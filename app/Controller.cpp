@@ -54,6 +54,7 @@ Controller::Controller(JobEngine& engine, std::unique_ptr<Sampler> sampler)
           [this](const std::string& cmd) { m_sampler->execCommand(cmd); },
           [this](const std::string& path) { return openOrCreate(path, false); }})
 {
+    m_store.setProject(&m_project);
     Controller* expected = nullptr;
     g_instance.compare_exchange_strong(expected, this);
 }
@@ -188,6 +189,34 @@ int Controller::postSetAppStartAction(std::uint32_t value)
     if (job)
         job->value = value;
     return postJob(job, kJobSetAppStart, &Controller::completeRelease);
+}
+
+bool Controller::waitForQueue(int timeoutMs)
+{
+    // A record of a type beyond the table runs only its completion. The event
+    // is shared so that a waiter that gave up leaves nothing dangling.
+    struct MarkerJob : Job {
+        std::shared_ptr<Event> done;
+    };
+    auto done = std::make_shared<Event>();
+    auto* job = newJob<MarkerJob>("APP: <WaitForQueue>");
+    if (!job)
+        return false;
+    job->done = done;
+    job->type = kJobCount;
+    job->completion = [](Job* j) {
+        static_cast<MarkerJob*>(j)->done->set();
+        releaseJob(j);
+    };
+    if (m_engine.post(job) != 0) {
+        releaseJob(job);
+        return false;
+    }
+    if (timeoutMs < 0) {
+        done->wait();
+        return true;
+    }
+    return done->waitFor(timeoutMs);
 }
 
 // ---------------------------------------------------------------------------

@@ -81,6 +81,10 @@ public:
     int postUpdateProjSettings(const ProjectSettings& settings);
     int postSetAppStartAction(std::uint32_t value);
 
+    // Waits until every job posted before this call has completed; false on
+    // time-out or a closed queue. Not for the worker itself.
+    bool waitForQueue(int timeoutMs = -1);
+
     // --- queries for the interface thread ---
     bool samplingRunning() const { return m_samplingRunning; }
     bool displayPaused() const { return m_displayPaused; }

@@ -334,7 +334,11 @@ int Controller::connectAndStart()
 
 int Controller::startReading()
 {
-    m_working = m_project.settings();
+    // A new run waits for the trigger again.
+    ProjectSettings fresh = m_project.settings();
+    fresh.TriggerFired = false;
+    m_project.apply(fresh);
+    m_working = fresh;
     m_lastReadUs = clk::microseconds();
     if (!m_probeConnected) {
         const int r = connectAndStart();

@@ -1,10 +1,130 @@
-// plotvik-cli record: placeholder until its subsystem lands.
+// plotvik-cli record: samples a project headless through the same controller
+// and jobs as the GUI, then writes the exports.
+#include "app/Controller.h"
+#include "app/JobEngine.h"
+#include "app/Report.h"
 #include "cli/Commands.h"
+#include "cli/ConsoleBridge.h"
+#include "files/CsvExport.h"
+#include "files/RawFile.h"
+#include "probe/ProbeSampler.h"
+#include "probe/TarvoLibrary.h"
 
+#include <QCoreApplication>
+#include <QStandardPaths>
+
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <thread>
 
-int runRecordCommand(const std::vector<std::string>&)
+namespace {
+
+struct Options {
+    std::string project, csv, praw, png;
+    double seconds = 0;
+};
+
+bool parse(const std::vector<std::string>& args, Options& o)
 {
-    std::fprintf(stderr, "plotvik-cli record: not available in this build\n");
-    return 2;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        const bool hasValue = i + 1 < args.size();
+        if (a == "--seconds" && hasValue)
+            o.seconds = std::atof(args[++i].c_str());
+        else if (a == "--csv" && hasValue)
+            o.csv = args[++i];
+        else if (a == "--praw" && hasValue)
+            o.praw = args[++i];
+        else if (a == "--png" && hasValue)
+            o.png = args[++i];
+        else if (!a.empty() && a[0] != '-' && o.project.empty())
+            o.project = a;
+        else
+            return false;
+    }
+    return !o.project.empty() && o.seconds > 0;
+}
+
+// Records whose time stamps do not follow on at the sampling period.
+std::uint32_t countGaps(const SampleStore& store, std::uint32_t periodUs)
+{
+    std::uint32_t gaps = 0;
+    const std::uint32_t n = store.recordCount();
+    for (std::uint32_t i = 1; i < n; ++i)
+        if (store.timeStampAt(i) - store.timeStampAt(i - 1) != periodUs)
+            ++gaps;
+    return gaps;
+}
+
+}  // namespace
+
+int runRecordCommand(const std::vector<std::string>& args)
+{
+    Options o;
+    if (!parse(args, o)) {
+        std::fprintf(stderr, "usage: plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n");
+        return 2;
+    }
+    int argc = 1;
+    char name[] = "plotvik-cli";
+    char* argv[] = {name, nullptr};
+    QCoreApplication app(argc, argv);
+    tarvo::setApplicationPath(QCoreApplication::applicationFilePath().toStdString());
+
+    JobEngine engine;
+    ConsoleBridge bridge;
+    Controller controller(engine, std::make_unique<ProbeSampler>());
+    controller.setBridge(&bridge);
+
+    StartArgs start;
+    start.argv = {"plotvik-cli", "-openprj" + o.project};
+    controller.postInit(&start, nullptr);
+    controller.waitForQueue();
+    if (!controller.project().isOpen()) {
+        std::fprintf(stderr, "plotvik-cli record: could not open project %s\n", o.project.c_str());
+        engine.stopAndWait([] {});
+        return 1;
+    }
+    controller.waitForQueue();  // the ELF parse the open posted
+
+    controller.postStartReading();
+    controller.waitForQueue();
+    if (!controller.samplingRunning()) {
+        engine.stopAndWait([] {});
+        return 1;
+    }
+    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(o.seconds);
+    while (std::chrono::steady_clock::now() < until && controller.samplingRunning())
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const bool failedWhileRunning = !controller.samplingRunning();
+    controller.postReadStop();
+    controller.waitForQueue();
+
+    const SampleStore& store = controller.store();
+    const ProjectSettings settings = controller.project().settings();
+    const std::uint32_t records = store.recordCount();
+    std::printf("records: %u\n", records);
+    std::printf("record rate: %.1f records/s\n", records / o.seconds);
+    if (!settings.IsQTXSession)
+        std::printf("gaps in the time stamps: %u\n", countGaps(store, settings.SamplingPeriod));
+
+    int status = failedWhileRunning ? 1 : 0;
+    if (!o.csv.empty()) {
+        if (ExportCsv(o.csv, store, controller.symbols()) == 0)
+            std::printf("csv: %s\n", o.csv.c_str());
+        else
+            status = 1;
+    }
+    if (!o.praw.empty()) {
+        if (ExportRaw(o.praw, store, controller.symbols()) == 0)
+            std::printf("praw: %s\n", o.praw.c_str());
+        else
+            status = 1;
+    }
+    if (!o.png.empty())
+        std::fprintf(stderr, "plotvik-cli record: --png is not available in this build\n");
+    engine.stopAndWait([] {});
+    controller.setBridge(nullptr);
+    return status;
 }

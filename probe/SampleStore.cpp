@@ -1,5 +1,7 @@
 #include "probe/SampleStore.h"
 
+#include "files/Project.h"
+#include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
 
 #include <cstring>
@@ -65,8 +67,8 @@ void SampleStore::resetStatistics()
 
 std::uint32_t SampleStore::recordCount() const
 {
-    const std::uint32_t last = m_last, oldest = m_oldest;
-    return last < oldest ? kCapacity : last;
+    // Once the ring has wrapped every slot holds a record.
+    return m_oldest != 0 ? kCapacity : m_last.load();
 }
 
 std::uint32_t SampleStore::slotOf(std::uint32_t i) const
@@ -93,12 +95,54 @@ const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t 
     return &symbol.Values[slotOf(i) % kCapacity];
 }
 
+SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
+{
+    // The previous sample sits in the slot before the current one.
+    if (!symbol.HasValue)
+        return Verdict::Discard;
+    const std::uint32_t before = slot == 0 ? kCapacity - 1 : slot - 1;
+    if (!m_triggerOn || m_triggerFired)
+        return Verdict::Keep;
+    if (&symbol != m_triggerSymbol || symbol.TypeID >= kTypeBitField)
+        return Verdict::Discard;
+    switch (symbol.TypeID) {
+    case kTypeFloat: case kTypeDouble: case kTypeU8: case kTypeU16: case kTypeU32:
+    case kTypeS8: case kTypeS16: case kTypeS32: break;
+    default: return Verdict::Discard;  // bool and 64-bit values never fire
+    }
+    const double previous = sampleToDouble(symbol.TypeID, symbol.Values[before]);
+    const double current = sampleToDouble(symbol.TypeID, symbol.Values[slot]);
+    bool fired = m_triggerRise && previous < m_triggerLevel && m_triggerLevel <= current;
+    if (!fired)
+        fired = m_triggerFall && previous > m_triggerLevel && m_triggerLevel >= current;
+    if (!fired)
+        return Verdict::Discard;
+    m_triggerFired = true;
+    if (m_project) {
+        ProjectSettings s = m_project->settings();
+        s.TriggerFired = true;
+        m_project->apply(s);
+    }
+    return Verdict::Keep;
+}
+
 void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
 {
     if (!m_timeStamps || m_recordSize == 0)
         return;
     const std::size_t records = count / m_recordSize;
     m_lastBatch = static_cast<std::uint32_t>(records);
+    if (m_project) {
+        const ProjectSettings s = m_project->settings();
+        m_triggerSymbol = s.TriggerSymbol;
+        m_triggerLevel = s.TriggerLevel;
+        m_triggerOn = s.TriggerOn;
+        m_triggerRise = s.TriggerRise;
+        m_triggerFall = s.TriggerFall;
+        m_triggerFired = s.TriggerFired;
+    } else {
+        m_triggerOn = false;
+    }
     const auto& symbols = m_symbols.selected();
     for (std::size_t r = 0; r < records; ++r) {
         const std::uint8_t* rec = bytes + r * m_recordSize;
@@ -107,19 +151,36 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
         if (m_withTimeStamp) {
             std::memcpy(&ts, rec, 4);
         } else {
-            const bool first = isEmpty();
-            ts = first ? 0 : m_timeStamps[w == 0 ? kCapacity - 1 : w - 1] + 100;
+            ts = isEmpty() ? 0 : m_timeStamps[w == 0 ? kCapacity - 1 : w - 1] + 100;
         }
         m_timeStamps[w] = ts;
         m_currentTimeStamp = ts;
         if (m_open) {
+            const bool empty = isEmpty();
             for (Node* n : symbols) {
                 if (!n->Values)
                     continue;
                 std::memcpy(&n->Values[w], rec + n->Offset, n->Size <= 8 ? n->Size : 8);
-                n->LatestSlot = static_cast<std::int32_t>(w);
+                if (empty) {
+                    n->LatestSlot = static_cast<std::int32_t>(w);
+                } else if (evaluateTrigger(*n, w) == Verdict::Keep) {
+                    n->LatestSlot = static_cast<std::int32_t>(w);
+                    const double v = sampleToDouble(n->TypeID, n->Values[w]);
+                    if (v > n->YMaxSampled)
+                        n->YMaxSampled = v;
+                    if (v < n->YMinSampled)
+                        n->YMinSampled = v;
+                } else {
+                    // Waiting for the trigger: the current sample becomes the previous one.
+                    m_timeStamps[0] = m_timeStamps[1];
+                    n->Values[0] = n->Values[1];
+                }
                 n->HasValue = true;
             }
+        }
+        if (m_triggerOn && !m_triggerFired) {
+            m_write = 1;  // keep only the record before and the current one
+            continue;
         }
         m_last = w;
         if (m_last < m_oldest)

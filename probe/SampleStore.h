@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+class Project;
 class SymbolDatabase;
 struct Node;
 
@@ -19,6 +20,10 @@ public:
     static constexpr std::size_t kTimeStampBytes = std::size_t(kCapacity) * 4;     // 4 MiB
 
     explicit SampleStore(SymbolDatabase& symbols);
+
+    // The project whose trigger settings decide what is kept; when the
+    // trigger fires its fired flag is written back there.
+    void setProject(Project* project) { m_project = project; }
 
     // Record layout: offsets in selection order from 4 (time-stamped records)
     // or 0 (QTX without time stamp). Returns the record size.
@@ -62,7 +67,15 @@ private:
     std::uint32_t slotOf(std::uint32_t i) const;
     bool ensureTimeStamps();
 
+    enum class Verdict { Keep, Discard };
+    Verdict evaluateTrigger(const Node& symbol, std::uint32_t slot);
+
     SymbolDatabase& m_symbols;
+    Project* m_project = nullptr;  // not owned
+    // Trigger snapshot of the current batch.
+    const Node* m_triggerSymbol = nullptr;
+    double m_triggerLevel = 0.0;
+    bool m_triggerOn = false, m_triggerRise = false, m_triggerFall = false, m_triggerFired = false;
     alloc::Block<std::uint32_t> m_timeStamps;
     // Indices are written by the worker and read by the interface thread.
     std::atomic<std::uint32_t> m_write{0};

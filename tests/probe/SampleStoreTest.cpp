@@ -1,0 +1,157 @@
+#include "files/Project.h"
+#include "probe/SampleStore.h"
+#include "probe/SampleValue.h"
+#include "symbols/SymbolDatabase.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+struct StoreFixture : ::testing::Test {
+    SymbolDatabase symbols;
+    SampleStore store{symbols};
+    Project project;
+
+    Node* addSymbol(std::uint32_t size, std::int32_t typeId, const char* name)
+    {
+        Node* n = symbols.createDetachedSymbol();
+        n->Name = name;
+        n->Size = size;
+        n->TypeID = typeId;
+        auto list = symbols.selected();
+        list.push_back(n);
+        symbols.setSelected(list);
+        return n;
+    }
+
+    void start(bool withTimeStamp = true)
+    {
+        store.setProject(&project);
+        store.layOut(withTimeStamp);
+        ASSERT_TRUE(store.prepareFreshStart());
+        store.setOpen(true);
+    }
+
+    // Records of a time stamp and one 2-byte signed value each.
+    void feed(const std::vector<std::int16_t>& values, std::uint32_t firstTs = 0)
+    {
+        std::vector<std::uint8_t> bytes;
+        std::uint32_t ts = firstTs;
+        for (std::int16_t v : values) {
+            std::uint8_t rec[6];
+            std::memcpy(rec, &ts, 4);
+            std::memcpy(rec + 4, &v, 2);
+            bytes.insert(bytes.end(), rec, rec + 6);
+            ts += 1000;
+        }
+        store.storeRecords(bytes.data(), bytes.size());
+    }
+
+    void setTrigger(Node* n, double level, bool rise, bool fall)
+    {
+        ProjectSettings s = project.settings();
+        s.TriggerSymbol = n;
+        s.TriggerLevel = level;
+        s.TriggerOn = true;
+        s.TriggerRise = rise;
+        s.TriggerFall = fall;
+        project.apply(s);
+    }
+
+    double valueAt(const Node& n, std::uint32_t i) { return sampleToDouble(n.TypeID, *store.valueSlotAt(n, i)); }
+};
+
+}  // namespace
+
+TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
+{
+    Node* n = addSymbol(2, kTypeS16, "v");
+    start();
+    feed({1, 2, 3});
+    EXPECT_EQ(store.recordCount(), 2u) << "the newest record is not counted before the wrap";
+    EXPECT_EQ(store.writeIndex(), 3u);
+    EXPECT_EQ(store.timeStampAt(1), 1000u);
+
+    std::vector<std::int16_t> rest(SampleStore::kCapacity - 3);
+    for (std::size_t i = 0; i < rest.size(); ++i)
+        rest[i] = static_cast<std::int16_t>(i + 4);
+    feed(rest, 3000);
+    EXPECT_EQ(store.writeIndex(), 0u);
+    EXPECT_EQ(store.oldestIndex(), 1u);
+    EXPECT_EQ(store.recordCount(), SampleStore::kCapacity);
+
+    // One more record overwrites slot 0; the oldest index moves past it.
+    feed({-7}, SampleStore::kCapacity * 1000u);
+    EXPECT_EQ(store.oldestIndex(), 2u);
+    EXPECT_EQ(store.timeStampAt(0), 2000u);
+    EXPECT_EQ(store.timeStampAt(SampleStore::kCapacity - 2), SampleStore::kCapacity * 1000u);
+    EXPECT_EQ(valueAt(*n, SampleStore::kCapacity - 2), -7.0);
+    EXPECT_EQ(n->YMinSampled, -32768.0) << "statistics follow every value stored";
+    EXPECT_EQ(n->YMaxSampled, 32767.0);
+}
+
+TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
+{
+    addSymbol(1, kTypeU8, "b");
+    start(false);
+    EXPECT_EQ(store.recordSize(), 1u);
+    const std::uint8_t bytes[] = {5, 6, 7, 8};
+    store.storeRecords(bytes, 3);
+    store.storeRecords(bytes + 3, 1);
+    EXPECT_EQ(store.timeStampAt(0), 0u);
+    EXPECT_EQ(store.timeStampAt(1), 100u);
+    EXPECT_EQ(store.timeStampAt(2), 200u);
+    EXPECT_EQ(store.currentTimeStamp(), 300u);
+}
+
+TEST_F(StoreFixture, RisingTriggerFiresWhenTheLevelIsReachedFromBelow)
+{
+    Node* n = addSymbol(2, kTypeS16, "v");
+    start();
+    setTrigger(n, 10, true, false);
+    feed({10, 11, 12, 5, 8});  // never from below 10 to 10 or above
+    EXPECT_EQ(store.writeIndex(), 1u) << "while waiting only two samples are kept";
+    EXPECT_FALSE(project.settings().TriggerFired);
+    feed({9, 10, 20, 30});
+    EXPECT_TRUE(project.settings().TriggerFired);
+    // Recording goes on from the record in which the edge was seen.
+    EXPECT_EQ(valueAt(*n, 0), 9.0);
+    EXPECT_EQ(valueAt(*n, 1), 10.0);
+    EXPECT_EQ(valueAt(*n, 2), 20.0);
+    EXPECT_EQ(store.writeIndex(), 4u);
+}
+
+TEST_F(StoreFixture, FallingTriggerAndTypesThatNeverFire)
+{
+    Node* n = addSymbol(2, kTypeS16, "v");
+    start();
+    setTrigger(n, 0, false, true);
+    feed({0, -1});
+    EXPECT_FALSE(project.settings().TriggerFired) << "0 to -1 does not cross from above";
+    feed({1, 0});
+    EXPECT_TRUE(project.settings().TriggerFired);
+
+    SymbolDatabase symbols2;
+    SampleStore store2{symbols2};
+    Project project2;
+    Node* b = symbols2.createDetachedSymbol();
+    b->Size = 1;
+    b->TypeID = kTypeBool;
+    symbols2.setSelected({b});
+    store2.setProject(&project2);
+    store2.layOut(true);
+    ASSERT_TRUE(store2.prepareFreshStart());
+    store2.setOpen(true);
+    ProjectSettings s;
+    s.TriggerSymbol = b;
+    s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
+    s.TriggerLevel = 0.5;
+    project2.apply(s);
+    const std::uint8_t recs[] = {0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 0, 0, 0, 0};
+    store2.storeRecords(recs, sizeof recs);
+    EXPECT_FALSE(project2.settings().TriggerFired) << "a bool never fires";
+    EXPECT_EQ(store2.writeIndex(), 1u);
+}
