@@ -32,6 +32,23 @@ bool inside(uint32_t address, uint32_t size, uint32_t base, uint32_t length)
 
 } // namespace
 
+// Engine access from the probe side: announces itself so the run thread steps aside.
+class Target::ProbeSide {
+public:
+    explicit ProbeSide(const Target& t) : m_t(t)
+    {
+        ++m_t.m_waiters;
+        m_t.m_engineMutex.lock();
+        --m_t.m_waiters;
+    }
+    ~ProbeSide() { m_t.m_engineMutex.unlock(); }
+    ProbeSide(const ProbeSide&) = delete;
+    ProbeSide& operator=(const ProbeSide&) = delete;
+
+private:
+    const Target& m_t;
+};
+
 void Target::UcDeleter::operator()(uc_struct* uc) const
 {
     uc_close(uc);
@@ -156,7 +173,7 @@ bool Target::read(uint32_t address, void* dst, uint32_t size) const
 {
     if (!isMapped(address, size))
         return false;
-    std::lock_guard engine(m_engineMutex);
+    ProbeSide engine(*this);
     return m_uc && uc_mem_read(m_uc.get(), address, dst, size) == UC_ERR_OK;
 }
 
@@ -164,7 +181,7 @@ bool Target::write(uint32_t address, const void* src, uint32_t size)
 {
     if (!isMapped(address, size))
         return false;
-    std::lock_guard engine(m_engineMutex);
+    ProbeSide engine(*this);
     return m_uc && uc_mem_write(m_uc.get(), address, src, size) == UC_ERR_OK;
 }
 
@@ -322,6 +339,8 @@ void Target::runLoop()
             if (m_quit)
                 return;
         }
+        while (m_waiters.load() > 0)
+            std::this_thread::yield();
         step();
         pace();
     }

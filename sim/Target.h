@@ -86,6 +86,7 @@ private:
     void sampleBsq(uint64_t stampUs);
     uint64_t toUs(uint64_t cycles) const;
     uint64_t toCycles(uint64_t us) const; // first cycle at or after `us`
+    class ProbeSide;
     static uint64_t timerRead(uc_struct* uc, uint64_t offset, unsigned size, void* user);
     static void timerWrite(uc_struct* uc, uint64_t offset, unsigned size, uint64_t value, void* user);
 
@@ -125,6 +126,9 @@ private:
     std::condition_variable m_runCv;
     std::atomic<bool> m_halted{true};
     bool m_quit = false;
+    // Probe-side callers waiting for the engine: the run thread lets them in
+    // first, so that a fast-running core cannot starve the probe.
+    mutable std::atomic<int> m_waiters{0};
     std::chrono::steady_clock::time_point m_paceWall;
     uint64_t m_paceUs = 0;
     std::thread m_thread;
