@@ -171,6 +171,10 @@ std::string DebugInfo::buildTypeText(const Die& symbol, int depth) const
 {
     std::string text, typedefName, qualifier, restrictSuffix;
     const Die* d = &symbol;
+    // A C++ definition through DW_AT_specification carries its type on the declaration.
+    if (symbol.typeRef == 0)
+        if (const Die* decl = find(symbol.specRef))
+            d = decl;
     for (int links = 0; d && links <= kMaxLinks; ++links, d = find(d->typeRef)) {
         bool stop = false;
         switch (d->tag) {

@@ -643,9 +643,10 @@ long Loader::walkSection(bool isInfo, LoadStatistics& stats, long& linesMs)
             break;
         const std::string where = text::format(64, "0x%llX", static_cast<unsigned long long>(unitOffset));
         if (r == DW_DLV_ERROR) {
-            // Without a readable header the next unit cannot be found.
             drop(err);
             reportError(isInfo ? kErrCompileUnit : kErrTypeUnit, where);
+            // libdwarf reads the unit's first entry with its header and cannot
+            // step past a unit whose header or first entry is unreadable.
             break;
         }
         m_addressSize = addressSize;

@@ -1,0 +1,154 @@
+// The symbol tree of real firmware built by arm-none-eabi-gcc.
+#include "TestElf.h"
+
+#include "symbols/SymbolDatabase.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+using testelf::corpus;
+
+namespace {
+
+const char* const kImages[] = {
+    "shapes_c_dwarf4_O0.elf",   "shapes_c_dwarf4_Os.elf",   "shapes_c_dwarf5_O0.elf",   "shapes_c_dwarf5_Os.elf",
+    "shapes_cpp_dwarf4_O0.elf", "shapes_cpp_dwarf4_Os.elf", "shapes_cpp_dwarf5_O0.elf", "shapes_cpp_dwarf5_Os.elf",
+    "shapes_c_newlib.elf",
+};
+
+std::map<std::string, const Node*> byPath(const SymbolTree& tree)
+{
+    std::map<std::string, const Node*> out;
+    std::vector<const Node*> stack;
+    for (const Node* f : tree.files)
+        for (const Node* n = f->Children; n; n = n->Next)
+            stack.push_back(n);
+    while (!stack.empty()) {
+        const Node* n = stack.back();
+        stack.pop_back();
+        out.emplace(n->NameWithParents, n);
+        for (const Node* c = n->Children; c; c = c->Next)
+            stack.push_back(c);
+    }
+    return out;
+}
+
+bool endsWith(std::string_view s, std::string_view tail) { return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail; }
+
+}  // namespace
+
+TEST(Corpus, EveryImageLoadsWithItsDeclaringFiles)
+{
+    for (const char* image : kImages) {
+        SCOPED_TRACE(image);
+        testelf::ErrorCapture errors;
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(corpus(image), false, nullptr), 0);
+        ASSERT_NE(db.tree(), nullptr);
+        for (const auto& r : errors.records)
+            EXPECT_EQ(r.code, 53) << r.message;
+        const auto nodes = byPath(*db.tree());
+        const bool cpp = std::string(image).find("cpp") != std::string::npos;
+        if (cpp) {
+            ASSERT_TRUE(nodes.count("motor::speed"));
+            EXPECT_EQ(nodes.at("motor::speed")->Type, "int");
+            EXPECT_TRUE(endsWith(nodes.at("motor::speed")->File, "/corpus/shapes.cpp"));
+            ASSERT_TRUE(nodes.count("Derived::instances"));
+            EXPECT_EQ(nodes.at("Derived::instances")->TypeID, 12);
+            EXPECT_EQ(nodes.at("cpp_bool")->TypeID, 5);
+            EXPECT_EQ(nodes.at("derived.enabled")->TypeID, 5);
+            EXPECT_TRUE(nodes.count("derived.<Inherited>.id"));
+            EXPECT_EQ(nodes.at("flags.level")->TypeID, 14);
+            EXPECT_EQ(nodes.at("big")->TypeID, 13);
+            EXPECT_EQ(nodes.at("points[3].y")->Type, "short int");
+        } else {
+            EXPECT_TRUE(endsWith(nodes.at("plain_int")->File, "/corpus/shapes.c"));
+            EXPECT_TRUE(endsWith(nodes.at("header_counter")->File, "/corpus/shapes.h"));
+            EXPECT_TRUE(endsWith(nodes.at("s[1].b")->File, "/corpus/shapes.h"));
+            EXPECT_EQ(nodes.at("plain_char")->TypeID, 6);  // char is unsigned on ARM
+            EXPECT_EQ(nodes.at("schar")->TypeID, 10);
+            EXPECT_EQ(nodes.at("cbool")->TypeID, 5);
+            EXPECT_EQ(nodes.at("u64")->TypeID, 9);
+            EXPECT_EQ(nodes.at("m[1][2]")->Address, nodes.at("m[0][0]")->Address + 20);
+            EXPECT_EQ(nodes.at("bits.delta")->TypeID, 14);
+            EXPECT_EQ(nodes.at("bits.delta")->Size, 12u);
+            EXPECT_EQ(nodes.at("const_char_ptr")->Type, "const char*");
+            EXPECT_EQ(nodes.at("void_ptr")->Type, "void*");
+            EXPECT_EQ(nodes.at("chained")->TypeID, 7);
+            EXPECT_TRUE(nodes.count("calls"));  // function-local static
+            EXPECT_FALSE(nodes.count("local"));  // automatic: no static address
+            EXPECT_FALSE(nodes.count("step"));
+            EXPECT_TRUE(nodes.count("deep.next.next.next.next.next.next.next.next.next.next.next.next.next.next.next.next."
+                                    "next.next.next.next.next.next.next.next.next.next.next.next.next.next.next.v"));
+        }
+    }
+}
+
+TEST(Corpus, BitFieldsSitAtTheSameBitInBothVersions)
+{
+    std::map<std::string, std::uint64_t> positions[2];
+    const char* images[] = {"shapes_c_dwarf4_O0.elf", "shapes_c_dwarf5_O0.elf"};
+    for (int i = 0; i < 2; ++i) {
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(corpus(images[i]), false, nullptr), 0);
+        const auto nodes = byPath(*db.tree());
+        const std::uint64_t start = nodes.at("bits")->Address;
+        for (const char* name : {"bits.mode", "bits.level", "bits.delta", "bits.tail"}) {
+            const Node* n = nodes.at(name);
+            positions[i][name] = (n->Address - start) * 8 + n->BitOffset;
+        }
+    }
+    EXPECT_EQ(positions[0], positions[1]);
+    EXPECT_EQ(positions[1]["bits.mode"], 0u);
+    EXPECT_EQ(positions[1]["bits.level"], 3u);
+    EXPECT_EQ(positions[1]["bits.tail"], 64u);
+}
+
+TEST(Corpus, MatchingCarriesTheSelectionOver)
+{
+    SymbolDatabase db;
+    Node* kept = db.createDetachedSymbol();
+    {
+        SymbolDatabase first;
+        ASSERT_EQ(first.parseElf(corpus("shapes_c_dwarf5_O0.elf"), false, nullptr), 0);
+        const Node* n = byPath(*first.tree()).at("nested.pair[1].b");
+        kept->File = n->File;
+        kept->Name = n->Name;
+        kept->NameWithParents = n->NameWithParents;
+        kept->Type = n->Type;
+    }
+    kept->Address = 0;  // addresses are not compared
+    kept->HasGraphColor = true;
+    kept->GraphColor = {10, 20, 30, 255};
+    int row = 0;
+    kept->TableRow = &row;
+    Node* gone = db.createDetachedSymbol();
+    gone->Name = gone->NameWithParents = "vanished";
+    gone->Type = "int";
+    db.setSelected({gone, kept});
+    db.setSelectionChanged(false);
+
+    ASSERT_EQ(db.parseElf(corpus("shapes_c_dwarf5_Os.elf"), true, nullptr), 0);
+    ASSERT_EQ(db.selected().size(), 1u);
+    const Node* now = db.selected()[0];
+    EXPECT_NE(now, kept);
+    EXPECT_EQ(now->NameWithParents, "nested.pair[1].b");
+    EXPECT_NE(now->Address, 0u);
+    EXPECT_TRUE(now->HasGraphColor);
+    EXPECT_EQ(now->GraphColor, (Rgb{10, 20, 30, 255}));
+    EXPECT_EQ(now->TableRow, &row);
+    EXPECT_TRUE(db.selectionChanged());
+    EXPECT_TRUE(db.matched().empty());
+    EXPECT_NE(db.elfTime(), std::filesystem::file_time_type{});
+}
+
+TEST(Corpus, UnreadableFileLeavesNoTree)
+{
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(corpus("shapes_c_dwarf4_O0.elf"), false, nullptr), 0);
+    testelf::ErrorCapture errors;
+    EXPECT_EQ(db.parseElf(corpus("shapes_c.o"), false, nullptr), -1);
+    EXPECT_EQ(db.tree(), nullptr);
+    EXPECT_TRUE(errors.has(64));
+}

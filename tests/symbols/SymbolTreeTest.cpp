@@ -1,0 +1,416 @@
+// The tree's rules on debug information built in memory.
+#include "symbols/DebugInfo.h"
+#include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolTree.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+using elf::Die;
+
+// A unit of hand-made DIE records.
+class FakeDwarf {
+public:
+    FakeDwarf()
+    {
+        elf::Unit u;
+        u.name = "main.c";
+        u.compDir = "/src";
+        u.lineVersion = 5;
+        u.files = {"main.c", "types.h"};
+        info.m_units.push_back(u);
+    }
+
+    std::uint32_t add(Die d, std::uint32_t parent = elf::kNoDie)
+    {
+        d.offset = m_next++;
+        const auto index = static_cast<std::uint32_t>(info.m_dies.size());
+        info.m_dies.push_back(d);
+        info.m_byOffset[d.offset] = index;
+        if (parent != elf::kNoDie) {
+            std::uint32_t* link = &info.m_dies[parent].firstChild;
+            while (*link != elf::kNoDie)
+                link = &info.m_dies[*link].nextSibling;
+            *link = index;
+        }
+        return index;
+    }
+    std::uint64_t key(std::uint32_t index) const { return info.m_dies[index].offset; }
+    const Die& die(std::uint32_t index) const { return info.m_dies[index]; }
+
+    std::uint32_t base(const char* name, std::uint32_t size, std::uint8_t encoding)
+    {
+        Die d;
+        d.tag = 0x24;
+        d.name = name;
+        d.byteSize = size;
+        d.hasByteSize = true;
+        d.encoding = encoding;
+        return add(d);
+    }
+    std::uint32_t array(std::uint32_t element, std::initializer_list<std::int64_t> dims)
+    {
+        Die d;
+        d.tag = 0x01;
+        d.typeRef = key(element);
+        const auto a = add(d);
+        for (auto n : dims) {
+            Die s;
+            s.tag = 0x21;
+            s.upperBound = n - 1;
+            s.hasUpper = true;
+            add(s, a);
+        }
+        return a;
+    }
+    std::uint32_t record(std::uint16_t tag, const char* name, std::uint32_t size)
+    {
+        Die d;
+        d.tag = tag;
+        d.name = name;
+        d.byteSize = size;
+        d.hasByteSize = true;
+        return add(d);
+    }
+    std::uint32_t member(std::uint32_t parent, const char* name, std::uint32_t type, std::uint32_t location)
+    {
+        Die d;
+        d.tag = 0x0d;
+        d.name = name;
+        d.typeRef = key(type);
+        d.memberLocation = location;
+        d.hasMemberLocation = true;
+        return add(d, parent);
+    }
+    std::uint32_t pointer(std::uint32_t to)
+    {
+        Die d;
+        d.tag = 0x0f;
+        d.byteSize = 4;
+        d.hasByteSize = true;
+        d.typeRef = to == elf::kNoDie ? 0 : key(to);
+        return add(d);
+    }
+    std::uint32_t qualifier(std::uint16_t tag, std::uint32_t to)
+    {
+        Die d;
+        d.tag = tag;
+        d.typeRef = key(to);
+        return add(d);
+    }
+    std::uint32_t variable(const char* name, std::uint32_t type, std::uint32_t address)
+    {
+        Die d;
+        d.tag = 0x34;
+        d.name = name;
+        d.typeRef = key(type);
+        d.address = address;
+        d.hasAddress = true;
+        d.hasDeclFile = true;
+        d.declFile = 0;
+        return add(d);
+    }
+
+    // Fills a top-level node for the variable and returns it.
+    Node* fill(std::uint32_t var, std::function<void(Node&)> hook = {})
+    {
+        symtree::Builder builder(info, arena, std::move(hook));
+        Node* n = arena.create();
+        builder.fill(&info.m_dies[var], *n, nullptr, 0, false);
+        return n;
+    }
+
+    elf::DebugInfo info;
+    NodeArena arena;
+
+private:
+    std::uint64_t m_next = 0x100;
+};
+
+void leaves(const Node* n, std::vector<const Node*>& out)
+{
+    for (; n; n = n->Next) {
+        if (n->IsLeaf)
+            out.push_back(n);
+        leaves(n->Children, out);
+    }
+}
+
+const Node* findPath(const Node* n, const std::string& path)
+{
+    for (; n; n = n->Next) {
+        if (n->NameWithParents == path)
+            return n;
+        if (const Node* f = findPath(n->Children, path))
+            return f;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+TEST(SymbolTree, TwoDimensionalArray)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto m = f.variable("m", f.array(i32, {2, 3}), 0x20000100);
+    Node* root = f.fill(m);
+    EXPECT_TRUE(root->IsArray);
+    EXPECT_EQ(root->NumDimensions, 2u);
+    EXPECT_EQ(root->Dimensions, (std::vector<std::uint32_t>{2, 3}));
+    EXPECT_EQ(root->Type, "int[2][3]");
+    EXPECT_EQ(root->Size, 24u);
+    EXPECT_EQ(root->TypeID, 0);
+    ASSERT_NE(root->Children, nullptr);
+    EXPECT_TRUE(root->Children->IsArray);
+    EXPECT_EQ(root->Children->Name, "m[0]");
+    EXPECT_TRUE(root->Children->Next->IsArray);
+    EXPECT_EQ(root->Children->Next->Next, nullptr);
+    std::vector<const Node*> out;
+    leaves(root, out);
+    ASSERT_EQ(out.size(), 6u);
+    const Node* last = out.back();
+    EXPECT_EQ(last->Name, "m[1][2]");
+    EXPECT_EQ(last->NameWithParents, "m[1][2]");
+    EXPECT_EQ(last->Address, 0x20000100u + 20);
+    EXPECT_EQ(last->TypeID, 12);
+    EXPECT_EQ(last->MaxValue, 2147483647.0);
+    EXPECT_EQ(out[1]->Address, 0x20000104u);
+}
+
+TEST(SymbolTree, ArrayOfStructures)
+{
+    FakeDwarf f;
+    const auto i16 = f.base("short int", 2, 5);
+    const auto u8 = f.base("unsigned char", 1, 8);
+    const auto st = f.record(0x13, "pt", 8);
+    f.member(st, "tag", u8, 0);
+    f.member(st, "x", i16, 4);
+    const auto s = f.variable("s", f.array(st, {3}), 0x1000);
+    Node* root = f.fill(s);
+    const Node* x = findPath(root, "s[2].x");
+    ASSERT_NE(x, nullptr);
+    EXPECT_EQ(x->Address, 0x1000u + 2 * 8 + 4);
+    EXPECT_EQ(x->TypeID, 11);
+    EXPECT_EQ(x->Type, "short int");
+    const Node* tag = findPath(root, "s[0].tag");
+    ASSERT_NE(tag, nullptr);
+    EXPECT_EQ(tag->TypeID, 6);
+    EXPECT_EQ(findPath(root, "s.s[2].x"), nullptr);  // the array node is left out of paths
+    const Node* element = findPath(root, "s[1]");
+    ASSERT_NE(element, nullptr);
+    EXPECT_EQ(element->Type, "struct pt");
+    EXPECT_FALSE(element->IsLeaf);
+}
+
+TEST(SymbolTree, NestingStopsAtDepth33)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    // l0 { int v; l1 next; } ... l34 { int v; }
+    std::vector<std::uint32_t> levels(35);
+    levels[34] = f.record(0x13, "l34", 4);
+    f.member(levels[34], "v", i32, 0);
+    for (int i = 33; i >= 0; --i) {
+        levels[static_cast<std::size_t>(i)] = f.record(0x13, "l", static_cast<std::uint32_t>(4 * (35 - i)));
+        f.member(levels[static_cast<std::size_t>(i)], "v", i32, 0);
+        f.member(levels[static_cast<std::size_t>(i)], "next", levels[static_cast<std::size_t>(i + 1)], 4);
+    }
+    Node* root = f.fill(f.variable("deep", levels[0], 0x2000));
+    const Node* n = root;
+    int depth = 0;
+    while (n->Children && n->Children->Next && !n->Children->Next->Name.empty()) {
+        n = n->Children->Next;  // "next"
+        ++depth;
+    }
+    // Depth 32 is filled and has two empty children at depth 33.
+    EXPECT_EQ(depth, 32);
+    EXPECT_EQ(n->Name, "next");
+    EXPECT_EQ(n->TypeID, 0);
+    EXPECT_FALSE(n->IsLeaf);
+    EXPECT_EQ(n->Address, 0x2000u + 32 * 4);
+    const Node* empty = n->Children;
+    ASSERT_NE(empty, nullptr);
+    EXPECT_TRUE(empty->Name.empty());
+    EXPECT_FALSE(empty->IsLeaf);
+    EXPECT_EQ(empty->Parent, n);
+    EXPECT_TRUE(empty->NameWithParents.empty());
+    const Node* v = n->Parent->Children;  // "v" at depth 32
+    EXPECT_TRUE(v->IsLeaf);
+    EXPECT_EQ(v->TypeID, 12);
+}
+
+TEST(SymbolTree, BitFieldOfTwelveByteStructure)
+{
+    FakeDwarf f;
+    const auto u32 = f.base("unsigned int", 4, 8);
+    const auto st = f.record(0x13, "flags", 12);
+    f.member(st, "word", u32, 4);
+    Die bf;
+    bf.tag = 0x0d;
+    bf.name = "mode";
+    bf.typeRef = f.key(u32);
+    bf.hasBitSize = true;
+    bf.bitSize = 3;
+    bf.hasDataBitOffset = true;
+    bf.dataBitOffset = 69;
+    f.add(bf, st);
+    Node* root = f.fill(f.variable("bits", st, 0x3000));
+    const Node* mode = findPath(root, "bits.mode");
+    ASSERT_NE(mode, nullptr);
+    EXPECT_EQ(mode->TypeID, 14);
+    EXPECT_EQ(mode->Size, 12u);
+    EXPECT_EQ(mode->Address, 0x3000u);
+    EXPECT_EQ(mode->BitSize, 3u);
+    EXPECT_EQ(mode->BitOffset, 69u);
+    EXPECT_TRUE(mode->IsLeaf);
+    EXPECT_EQ(findPath(root, "bits.word")->TypeID, 8);
+}
+
+TEST(SymbolTree, InheritedClassPart)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto base = f.record(0x02, "Base", 4);
+    f.member(base, "id", i32, 0);
+    const auto derived = f.record(0x02, "Derived", 8);
+    f.member(derived, "gain", i32, 4);
+    Die inh;
+    inh.tag = 0x1c;
+    inh.typeRef = f.key(base);
+    inh.hasMemberLocation = true;
+    f.add(inh, derived);
+    Node* root = f.fill(f.variable("d", derived, 0x4000));
+    ASSERT_NE(root->Children, nullptr);
+    EXPECT_EQ(root->Children->Name, "gain");  // members first, then bases
+    const Node* id = findPath(root, "d.<Inherited>.id");
+    ASSERT_NE(id, nullptr);
+    EXPECT_EQ(id->Address, 0x4000u);
+    EXPECT_EQ(root->Type, "class Derived");
+}
+
+TEST(SymbolTree, Classification)
+{
+    struct Case {
+        const char* type;
+        std::uint32_t size;
+        bool isSigned;
+        int typeId;
+        double max;
+    };
+    const Case cases[] = {
+        {"char", 1, false, 6, 255.0},       {"char", 1, true, 10, 127.0},
+        {"bool", 2, false, 7, 65535.0},     {"_BOOL", 1, true, 5, 1.0},
+        {"bool", 1, false, 5, 1.0},         {"FLOAT", 4, false, 1, 3.4028234663852886e38},
+        {"float32_t", 4, false, 8, 4294967295.0}, {"double", 8, false, 2, 1.7976931348623157e308},
+        {"long long int", 8, true, 13, 9223372036854775808.0},
+        {"long long unsigned int", 8, false, 9, 18446744073709551616.0},
+        {"short int", 2, true, 11, 32767.0}, {"struct x", 12, false, 0, 0.0},
+    };
+    for (const auto& c : cases) {
+        Node n;
+        n.Type = c.type;
+        n.Size = c.size;
+        n.IsSigned = c.isSigned;
+        symtree::classify(n);
+        EXPECT_EQ(n.TypeID, c.typeId) << c.type << " " << c.size;
+        EXPECT_EQ(n.MaxValue, c.max) << c.type;
+        EXPECT_TRUE(n.IsLeaf);
+    }
+    Node parent, child;
+    parent.Size = 4;
+    parent.Children = &child;
+    symtree::classify(parent);
+    EXPECT_EQ(parent.TypeID, 0);
+    EXPECT_FALSE(parent.IsLeaf);
+    Node bits;
+    bits.TypeID = 14;
+    bits.Size = 4;
+    symtree::classify(bits);
+    EXPECT_EQ(bits.TypeID, 14);
+    EXPECT_EQ(bits.MaxValue, 0.0);
+}
+
+TEST(SymbolTree, TypeTexts)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto chr = f.base("char", 1, 8);
+    const auto foo = f.record(0x13, "foo", 8);
+    struct Case {
+        std::uint32_t type;
+        const char* text;
+    };
+    const Case cases[] = {
+        {f.array(i32, {3, 4}), "int[3][4]"},
+        {f.pointer(foo), "struct foo*"},
+        {f.pointer(f.qualifier(0x26, chr)), "const char*"},
+        {f.qualifier(0x26, f.pointer(chr)), "const char*"},
+        {f.pointer(elf::kNoDie), "void*"},
+        {f.qualifier(0x35, i32), "volatile int"},
+        {f.qualifier(0x37, f.pointer(i32)), "int* restrict"},
+    };
+    for (const auto& c : cases) {
+        const auto v = f.variable("v", c.type, 0);
+        EXPECT_EQ(f.info.typeText(f.die(v)), c.text);
+    }
+    // An unnamed structure takes the typedef's name.
+    Die td;
+    td.tag = 0x16;
+    td.name = "point_t";
+    td.typeRef = f.key(f.record(0x13, nullptr, 4));
+    const auto tdi = f.add(td);
+    EXPECT_EQ(f.info.typeText(f.die(f.variable("p", tdi, 0))), "struct point_t");
+}
+
+TEST(SymbolTree, DeclaringFile)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    auto v = f.variable("a", i32, 0);
+    f.info.m_dies[v].declFile = 1;  // version-5 line table: 0-based
+    EXPECT_EQ(f.info.declFile(f.die(v)), "/src/types.h");
+    auto w = f.variable("b", i32, 0);
+    f.info.m_dies[w].declFile = 7;  // out of range: the unit's own name
+    EXPECT_EQ(f.info.declFile(f.die(w)), "/src/main.c");
+    f.info.m_units[0].lineVersion = 3;  // 1-based numbering
+    auto x = f.variable("c", i32, 0);
+    f.info.m_dies[x].declFile = 2;
+    EXPECT_EQ(f.info.declFile(f.die(x)), "/src/types.h");
+}
+
+TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
+{
+    const auto make = [](const char* file, const char* name, const char* path, const char* type) {
+        auto n = std::make_unique<Node>();
+        n->File = file;
+        n->Name = name;
+        n->NameWithParents = path;
+        n->Type = type;
+        return n;
+    };
+    const auto a = make("/src/Main.c", "speed", "motor.speed", "int");
+    auto b = make("/SRC/main.C", "SPEED", "Motor.Speed", "INT");
+    b->Address = 2;
+    b->Size = 8;
+    b->TypeID = 13;
+    EXPECT_TRUE(symtree::matches(*a, *b));
+    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "long int")));
+    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "other.speed", "int")));
+    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed2", "motor.speed", "int")));
+    EXPECT_FALSE(symtree::matches(*a, *make("/src/other.c", "speed", "motor.speed", "int")));
+    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "int ")));
+}
+
+TEST(SymbolTree, HookSeesEveryFilledNodeOnce)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    std::vector<std::string> seen;
+    f.fill(f.variable("m", f.array(i32, {2, 2}), 0), [&](Node& n) { seen.push_back(n.NameWithParents); });
+    EXPECT_EQ(seen, (std::vector<std::string>{"m[0][0]", "m[0][1]", "m[0]", "m[1][0]", "m[1][1]", "m[1]", "m"}));
+}

@@ -1,0 +1,79 @@
+#include "TestElf.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace testelf {
+
+std::string corpus(const std::string& name) { return std::string(PLOTVIK_SYMBOLS_CORPUS) + "/" + name; }
+
+std::vector<unsigned char> readBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes)
+{
+    const auto dir = std::filesystem::temp_directory_path() / ("plotvik-symbols-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const std::string path = (dir / name).string();
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return path;
+}
+
+namespace {
+std::uint32_t u32(const std::vector<unsigned char>& b, std::size_t off)
+{
+    std::uint32_t v = 0;
+    std::memcpy(&v, b.data() + off, 4);
+    return v;
+}
+std::uint16_t u16(const std::vector<unsigned char>& b, std::size_t off)
+{
+    std::uint16_t v = 0;
+    std::memcpy(&v, b.data() + off, 2);
+    return v;
+}
+}  // namespace
+
+std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset)
+{
+    std::vector<std::size_t> units;
+    const std::uint32_t shoff = u32(image, 32);
+    const std::uint16_t shentsize = u16(image, 46), shnum = u16(image, 48), shstrndx = u16(image, 50);
+    const std::size_t strtab = u32(image, shoff + shstrndx * shentsize + 16);
+    for (std::uint16_t i = 0; i < shnum; ++i) {
+        const std::size_t sh = shoff + i * shentsize;
+        const char* name = reinterpret_cast<const char*>(image.data() + strtab + u32(image, sh));
+        if (std::strcmp(name, ".debug_info") != 0)
+            continue;
+        sectionOffset = u32(image, sh + 16);
+        const std::size_t size = u32(image, sh + 20);
+        for (std::size_t off = 0; off + 4 <= size; off += 4 + u32(image, sectionOffset + off))
+            units.push_back(off);
+    }
+    return units;
+}
+
+ErrorCapture::ErrorCapture()
+{
+    m_previous = elf::setReportHandler([this](const elf::ErrorRecord& r) { records.push_back(r); });
+}
+
+ErrorCapture::~ErrorCapture() { elf::setReportHandler(m_previous); }
+
+bool ErrorCapture::has(int code) const
+{
+    for (const auto& r : records)
+        if (r.code == code)
+            return true;
+    return false;
+}
+
+}  // namespace testelf

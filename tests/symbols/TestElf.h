@@ -1,0 +1,30 @@
+// Helpers of the symbol tests: the corpus, temporary files, error capture.
+#pragma once
+
+#include "symbols/ElfFile.h"
+
+#include <string>
+#include <vector>
+
+namespace testelf {
+
+std::string corpus(const std::string& name);
+std::vector<unsigned char> readBytes(const std::string& path);
+// Writes `bytes` to a fresh temporary file and returns its path.
+std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes);
+// Header offsets of the units in .debug_info of a 32-bit little-endian ELF.
+std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset);
+
+// Collects reported ELF errors for its lifetime.
+class ErrorCapture {
+public:
+    ErrorCapture();
+    ~ErrorCapture();
+    std::vector<elf::ErrorRecord> records;
+    bool has(int code) const;
+
+private:
+    elf::ReportHandler m_previous;
+};
+
+}  // namespace testelf
