@@ -545,27 +545,37 @@ int Probe::qtxRead(uint32_t channel, char* dst, uint32_t max)
         return TARVO_QTX_ERR_NOT_FOUND;
     if (readFails())
         return -1;
-    uint32_t ch[7];
-    if (!readChannel(channel, ch))
-        return -1;
-    const uint32_t buffer = ch[1];
-    const uint32_t size = ch[2];
-    const uint32_t wr = ch[3];
-    const uint32_t rd = ch[4];
-    if (size == 0)
-        return 0; // channel being set up
-    if (wr >= size || rd >= size || !Target::isMapped(buffer, size))
-        return -1;
-    const uint32_t avail = wr >= rd ? wr - rd : size - rd + wr;
-    const uint32_t n = std::min({avail, max, uint32_t(0x7FFFFFFF)});
-    const uint32_t first = std::min(n, size - rd);
-    if (!m_target->read(buffer + rd, dst, first) || !m_target->read(buffer, dst + first, n - first))
-        return -1;
-    const uint32_t next = (rd + n) % size;
-    const uint32_t rdAddress = m_cbAddress + kQtxHeader + channel * kQtxChannelSize + 16;
-    if (!m_target->write(rdAddress, &next, 4))
-        return -1;
-    return static_cast<int>(n);
+    // One transaction: the firmware cannot move its offsets half-way through.
+    int result = -1;
+    const uint32_t cb = m_cbAddress;
+    m_target->transact([&](Target::Access& mem) {
+        uint32_t numUp = 0;
+        uint32_t ch[7];
+        const uint32_t at = cb + kQtxHeader + channel * kQtxChannelSize;
+        if (!mem.read(cb + 16, &numUp, 4) || channel >= std::min(numUp, kMaxQtxChannels) || !mem.read(at, ch, sizeof ch))
+            return false;
+        const uint32_t buffer = ch[1];
+        const uint32_t size = ch[2];
+        const uint32_t wr = ch[3];
+        const uint32_t rd = ch[4];
+        if (size == 0) {
+            result = 0; // channel being set up
+            return true;
+        }
+        if (wr >= size || rd >= size || !Target::isMapped(buffer, size))
+            return false;
+        const uint32_t avail = wr >= rd ? wr - rd : size - rd + wr;
+        const uint32_t n = std::min({avail, max, uint32_t(0x7FFFFFFF)});
+        const uint32_t first = std::min(n, size - rd);
+        if (!mem.read(buffer + rd, dst, first) || !mem.read(buffer, dst + first, n - first))
+            return false;
+        const uint32_t next = (rd + n) % size;
+        if (!mem.write(at + 16, &next, 4))
+            return false;
+        result = static_cast<int>(n);
+        return true;
+    });
+    return result;
 }
 
 } // namespace sim

@@ -185,6 +185,25 @@ bool Target::write(uint32_t address, const void* src, uint32_t size)
     return m_uc && uc_mem_write(m_uc.get(), address, src, size) == UC_ERR_OK;
 }
 
+bool Target::Access::read(uint32_t address, void* dst, uint32_t size) const
+{
+    return isMapped(address, size) && uc_mem_read(m_uc, address, dst, size) == UC_ERR_OK;
+}
+
+bool Target::Access::write(uint32_t address, const void* src, uint32_t size)
+{
+    return isMapped(address, size) && uc_mem_write(m_uc, address, src, size) == UC_ERR_OK;
+}
+
+bool Target::transact(const std::function<bool(Access&)>& steps)
+{
+    ProbeSide engine(*this);
+    if (!m_uc)
+        return false;
+    Access access(m_uc.get());
+    return steps(access);
+}
+
 uint64_t Target::timeUs() const
 {
     std::lock_guard engine(m_engineMutex);

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -60,6 +61,20 @@ public:
     bool read(uint32_t address, void* dst, uint32_t size) const;
     bool write(uint32_t address, const void* src, uint32_t size);
     static bool isMapped(uint32_t address, uint32_t size);
+
+    // Memory access for several steps under one hold of the engine, so that
+    // the core does not run in between (one probe transaction).
+    class Access {
+    public:
+        bool read(uint32_t address, void* dst, uint32_t size) const;
+        bool write(uint32_t address, const void* src, uint32_t size);
+
+    private:
+        friend class Target;
+        explicit Access(uc_struct* uc) : m_uc(uc) {}
+        uc_struct* m_uc; // not owned
+    };
+    bool transact(const std::function<bool(Access&)>& steps);
 
     uint64_t timeUs() const;
     uint64_t executedInstructions() const;
