@@ -2,16 +2,29 @@
 
 #include "app/Controller.h"
 #include "app/Product.h"
+#include "app/Report.h"
+#include "app/Settings.h"
+#include "app/Text.h"
+#include "gui/DIALOG_CustMsgBox.h"
+#include "gui/MenuBar.h"
+#include "gui/ProgressDialog.h"
+#include "gui/StatusBar.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDockWidget>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QLabel>
-#include <QMessageBox>
-#include <QProgressDialog>
-#include <QPushButton>
 #include <QScreen>
 #include <QThread>
+#include <QUrl>
+
+#ifndef PLOTVIK_USER_GUIDE
+#define PLOTVIK_USER_GUIDE "README.md"
+#endif
 
 MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QWidget* parent)
     : QMainWindow(parent), m_controller(controller), m_guiThread(std::this_thread::get_id())
@@ -20,6 +33,15 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     auto* placeholder = new QLabel(tr("No project open"), this);  // owned by the window
     placeholder->setAlignment(Qt::AlignCenter);
     setCentralWidget(placeholder);
+    m_menuBar = new MenuBar(this, this);
+    setMenuBar(m_menuBar);
+    m_statusBar = new StatusBar(this);
+    setStatusBar(m_statusBar);
+    m_progressDialog = new ProgressDialog(this);
+    // Stand-ins until the graph and watch views arrive; the View menu shows and hides them.
+    m_graphDock = addPlaceholderDock(tr("Graph window"), Qt::TopDockWidgetArea);
+    m_watchDock = addPlaceholderDock(tr("Watch window"), Qt::BottomDockWidgetArea);
+    m_menuBar->updateEnabling(false, false, false);
     resize(1024, 700);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
@@ -69,7 +91,25 @@ void MainWindow::showSymbolSelection() { emit _SignalShowSymbolSelection(); }
 void MainWindow::newProjectDialog() { emit _SignalNewProjectDialog(); }
 void MainWindow::optionsDialog() { emit _SignalOptionsDialog(); }
 void MainWindow::assignColors() { emit _SignalAssignColors(); }
-void MainWindow::refreshRecentLists() { emit _SignalUpdateGUI(); }
+void MainWindow::refreshRecentLists()
+{
+    {
+        LockGuard lock(m_lock);
+        for (int list = 0; list < 2; ++list) {
+            m_recent[list].clear();
+            const int n = std::min(RecentLists::instance().count(list), 10);
+            for (int i = 0; i < n; ++i)
+                m_recent[list].push_back(RecentLists::instance().entry(list, i));
+        }
+    }
+    emit _SignalUpdateGUI();
+}
+
+std::vector<std::string> MainWindow::recentList(int list) const
+{
+    LockGuard lock(m_lock);
+    return list == 0 || list == 1 ? m_recent[list] : std::vector<std::string>{};
+}
 void MainWindow::close() { emit _SignalClose(); }
 
 void MainWindow::enableUpdates(bool on)
@@ -126,7 +166,7 @@ std::string MainWindow::saveFileDialog(const FileDialogRequest& request)
 int MainWindow::progress(int value, const std::string& text, int flags, int limit)
 {
     if (onInterfaceThread())
-        return 0;
+        return m_progressDialog->apply(value, QString::fromStdString(text), flags, limit);
     {
         LockGuard lock(m_lock);
         m_progress.value = value;
@@ -142,17 +182,7 @@ int MainWindow::progress(int value, const std::string& text, int flags, int limi
 
 MessageBoxAnswer MainWindow::runMessageBox(const MessageBoxRequest& r)
 {
-    QMessageBox box(this);
-    box.setWindowTitle(QString::fromStdString(r.caption));
-    box.setText(QString::fromStdString(r.text));
-    QPushButton* b0 = r.button0.empty() ? nullptr : box.addButton(QString::fromStdString(r.button0), QMessageBox::AcceptRole);
-    QPushButton* b1 = r.button1.empty() ? nullptr : box.addButton(QString::fromStdString(r.button1), QMessageBox::RejectRole);
-    box.exec();
-    if (box.clickedButton() && box.clickedButton() == b0)
-        return {0, r.checkState};
-    if (box.clickedButton() && box.clickedButton() == b1)
-        return {1, r.checkState};
-    return {r.dismissedValue, r.checkState};
+    return DIALOG_CustMsgBox::run(r, this);
 }
 
 std::string MainWindow::runFileDialog(const FileDialogRequest& r, bool save)
@@ -215,9 +245,19 @@ void MainWindow::_SlotOnShowFileDialogSave()
 
 void MainWindow::_SlotOnUpdateProgBar()
 {
+    int value = 0, flags = 0, limit = 0;
+    QString text;
     {
         LockGuard lock(m_lock);
-        m_progress.result = 0;
+        value = m_progress.value;
+        flags = m_progress.flags;
+        limit = m_progress.limit;
+        text = QString::fromStdString(m_progress.text);
+    }
+    const int result = m_progressDialog->apply(value, text, flags, limit);
+    {
+        LockGuard lock(m_lock);
+        m_progress.result = result;
     }
     m_progress.done.set();
 }
@@ -230,12 +270,41 @@ void MainWindow::_SlotOnFinAsyncAppInit()
 
 void MainWindow::_SlotOnUpdateGUI()
 {
-    LockGuard lock(m_lock);
-    if (!m_title.empty())
-        setWindowTitle(QString::fromStdString(m_title));
+    {
+        LockGuard lock(m_lock);
+        if (!m_title.empty())
+            setWindowTitle(QString::fromStdString(m_title));
+    }
+    m_menuBar->updateEnabling(m_controller.samplingRunning(), m_controller.project().isOpen(),
+                              !m_controller.symbols().selected().empty());
+    refreshStatusBar();
 }
 
-void MainWindow::_SlotOnUpdateData() {}
+void MainWindow::_SlotOnUpdateData() { refreshStatusBar(); }
+
+void MainWindow::refreshStatusBar()
+{
+    m_statusBar->setFrameRate(m_controller.graphRefreshTarget(), m_controller.measuredFrameRate());
+    m_statusBar->setBuffer(m_controller.symbols().selected().size(), m_controller.store().recordCount(),
+                           m_controller.store().hasWrapped());
+    m_statusBar->setSampleRate(m_controller.sampleRate());
+}
+
+QDockWidget* MainWindow::addPlaceholderDock(const QString& title, Qt::DockWidgetArea area)
+{
+    auto* dock = new QDockWidget(title, this);  // owned by the window
+    dock->setObjectName(title);
+    auto* label = new QLabel(title, dock);  // owned by the dock
+    label->setAlignment(Qt::AlignCenter);
+    label->setMinimumHeight(180);
+    label->setFrameShape(QFrame::StyledPanel);
+    dock->setWidget(label);
+    addDockWidget(area, dock);
+    return dock;
+}
+
+// The new project, options and symbol selection dialogs arrive with their own
+// work; until then these requests are accepted and nothing is shown.
 void MainWindow::_SlotOnNewProjectDialog() {}
 void MainWindow::_SlotOptionsDialog() {}
 void MainWindow::_SlotOnShowSymbolSelection() {}
@@ -243,6 +312,72 @@ void MainWindow::_SlotOnAssignColors() {}
 void MainWindow::_SlotOnReset() {}
 void MainWindow::_SlotOnUpdateSymbolSelection() {}
 void MainWindow::_SlotOnClose() { QMainWindow::close(); }
+
+// ---------------------------------------------------------------------------
+// Menu entries
+
+void MainWindow::_OnActionNewProject() { _SlotOnNewProjectDialog(); }
+
+void MainWindow::_OnActionOpenProject()
+{
+    FileDialogRequest r;
+    r.title = "Open Plotvik Project";
+    r.filter = "Plotvik Project (*.plotvik)";
+    r.directory = Settings::instance().projectFilesDir();
+    const std::string path = runFileDialog(r, false);
+    if (!path.empty())
+        m_controller.postOpenProjFile(path, nullptr, {});
+}
+
+void MainWindow::_OnActionSaveProject() { m_controller.postSaveProject(); }
+void MainWindow::_OnActionSaveProjectAs() { m_controller.postSaveProjectAs(); }
+
+// CSV and raw export come with the data file formats.
+void MainWindow::_OnActionExportData() {}
+void MainWindow::_OnActionExportRaw() {}
+
+void MainWindow::_OnActionImportRaw()
+{
+    FileDialogRequest r;
+    r.title = "Import Raw Data";
+    r.filter = "Plotvik raw data (*.praw)";
+    r.directory = Settings::instance().dataFilesDir();
+    const std::string path = runFileDialog(r, false);
+    if (!path.empty())
+        m_controller.postImportRaw(path);
+}
+
+void MainWindow::_OnActionExit() { QMainWindow::close(); }
+
+void MainWindow::_OnActionGraphWindow()
+{
+    m_graphDock->setVisible(!m_graphDock->isVisible());
+}
+
+void MainWindow::_OnActionWatchWindow()
+{
+    m_watchDock->setVisible(!m_watchDock->isVisible());
+}
+
+void MainWindow::_OnActionOptions() { _SlotOptionsDialog(); }
+
+void MainWindow::_OnActionUserGuide()
+{
+    const QString guide = QStringLiteral(PLOTVIK_USER_GUIDE);
+    if (!QFileInfo::exists(guide) || !QDesktopServices::openUrl(QUrl::fromLocalFile(guide)))
+        report::error(text::format(1024, "Failed to open Plotvik User Guide at:\n\"%s\"", guide.toStdString().c_str()));
+}
+
+void MainWindow::_OnActionAbout()
+{
+    MessageBoxRequest r;
+    r.caption = "About " + std::string(product::kName);
+    r.text = product::fullName() + "\n\nWatches the variables of a running microcontroller program live.\n" +
+             "Built with Qt " + qVersion() + ".";
+    r.button0 = "OK";
+    r.icon = kIconInformation;
+    runMessageBox(r);
+}
 
 void MainWindow::_SlotOnTimeout()
 {

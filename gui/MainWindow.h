@@ -10,10 +10,16 @@
 #include <QMainWindow>
 #include <QTimer>
 
+#include <array>
 #include <memory>
 #include <thread>
+#include <vector>
 
 class Controller;
+class MenuBar;
+class ProgressDialog;
+class QDockWidget;
+class StatusBar;
 
 class MainWindow : public QMainWindow, public Bridge {
     Q_OBJECT
@@ -40,6 +46,13 @@ public:
     int progress(int value, const std::string& text, int flags, int limit) override;
 
     const StartArgs& startArgs() const { return m_startArgs; }
+    MenuBar* menus() const { return m_menuBar; }
+    StatusBar* statusBarWidget() const { return m_statusBar; }
+    ProgressDialog* progressDialog() const { return m_progressDialog; }
+    QDockWidget* graphDock() const { return m_graphDock; }
+    QDockWidget* watchDock() const { return m_watchDock; }
+    // Copies of the recent lists (list 1 = projects; list 0 stays empty).
+    std::vector<std::string> recentList(int list) const;
 
 signals:
     void _SignalFinAsyncAppInit();
@@ -80,18 +93,41 @@ private slots:
     void _SlotOnUpdateSymbolSelection();
     void _SlotOnTimeout();
 
+    // Menu entries (MenuBar's table names them).
+    void _OnActionNewProject();
+    void _OnActionOpenProject();
+    void _OnActionSaveProject();
+    void _OnActionSaveProjectAs();
+    void _OnActionExportData();
+    void _OnActionExportRaw();
+    void _OnActionImportRaw();
+    void _OnActionExit();
+    void _OnActionGraphWindow();
+    void _OnActionWatchWindow();
+    void _OnActionOptions();
+    void _OnActionUserGuide();
+    void _OnActionAbout();
+
 private:
     bool onInterfaceThread() const { return std::this_thread::get_id() == m_guiThread; }
     MessageBoxAnswer runMessageBox(const MessageBoxRequest& request);
     std::string runFileDialog(const FileDialogRequest& request, bool save);
+    QDockWidget* addPlaceholderDock(const QString& title, Qt::DockWidgetArea area);
+    void refreshStatusBar();
 
     Controller& m_controller;
     std::thread::id m_guiThread;
-    LockObject m_lock;
+    mutable LockObject m_lock;
     StartArgs m_startArgs;
     std::string m_title;
     QTimer m_timer;
     bool m_closing = false;
+    MenuBar* m_menuBar = nullptr;                // owned by the window
+    StatusBar* m_statusBar = nullptr;            // owned by the window
+    ProgressDialog* m_progressDialog = nullptr;  // owned by the window
+    QDockWidget* m_graphDock = nullptr;          // owned by the window
+    QDockWidget* m_watchDock = nullptr;          // owned by the window
+    std::array<std::vector<std::string>, 2> m_recent;  // guarded by m_lock
 
     // Parameter blocks of the synchronous requests.
     struct {

@@ -1,7 +1,9 @@
 // Widget tests need one QApplication for the whole run; QStandardPaths' test
 // mode keeps every test away from the user's own configuration.
 #include <QApplication>
+#include <QSettings>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -12,6 +14,9 @@ int main(int argc, char** argv)
     QApplication::setOrganizationName("NorvexTest");
     QApplication::setApplicationName("PlotvikGuiTest");
     QApplication app(argc, argv);
+    // The recent list and start action go to a private folder, never the user's.
+    QTemporaryDir native;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, native.path());
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
