@@ -55,6 +55,9 @@ Controller::Controller(JobEngine& engine, std::unique_ptr<Sampler> sampler)
           [this](const std::string& path) { return openOrCreate(path, false); }})
 {
     m_store.setProject(&m_project);
+    // Installed here too, so that a front end that posts no Init job (the
+    // headless one, tests) still runs its jobs.
+    installJobTable();
     Controller* expected = nullptr;
     g_instance.compare_exchange_strong(expected, this);
 }

@@ -90,11 +90,11 @@ void Log::error(const std::string& t, bool forced)
             s.pop_back();
         write(s);
     }
-    std::string add;
     if (!m_collected.empty() && m_collected.back() != '\n')
-        add = "\n";
-    add += t;
-    m_collected = text::truncated(m_collected + add, kCollectedSize);
+        m_collected.push_back('\n');
+    m_collected.append(t);
+    if (m_collected.size() >= kCollectedSize)
+        m_collected.resize(kCollectedSize - 1);
     ++m_errorCount;
 }
 

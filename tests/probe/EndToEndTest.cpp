@@ -1,0 +1,188 @@
+// Sampling the demo firmware on the simulated target, through the controller,
+// its jobs, the probe binding and the stand-in probe library.
+#include "app/Controller.h"
+#include "probe/ProbeSampler.h"
+#include "probe/SampleValue.h"
+#include "tests/app/TestBridge.h"
+
+#include <QStandardPaths>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+const fs::path kBin = PLOTVIK_BIN_DIR;
+
+struct EndToEnd : ::testing::Test {
+    JobEngine engine;
+    TestBridge bridge;
+    std::unique_ptr<Controller> ctl;
+    fs::path dir;
+
+    void SetUp() override
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        if (!fs::exists(kBin / "demo.elf") || !fs::exists(kBin / "libTarvo_x64.so"))
+            GTEST_SKIP() << "firmware or probe library not built";
+        dir = fs::temp_directory_path() / ("plotvik-e2e-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        ctl = std::make_unique<Controller>(engine, std::make_unique<ProbeSampler>());
+        ctl->setBridge(&bridge);
+    }
+
+    void TearDown() override
+    {
+        if (ctl) {
+            ctl->postReadStop();
+            ctl->waitForQueue(5000);
+            engine.stopAndWait([] {});
+            ctl->setBridge(nullptr);
+        }
+        std::error_code ec;
+        fs::remove_all(dir, ec);
+    }
+
+    std::string script(const std::string& name, const std::string& extra = {}, bool fast = true)
+    {
+        const fs::path p = dir / name;
+        std::ofstream(p) << "Firmware = " << (kBin / "demo.elf").string() << "\nFast = " << (fast ? 1 : 0) << "\n"
+                         << "FailReadAfter = 1000000000\n" << extra;
+        return p.string();
+    }
+
+    Node* find(const char* path)
+    {
+        for (Node* file : ctl->symbols().tree()->files)
+            for (Node* n = file->Children; n; n = n->Next) {
+                if (n->NameWithParents == path)
+                    return n;
+                for (Node* c = n->Children; c; c = c->Next)
+                    if (c->NameWithParents == path)
+                        return c;
+            }
+        return nullptr;
+    }
+
+    void openProject(ProjectSettings s)
+    {
+        s.Connection = kConnectionUsb;
+        s.TargetDevice = "PVK-SIM-M4";
+        s.TargetInterface = kInterfaceSwd;
+        s.InterfaceSpeed = 4000;
+        ctl->project().apply(s);
+        ctl->project().setOpen(true);
+    }
+
+    template <typename Pred>
+    bool waitUntil(Pred pred, int ms = 20000)
+    {
+        for (int i = 0; i < ms / 5; ++i) {
+            if (pred())
+                return true;
+            std::this_thread::sleep_for(5ms);
+        }
+        return pred();
+    }
+};
+
+}  // namespace
+
+TEST_F(EndToEnd, BsqRecordsFollowTheFirmwareTickByTick)
+{
+    ASSERT_EQ(ctl->symbols().parseElf((kBin / "demo.elf").string(), false, nullptr), 0);
+    Node* tick = find("g_tick_ms");
+    Node* saw = find("g_sawtooth");
+    Node* sine = find("g_sine");
+    ASSERT_TRUE(tick && saw && sine);
+    ctl->symbols().setSelected({tick, saw, sine});
+
+    ProjectSettings s;
+    s.SamplingPeriod = 1000;
+    s.ScriptFile = script("bsq.TarvoScript");
+    openProject(s);
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 2000 || !ctl->samplingRunning(); }));
+    ctl->postReadStop();
+    ASSERT_TRUE(ctl->waitForQueue(10000));
+    EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
+
+    const SampleStore& st = ctl->store();
+    const std::uint32_t n = st.recordCount();
+    ASSERT_GE(n, 2000u);
+    for (std::uint32_t i = 1; i < n; ++i) {
+        ASSERT_EQ(st.timeStampAt(i) - st.timeStampAt(i - 1), 1000u) << "record " << i;
+        const auto t0 = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i - 1));
+        const auto t1 = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i));
+        ASSERT_EQ(t1, t0 + 1) << "a lost or doubled sample at record " << i;
+    }
+    for (std::uint32_t i = 0; i < n; i += 97) {
+        const auto t = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i));
+        EXPECT_EQ(sampleToDouble(saw->TypeID, *st.valueSlotAt(*saw, i)), static_cast<double>(int(t % 200) - 100));
+        EXPECT_NEAR(sampleToDouble(kTypeFloat, *st.valueSlotAt(*sine, i)),
+                    100.0 * std::sin(6.28318530718 * t / 1000.0), 1e-3);
+    }
+}
+
+TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
+{
+    ProjectSettings s;
+    s.IsQTXSession = true;
+    // Real time: in fast mode the firmware outruns its 4 KiB ring and drops records.
+    s.ScriptFile = script("qtx.TarvoScript", {}, false);
+    openProject(s);
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); }));
+    ctl->postReadStop();
+    ASSERT_TRUE(ctl->waitForQueue(10000));
+
+    const auto& sel = ctl->symbols().selected();
+    ASSERT_EQ(sel.size(), 4u);
+    EXPECT_EQ(sel[0]->Name, "4 Byte float QTX Data");
+    EXPECT_EQ(sel[2]->Name, "2 Byte signed QTX Data");
+    EXPECT_EQ(sel[3]->Name, "1 Byte unsigned QTX Data");
+    EXPECT_EQ(ctl->store().recordSize(), 15u);
+    EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
+
+    const SampleStore& st = ctl->store();
+    const std::uint32_t n = st.recordCount();
+    ASSERT_GE(n, 500u);
+    for (std::uint32_t i = 1; i < n; ++i) {
+        // Each record's values must belong to its own time stamp: a framing
+        // error would mix the fields of neighbouring records.
+        ASSERT_GT(st.timeStampAt(i), st.timeStampAt(i - 1));
+        ASSERT_EQ(st.timeStampAt(i) % 1000, 0u) << "framing lost at record " << i;
+        const std::uint32_t t = st.timeStampAt(i) / 1000;
+        ASSERT_EQ(sampleToDouble(kTypeS16, *st.valueSlotAt(*sel[2], i)), static_cast<double>(int(t % 200) - 100));
+        ASSERT_EQ(sampleToDouble(kTypeU8, *st.valueSlotAt(*sel[3], i)), static_cast<double>((t / 250) % 4));
+    }
+}
+
+TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
+{
+    ASSERT_EQ(ctl->symbols().parseElf((kBin / "demo.elf").string(), false, nullptr), 0);
+    Node* tick = find("g_tick_ms");
+    ASSERT_NE(tick, nullptr);
+    ctl->symbols().setSelected({tick});
+    ProjectSettings s;
+    s.SamplingPeriod = 1000;
+    s.ScriptFile = script("fail.TarvoScript", "FailReadAfter = 40\n");
+    openProject(s);
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    ASSERT_TRUE(waitUntil([&] { return !ctl->samplingRunning(); }));
+    ASSERT_TRUE(ctl->waitForQueue(10000));
+    EXPECT_FALSE(ctl->probeConnected());
+    EXPECT_TRUE(ctl->displayPaused());
+    EXPECT_GT(ctl->store().recordCount(), 0u) << "what was read before the failure stays";
+}
