@@ -5,7 +5,7 @@ set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="${PLOTVIK_BUILD_DIR:-$root/build}"
 "$root/scripts/build.sh"
-demo="$root/examples/demo/demo_bsq.plotvik"
+demo="$build/bin/examples/demo/demo_bsq.plotvik"
 args=()
 [ -f "$demo" ] && args=("$demo")
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
