@@ -196,7 +196,7 @@ private:
     bool m_failed = false;
     struct PendingSig {
         std::uint32_t die;
-        int which;  // 0 type, 1 specification
+        int which;  // 0 type, 1 the declaration a definition refers to
         Dwarf_Sig8 sig;
     };
     std::vector<PendingSig> m_pending;
