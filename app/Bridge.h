@@ -50,18 +50,18 @@ class Bridge {
 public:
     virtual ~Bridge() = default;
 
-    virtual void setTitle(const std::string& title) = 0;
-    virtual void updateGui() = 0;
-    virtual void updateData() = 0;
-    virtual void reset() = 0;
-    virtual void showSymbolSelection() = 0;
-    virtual void newProjectDialog() = 0;
-    virtual void optionsDialog() = 0;
-    virtual void assignColors() = 0;
-    virtual void enableUpdates(bool on) = 0;
-    virtual void refreshRecentLists() = 0;
-    virtual void close() = 0;
-    // The symbol set of the graph is about to change / has changed (re-parse).
+    // Notifications: a front end overrides those it shows.
+    virtual void setTitle(const std::string& title) { (void)title; }
+    virtual void updateGui() {}
+    virtual void updateData() {}
+    virtual void reset() {}
+    virtual void showSymbolSelection() {}
+    virtual void newProjectDialog() {}
+    virtual void optionsDialog() {}
+    virtual void assignColors() {}
+    virtual void enableUpdates(bool on) { (void)on; }
+    virtual void refreshRecentLists() {}
+    virtual void close() {}
     virtual void symbolsAboutToChange() {}
     virtual void symbolsChanged() {}
 

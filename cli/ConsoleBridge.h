@@ -9,17 +9,6 @@
 
 class ConsoleBridge : public Bridge {
 public:
-    void setTitle(const std::string&) override {}
-    void updateGui() override {}
-    void updateData() override {}
-    void reset() override {}
-    void showSymbolSelection() override {}
-    void newProjectDialog() override {}
-    void optionsDialog() override {}
-    void assignColors() override {}
-    void enableUpdates(bool) override {}
-    void refreshRecentLists() override {}
-    void close() override {}
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
     {
         std::fprintf(stderr, "%s: %s\n", r.caption.c_str(), r.text.c_str());

@@ -13,17 +13,6 @@ namespace {
 // Messages go to stderr; nothing waits for a user.
 class StderrBridge : public Bridge {
 public:
-    void setTitle(const std::string&) override {}
-    void updateGui() override {}
-    void updateData() override {}
-    void reset() override {}
-    void showSymbolSelection() override {}
-    void newProjectDialog() override {}
-    void optionsDialog() override {}
-    void assignColors() override {}
-    void enableUpdates(bool) override {}
-    void refreshRecentLists() override {}
-    void close() override {}
     MessageBoxAnswer messageBox(const MessageBoxRequest& request) override
     {
         std::fprintf(stderr, "%s\n", request.text.c_str());

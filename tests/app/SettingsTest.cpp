@@ -21,17 +21,7 @@ namespace {
 // Records every message box; answers with the dismissed value.
 class RecordingBridge : public Bridge {
 public:
-    void setTitle(const std::string&) override {}
-    void updateGui() override {}
-    void updateData() override {}
-    void reset() override {}
-    void showSymbolSelection() override {}
-    void newProjectDialog() override {}
-    void optionsDialog() override {}
-    void assignColors() override {}
-    void enableUpdates(bool) override {}
     void refreshRecentLists() override { ++refreshes; }
-    void close() override {}
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
     {
         std::lock_guard l(m);

@@ -20,12 +20,6 @@ public:
     void updateData() override { ++dataUpdates; }
     void reset() override { ++resets; }
     void showSymbolSelection() override { ++symbolSelections; }
-    void newProjectDialog() override {}
-    void optionsDialog() override {}
-    void assignColors() override {}
-    void enableUpdates(bool) override {}
-    void refreshRecentLists() override {}
-    void close() override {}
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
     {
         std::lock_guard l(m);

@@ -16,17 +16,8 @@
 
 class RecordingBridge : public Bridge {
 public:
-    void setTitle(const std::string&) override {}
     void updateGui() override { ++guiUpdates; }
     void updateData() override { ++dataUpdates; }
-    void reset() override {}
-    void showSymbolSelection() override {}
-    void newProjectDialog() override {}
-    void optionsDialog() override {}
-    void assignColors() override {}
-    void enableUpdates(bool) override {}
-    void refreshRecentLists() override {}
-    void close() override {}
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
     {
         std::lock_guard l(m_mutex);
