@@ -120,21 +120,27 @@ std::optional<RawRecording> ReadRawRecording(const std::string& path, const Symb
 
 int StoreRawRecording(const RawRecording& recording, SampleStore& store, const ProjectSettings& settings)
 {
-    if (!store.prepareFreshStart())
-        return -1;
-    // The file always carries time stamps, so import with the time-stamped
-    // layout; a QTX session without them gets its own layout back afterwards.
-    const bool untimedQtx = settings.IsQTXSession && !settings.IsQTXWithTimeStamp;
-    if (store.layOut(true) != recording.recordSize) {
-        Log::instance().error("Raw import: the selection changed while the file was read");
-        return -1;
-    }
-    store.setOpen(true);
-    store.storeRecords(recording.bytes.data(), recording.bytes.size());
-    store.setOpen(false);
-    if (untimedQtx)
-        store.layOut(false);
-    return 0;
+    int result = 0;
+    store.rewrite([&] {
+        if (!store.prepareFreshStart()) {
+            result = -1;
+            return;
+        }
+        // The file always carries time stamps, so import with the time-stamped
+        // layout; a QTX session without them gets its own layout back afterwards.
+        const bool untimedQtx = settings.IsQTXSession && !settings.IsQTXWithTimeStamp;
+        if (store.layOut(true) == recording.recordSize) {
+            store.setOpen(true);
+            store.storeRecords(recording.bytes.data(), recording.bytes.size());
+            store.setOpen(false);
+        } else {
+            Log::instance().error("Raw import: the selection changed while the file was read");
+            result = -1;
+        }
+        if (untimedQtx)
+            store.layOut(false);
+    });
+    return result;
 }
 
 int ImportRaw(const std::string& path, SampleStore& store, SymbolDatabase& symbols, const ProjectSettings& settings)

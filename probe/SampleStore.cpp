@@ -43,6 +43,21 @@ void SampleStore::clear()
     m_currentTimeStamp = 0;
 }
 
+void SampleStore::rewrite(const std::function<void()>& change)
+{
+    const std::lock_guard lock(m_rewriteLock);
+    change();
+}
+
+bool SampleStore::tryRead(const std::function<void()>& read) const
+{
+    const std::unique_lock lock(m_rewriteLock, std::try_to_lock);
+    if (!lock.owns_lock())
+        return false;
+    read();
+    return true;
+}
+
 bool SampleStore::prepareFreshStart()
 {
     clear();

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <mutex>
 
 class Project;
 class SymbolDatabase;
@@ -33,6 +35,13 @@ public:
 
     // The single writer: `count` bytes holding whole records.
     void storeRecords(const std::uint8_t* bytes, std::size_t count);
+
+    // A raw import rewrites the whole store while the views may be reading
+    // it; the two exclude each other so a picture never mixes two recordings.
+    // The read loops only append and need neither.
+    void rewrite(const std::function<void()>& change);
+    // Runs `read` unless a rewrite is under way; false then, without waiting.
+    bool tryRead(const std::function<void()>& read) const;
 
     // Zero the buffers and indices.
     void clear();
@@ -71,6 +80,7 @@ private:
     Verdict evaluateTrigger(const Node& symbol, std::uint32_t slot);
 
     SymbolDatabase& m_symbols;
+    mutable std::mutex m_rewriteLock;
     Project* m_project = nullptr;  // not owned
     // Trigger snapshot of the current batch.
     const Node* m_triggerSymbol = nullptr;

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -154,4 +156,31 @@ TEST_F(StoreFixture, FallingTriggerAndTypesThatNeverFire)
     store2.storeRecords(recs, sizeof recs);
     EXPECT_FALSE(project2.settings().TriggerFired) << "a bool never fires";
     EXPECT_EQ(store2.writeIndex(), 1u);
+}
+
+TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
+{
+    addSymbol(2, 11, "v");
+    start();
+    feed({1, 2, 3});
+    std::atomic<bool> inside{false}, release{false};
+    std::thread importer([&] {
+        store.rewrite([&] {
+            inside = true;
+            while (!release)
+                std::this_thread::yield();
+            store.clear();
+            feed({7, 8});
+        });
+    });
+    while (!inside)
+        std::this_thread::yield();
+    bool ran = false;
+    EXPECT_FALSE(store.tryRead([&] { ran = true; }));
+    EXPECT_FALSE(ran);
+    release = true;
+    importer.join();
+    std::uint32_t seen = 0;
+    EXPECT_TRUE(store.tryRead([&] { seen = store.recordCount(); }));
+    EXPECT_EQ(seen, 1u);  // before the wrap the count is one less than stored
 }
