@@ -4,6 +4,7 @@
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
 
+#include <cmath>
 #include <cstring>
 
 SampleStore::SampleStore(SymbolDatabase& symbols) : m_symbols(symbols) {}
@@ -77,6 +78,8 @@ void SampleStore::resetStatistics()
     for (Node* n : m_symbols.selected()) {
         n->YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
         n->YMinSampled = SymbolDisplaySettings{}.YMinSampled;
+        n->YAvgSampled = 0.0;
+        n->SamplesSinceStart = 0;
     }
 }
 
@@ -185,6 +188,12 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
                         n->YMaxSampled = v;
                     if (v < n->YMinSampled)
                         n->YMinSampled = v;
+                    // The running mean of every sample since the start; types
+                    // without a plain value (NaN) would poison it.
+                    if (!std::isnan(v)) {
+                        const double samples = static_cast<double>(++n->SamplesSinceStart);
+                        n->YAvgSampled = ((samples - 1.0) * n->YAvgSampled + v) / samples;
+                    }
                 } else {
                     // Waiting for the trigger: the current sample becomes the previous one.
                     m_timeStamps[0] = m_timeStamps[1];

@@ -57,6 +57,7 @@ struct Node : SymbolDisplaySettings {
     alloc::Block<std::uint64_t> Values;  // one 8-byte slot per store record
     std::int32_t LatestSlot = -1;        // -1: none
     bool HasValue = false;
+    std::uint64_t SamplesSinceStart = 0;  // samples in the running mean YAvgSampled
 
     // Tree links (not owned: the tree's arena owns every node).
     Node* Parent = nullptr;

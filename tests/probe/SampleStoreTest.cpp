@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -183,4 +184,30 @@ TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
     std::uint32_t seen = 0;
     EXPECT_TRUE(store.tryRead([&] { seen = store.recordCount(); }));
     EXPECT_EQ(seen, 1u);  // before the wrap the count is one less than stored
+}
+
+TEST_F(StoreFixture, RunningMeanMinimumAndMaximumSinceTheStart)
+{
+    Node* n = addSymbol(2, kTypeS16, "v");
+    start();
+    store.resetStatistics();
+    // The first record of an empty store only marks the latest slot.
+    feed({100, -4, 10, 6}, 0);
+    EXPECT_EQ(n->SamplesSinceStart, 3u);
+    EXPECT_DOUBLE_EQ(n->YAvgSampled, (-4 + 10 + 6) / 3.0);
+    EXPECT_DOUBLE_EQ(n->YMinSampled, -4.0);
+    EXPECT_DOUBLE_EQ(n->YMaxSampled, 10.0);
+    feed({12}, 4000);
+    EXPECT_DOUBLE_EQ(n->YAvgSampled, (-4 + 10 + 6 + 12) / 4.0);
+
+    // A new start (also after a pause) starts the statistics again.
+    store.resetStatistics();
+    EXPECT_EQ(n->SamplesSinceStart, 0u);
+    EXPECT_DOUBLE_EQ(n->YAvgSampled, 0.0);
+    EXPECT_EQ(n->YMaxSampled, std::numeric_limits<double>::lowest());
+    EXPECT_EQ(n->YMinSampled, std::numeric_limits<double>::max());
+    feed({-8}, 5000);
+    EXPECT_DOUBLE_EQ(n->YAvgSampled, -8.0);
+    EXPECT_DOUBLE_EQ(n->YMinSampled, -8.0);
+    EXPECT_DOUBLE_EQ(n->YMaxSampled, -8.0);
 }
