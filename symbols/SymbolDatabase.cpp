@@ -1,19 +1,48 @@
 #include "symbols/SymbolDatabase.h"
 
 #include "app/Bridge.h"
+#include "app/LargePages.h"
 #include "app/Log.h"
 #include "app/Report.h"
 #include "symbols/ElfFile.h"
 #include "symbols/SymbolTree.h"
 
 #include <algorithm>
+#include <functional>
+#include <memory>
+#include <new>
 #include <system_error>
 
-Node* NodeArena::create() { return &m_nodes.emplace_back(); }
+Node* NodeArena::create()
+{
+    const std::size_t index = m_size % kChunk;
+    if (index == 0) {
+        void* chunk = largepages::allocate();
+        if (!chunk)
+            throw std::bad_alloc();  // as any container would: out of memory is not a case we handle
+        m_chunks.push_back(static_cast<Node*>(chunk));
+    }
+    ++m_size;
+    return new (m_chunks.back() + index) Node;
+}
+
+NodeArena::~NodeArena()
+{
+    std::size_t left = m_size;
+    for (Node* chunk : m_chunks) {
+        const std::size_t n = std::min(left, kChunk);
+        std::destroy_n(chunk, n);
+        left -= n;
+        largepages::release(chunk);
+    }
+}
 
 bool NodeArena::owns(const Node* node) const
 {
-    return std::any_of(m_nodes.begin(), m_nodes.end(), [node](const Node& n) { return &n == node; });
+    const std::less<const Node*> before;
+    return std::any_of(m_chunks.begin(), m_chunks.end(), [&](const Node* chunk) {
+        return !before(node, chunk) && before(node, chunk + kChunk);
+    });
 }
 
 SymbolDatabase::SymbolDatabase() = default;

@@ -4,9 +4,9 @@
 // waits on it).
 #pragma once
 
+#include "app/LargePages.h"
 #include "symbols/Node.h"
 
-#include <deque>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -14,15 +14,23 @@
 class Bridge;
 
 // Storage of a tree's nodes: nodes never move, the arena frees them together.
+// Nodes come in chunks, as one allocation per node dominated parse time.
 class NodeArena {
 public:
     Node* create();
-    std::size_t size() const { return m_nodes.size(); }
-    // True when `node` lives in this arena (linear: for rare checks only).
+    std::size_t size() const { return m_size; }
+    // True when `node` lives in this arena (linear in the chunks: for rare checks only).
     bool owns(const Node* node) const;
 
+    NodeArena() = default;
+    NodeArena(const NodeArena&) = delete;
+    NodeArena& operator=(const NodeArena&) = delete;
+    ~NodeArena();
+
 private:
-    std::deque<Node> m_nodes;
+    static constexpr std::size_t kChunk = largepages::kBlockBytes / sizeof(Node);
+    std::vector<Node*> m_chunks;  // owned: large-page blocks, nodes constructed up to m_size
+    std::size_t m_size = 0;
 };
 
 struct SymbolTree {
