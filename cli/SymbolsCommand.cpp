@@ -1,5 +1,6 @@
 // plotvik-cli symbols FILE.elf: every leaf of the symbol tree, one line each.
 #include "cli/Commands.h"
+#include "cli/ConsoleBridge.h"
 
 #include "app/Bridge.h"
 #include "app/Report.h"
@@ -9,19 +10,6 @@
 #include <cstdio>
 
 namespace {
-
-// Messages go to stderr; nothing waits for a user.
-class StderrBridge : public Bridge {
-public:
-    MessageBoxAnswer messageBox(const MessageBoxRequest& request) override
-    {
-        std::fprintf(stderr, "%s\n", request.text.c_str());
-        return {request.defaultResult, request.checkState};
-    }
-    std::string openFileDialog(const FileDialogRequest&) override { return {}; }
-    std::string saveFileDialog(const FileDialogRequest&) override { return {}; }
-    int progress(int, const std::string&, int, int) override { return 0; }
-};
 
 void printLeaves(const Node* node)
 {
@@ -42,7 +30,7 @@ int runSymbolsCommand(const std::vector<std::string>& args)
         std::fprintf(stderr, "usage: plotvik-cli symbols FILE.elf\n");
         return 1;
     }
-    StderrBridge bridge;
+    ConsoleBridge bridge;
     report::setBridge(&bridge);
     // Errors of single units are printed too, so a partly broken file says so.
     elf::setReportHandler([](const elf::ErrorRecord& r) {
