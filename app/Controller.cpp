@@ -8,6 +8,7 @@
 #include "app/Text.h"
 
 #include <atomic>
+#include <filesystem>
 
 using namespace jobs;
 
@@ -220,6 +221,62 @@ bool Controller::waitForQueue(int timeoutMs)
         return true;
     }
     return done->waitFor(timeoutMs);
+}
+
+void Controller::runWithWorkerHeld(const std::function<void()>& fn, const std::function<void()>& pump)
+{
+    if (m_engine.onWorker()) {
+        fn();
+        return;
+    }
+    // A record beyond the table runs only its completion, which parks the
+    // worker until `fn` is done. Shared, so nothing dangles if either side ends early.
+    struct Hold {
+        Event reached, release;
+    };
+    struct HoldJob : Job {
+        std::shared_ptr<Hold> hold;
+    };
+    auto hold = std::make_shared<Hold>();
+    auto* job = newJob<HoldJob>("APP: <HoldWorker>");
+    if (!job) {
+        fn();
+        return;
+    }
+    job->hold = hold;
+    job->type = kJobCount;
+    job->completion = [](Job* j) {
+        const std::shared_ptr<Hold> h = static_cast<HoldJob*>(j)->hold;
+        releaseJob(j);
+        h->reached.set();
+        h->release.wait();
+    };
+    if (m_engine.post(job) != 0) {
+        releaseJob(job);
+        fn();
+        return;
+    }
+    while (!hold->reached.waitFor(10))
+        if (pump)
+            pump();
+    fn();
+    hold->release.set();
+}
+
+std::string Controller::elfPath() const
+{
+    const std::string elf = m_project.settings().ElfFile;
+    const std::string project = m_project.path();
+    if (elf.empty() || project.empty())
+        return elf;
+    const std::filesystem::path p(elf);
+    if (p.is_absolute())
+        return elf;
+    std::error_code ec;
+    const std::filesystem::path folder = std::filesystem::absolute(project, ec).parent_path();
+    if (ec)
+        return elf;
+    return text::truncated((folder / p).lexically_normal().string(), text::kPathSize);
 }
 
 // ---------------------------------------------------------------------------

@@ -163,9 +163,8 @@ int Controller::openOrCreate(const std::string& path, bool create)
         if (result < 0) {
             Log::instance().errorf("Failed to open project file [%s]", path.c_str());
         } else {
-            const ProjectSettings s = m_project.settings();
-            if (!s.ElfFile.empty())
-                postParseElfFile(s.ElfFile, true);
+            if (!m_project.settings().ElfFile.empty())
+                postParseElfFile(elfPath(), true);
         }
     }
     m_project.setModified(create);
