@@ -1,0 +1,275 @@
+#include "view/CurveRenderer.h"
+
+#include "probe/SampleStore.h"
+#include "symbols/Node.h"
+#include "view/GraphValue.h"
+
+#include <QPainter>
+#include <QPen>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+// Lines reaching further than this outside the widget are cut at this
+// distance: the painter's fixed-point coordinates must not overflow, and the
+// cut keeps every pixel on screen where it was.
+constexpr double kFar = 4096.0;
+
+// Typed decoders of a stored 8-byte slot; each gives what graphValue() gives.
+template <typename T>
+struct Plain {
+    static constexpr bool kMayBeNaN = std::is_floating_point_v<T>;
+    double operator()(std::uint64_t slot) const
+    {
+        T v;
+        std::memcpy(&v, &slot, sizeof v);
+        return static_cast<double>(v);
+    }
+};
+
+struct BitField {
+    static constexpr bool kMayBeNaN = false;
+    std::uint32_t offset, mask;
+    double operator()(std::uint64_t slot) const
+    {
+        const auto word = static_cast<std::uint32_t>(slot);
+        return static_cast<double>((offset < 32 ? word >> offset : 0u) & mask);
+    }
+};
+
+struct Zero {
+    static constexpr bool kMayBeNaN = false;
+    double operator()(std::uint64_t) const { return 0.0; }
+};
+
+}  // namespace
+
+std::uint32_t CurveRenderer::slotOf(std::uint32_t i) const
+{
+    return (m_samples.oldest + i) % SampleStore::kCapacity;
+}
+
+void CurveRenderer::prepare(const GraphGeometry& grid, const VisibleSamples& samples, double startTime,
+                            double timePerDivision)
+{
+    m_grid = grid;
+    m_samples = samples;
+    m_startTime = startTime;
+    m_timePerDivision = timePerDivision;
+    m_runs.clear();
+    if (samples.empty || !samples.timeStamps || m_mode != Mode::Reduced)
+        return;
+    // Runs of consecutive samples that fall on the same pixel column.
+    std::uint32_t slot = slotOf(samples.first);
+    const std::uint32_t* ts = samples.timeStamps;
+    std::int32_t x = grid.xOf(ts[slot], startTime, timePerDivision);
+    std::uint32_t begin = samples.first;
+    for (std::uint32_t i = samples.first + 1; i <= samples.last; ++i) {
+        if (++slot == SampleStore::kCapacity)
+            slot = 0;
+        const std::int32_t xi = grid.xOf(ts[slot], startTime, timePerDivision);
+        if (xi != x) {
+            m_runs.push_back({x, begin, i});
+            x = xi;
+            begin = i;
+        }
+    }
+    m_runs.push_back({x, begin, samples.last + 1});
+}
+
+template <typename Fn>
+void CurveRenderer::withDecoder(const Node& s, Fn fn)
+{
+    switch (s.TypeID) {
+    case kTypeFloat: fn(Plain<float>{}); break;
+    case kTypeDouble: fn(Plain<double>{}); break;
+    case kTypeBool:
+    case kTypeU8: fn(Plain<std::uint8_t>{}); break;
+    case kTypeU16: fn(Plain<std::uint16_t>{}); break;
+    case kTypeU32: fn(Plain<std::uint32_t>{}); break;
+    case kTypeS8: fn(Plain<std::int8_t>{}); break;
+    case kTypeS16: fn(Plain<std::int16_t>{}); break;
+    case kTypeS32: fn(Plain<std::int32_t>{}); break;
+    case kTypeBitField:
+        fn(BitField{s.BitOffset, s.BitSize >= 32 ? 0xFFFFFFFFu : (1u << s.BitSize) - 1});
+        break;
+    default: fn(Zero{}); break;
+    }
+}
+
+void CurveRenderer::line(double x1, double y1, double x2, double y2)
+{
+    const double left = -kFar, right = m_grid.width + kFar, top = -kFar, bottom = m_grid.height + kFar;
+    const bool inside = x1 >= left && x1 <= right && x2 >= left && x2 <= right && y1 >= top && y1 <= bottom &&
+                        y2 >= top && y2 <= bottom;
+    if (!inside) {
+        // Liang-Barsky against the far box.
+        double t0 = 0.0, t1 = 1.0;
+        const double dx = x2 - x1, dy = y2 - y1;
+        const double p[4] = {-dx, dx, -dy, dy};
+        const double q[4] = {x1 - left, right - x1, y1 - top, bottom - y1};
+        for (int k = 0; k < 4; ++k) {
+            if (p[k] == 0.0) {
+                if (q[k] < 0.0)
+                    return;
+                continue;
+            }
+            const double r = q[k] / p[k];
+            if (p[k] < 0.0)
+                t0 = std::max(t0, r);
+            else
+                t1 = std::min(t1, r);
+            if (t0 > t1)
+                return;
+        }
+        const double nx1 = x1 + t0 * dx, ny1 = y1 + t0 * dy;
+        x2 = x1 + t1 * dx;
+        y2 = y1 + t1 * dy;
+        x1 = nx1;
+        y1 = ny1;
+    }
+    m_lines.emplace_back(x1, y1, x2, y2);
+}
+
+void CurveRenderer::point(std::int32_t x, std::int32_t y)
+{
+    if (x < -kFar || x > m_grid.width + kFar || y < -kFar || y > m_grid.height + kFar)
+        return;
+    m_points.emplace_back(x, y);
+}
+
+void CurveRenderer::flush(QPainter& painter)
+{
+    m_lastLines = m_lines.size();
+    m_lastPoints = m_points.size();
+    if (!m_lines.empty())
+        painter.drawLines(m_lines.data(), static_cast<int>(m_lines.size()));
+    if (!m_points.empty())
+        painter.drawPoints(m_points.data(), static_cast<int>(m_points.size()));
+    m_lines.clear();
+    m_points.clear();
+}
+
+template <typename Decode>
+void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
+{
+    const std::uint64_t* values = symbol.Values.get();
+    const std::uint32_t res = symbol.YResolution;
+    const double off = symbol.YOffset;
+    const std::int32_t nanY = m_grid.yOf(std::numeric_limits<double>::quiet_NaN(), res, off);
+    bool havePrev = false;
+    std::int32_t prevX = 0, prevY = 0;
+    for (const Run& run : m_runs) {
+        double lo = std::numeric_limits<double>::infinity();
+        double hi = -std::numeric_limits<double>::infinity();
+        bool nan = false;
+        // The run as at most two stretches of slots (the ring may wrap inside it).
+        std::uint32_t from = slotOf(run.begin);
+        std::uint32_t left = run.end - run.begin;
+        while (left > 0) {
+            const std::uint32_t n = std::min(left, SampleStore::kCapacity - from);
+            const std::uint64_t* p = values + from;
+            for (std::uint32_t k = 0; k < n; ++k) {
+                const double v = decode(p[k]);
+                lo = v < lo ? v : lo;
+                hi = v > hi ? v : hi;
+                if constexpr (Decode::kMayBeNaN)
+                    nan |= v != v;
+            }
+            left -= n;
+            from = 0;
+        }
+        // y falls as the value rises: the highest value gives the top pixel.
+        std::int32_t top = nanY, bottom = nanY;
+        if (lo <= hi) {
+            top = m_grid.yOf(hi, res, off);
+            bottom = m_grid.yOf(lo, res, off);
+            if (nan) {
+                top = std::min(top, nanY);
+                bottom = std::max(bottom, nanY);
+            }
+        }
+        const std::int32_t entryY = m_grid.yOf(decode(values[slotOf(run.begin)]), res, off);
+        if (havePrev)
+            line(prevX, prevY, run.x, entryY);
+        if (top != bottom)
+            line(run.x, top, run.x, bottom);
+        prevX = run.x;
+        prevY = m_grid.yOf(decode(values[slotOf(run.end - 1)]), res, off);
+        havePrev = true;
+    }
+}
+
+template <typename Decode>
+void CurveRenderer::reducePoints(const Node& symbol, Decode decode)
+{
+    const std::uint64_t* values = symbol.Values.get();
+    const std::uint32_t res = symbol.YResolution;
+    const double off = symbol.YOffset;
+    // A point of pen width 2 reaches one pixel beyond its centre: rows
+    // further out than that paint nothing.
+    const std::int32_t lowest = -2, highest = m_grid.height + 2;
+    m_pointStamp.assign(static_cast<std::size_t>(highest - lowest + 1), std::numeric_limits<std::uint32_t>::max());
+    std::uint32_t runIndex = 0;
+    for (const Run& run : m_runs) {
+        for (std::uint32_t i = run.begin; i < run.end; ++i) {
+            const std::int32_t y = m_grid.yOf(decode(values[slotOf(i)]), res, off);
+            if (y < lowest || y > highest)
+                continue;
+            std::uint32_t& stamp = m_pointStamp[static_cast<std::size_t>(y - lowest)];
+            if (stamp == runIndex)
+                continue;
+            stamp = runIndex;
+            point(run.x, y);
+        }
+        ++runIndex;
+    }
+}
+
+template <typename Decode>
+void CurveRenderer::everySample(const Node& symbol, Decode, bool lines)
+{
+    // The plain walk: every sample to its pixel, joined to the one before.
+    const std::uint64_t* values = symbol.Values.get();
+    bool havePrev = false;
+    std::int32_t prevX = 0, prevY = 0;
+    for (std::uint32_t i = m_samples.first; i <= m_samples.last; ++i) {
+        const std::uint32_t slot = slotOf(i);
+        const std::int32_t x = m_grid.xOf(m_samples.timeStamps[slot], m_startTime, m_timePerDivision);
+        const std::int32_t y = m_grid.yOf(graphValue(symbol, values[slot]), symbol.YResolution, symbol.YOffset);
+        if (havePrev && x == prevX && y == prevY)
+            continue;
+        if (!lines)
+            point(x, y);
+        else if (havePrev)
+            line(prevX, prevY, x, y);
+        prevX = x;
+        prevY = y;
+        havePrev = true;
+    }
+}
+
+void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& colour)
+{
+    m_lines.clear();
+    m_points.clear();
+    if (m_samples.empty || !symbol.Values || !m_samples.timeStamps)
+        return;
+    const bool lines = symbol.DrawStyle == 0;
+    withDecoder(symbol, [&](auto decode) {
+        if (m_mode == Mode::EverySample)
+            everySample(symbol, decode, lines);
+        else if (lines)
+            reduceLines(symbol, decode);
+        else
+            reducePoints(symbol, decode);
+    });
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(QPen(colour, 2));
+    flush(painter);
+    painter.restore();
+}
