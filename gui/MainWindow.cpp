@@ -1,6 +1,7 @@
 #include "gui/MainWindow.h"
 
 #include "app/Controller.h"
+#include "app/ControllerExports.h"
 #include "app/Product.h"
 #include "app/Report.h"
 #include "app/Settings.h"
@@ -9,6 +10,11 @@
 #include "gui/MenuBar.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "view/GraphContainer.h"
+#include "view/GraphWidget.h"
+#include "view/ToolBar.h"
+#include "view/CurveColors.h"
+#include "view/TableWidget.h"
 
 #include <QAction>
 #include <QApplication>
@@ -41,6 +47,8 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     // Stand-ins until the graph and watch views arrive; the View menu shows and hides them.
     m_graphDock = addPlaceholderDock(tr("Graph window"), Qt::TopDockWidgetArea);
     m_watchDock = addPlaceholderDock(tr("Watch window"), Qt::BottomDockWidgetArea);
+    setUpGraph();
+    setUpWatchTable();
     m_menuBar->updateEnabling(false, false, false);
     resize(1024, 700);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
@@ -277,10 +285,22 @@ void MainWindow::_SlotOnUpdateGUI()
     }
     m_menuBar->updateEnabling(m_controller.samplingRunning(), m_controller.project().isOpen(),
                               !m_controller.symbols().selected().empty());
+    m_toolBar->updateDisplayState();
+    if (!m_controller.samplingRunning())
+        m_graph->refresh();
     refreshStatusBar();
+    emit _SignalUpdateTable();
 }
 
-void MainWindow::_SlotOnUpdateData() { refreshStatusBar(); }
+void MainWindow::_SlotOnUpdateData()
+{
+    if (!m_controller.displayPaused())
+        m_graph->graph()->requestUpdate();
+    else if (!m_controller.samplingRunning())
+        m_graph->refresh();
+    refreshStatusBar();
+    emit _SignalUpdateTable();
+}
 
 void MainWindow::refreshStatusBar()
 {
@@ -288,6 +308,32 @@ void MainWindow::refreshStatusBar()
     m_statusBar->setBuffer(m_controller.symbols().selected().size(), m_controller.store().recordCount(),
                            m_controller.store().hasWrapped());
     m_statusBar->setSampleRate(m_controller.sampleRate());
+}
+
+// ---------------------------------------------------------------------------
+// The graph and the tool bar
+
+void MainWindow::setUpGraph()
+{
+    m_graph = new GraphContainer(m_controller.store(), m_controller.symbols(), m_graphDock);  // owned by the dock
+    delete m_graphDock->widget();  // the placeholder
+    m_graphDock->setWidget(m_graph);
+    m_graph->setMinimumHeight(260);
+    m_toolBar = new ToolBar(m_controller, m_graph, this);  // owned by the window
+    addToolBar(Qt::TopToolBarArea, m_toolBar);
+    connect(this, &MainWindow::_SignalUpdateGraph, this, &MainWindow::_SlotOnUpdateGraph);
+    connect(m_toolBar, &ToolBar::_SignalRefreshViews, this, &MainWindow::_SignalUpdateGraph);
+    connect(m_toolBar, &ToolBar::_SignalRefreshViews, this, &MainWindow::_SignalUpdateTable);
+    // The watch table shows the values under the cursor.
+    connect(m_graph->graph(), &GraphWidget::CursorChanged, this, &MainWindow::_SignalUpdateTable);
+    connect(m_graph->graph(), &GraphWidget::FrameRateMeasured, this,
+            [this](int fps) { m_controller.setMeasuredFrameRate(fps); });
+}
+
+// A display setting changed: repaint now, whatever the frame-rate limit.
+void MainWindow::_SlotOnUpdateGraph()
+{
+    m_graph->graph()->invalidate();
 }
 
 QDockWidget* MainWindow::addPlaceholderDock(const QString& title, Qt::DockWidgetArea area)
@@ -308,10 +354,52 @@ QDockWidget* MainWindow::addPlaceholderDock(const QString& title, Qt::DockWidget
 void MainWindow::_SlotOnNewProjectDialog() {}
 void MainWindow::_SlotOptionsDialog() {}
 void MainWindow::_SlotOnShowSymbolSelection() {}
-void MainWindow::_SlotOnAssignColors() {}
-void MainWindow::_SlotOnReset() {}
 void MainWindow::_SlotOnUpdateSymbolSelection() {}
 void MainWindow::_SlotOnClose() { QMainWindow::close(); }
+
+// ---------------------------------------------------------------------------
+// The watch table
+
+void MainWindow::setUpWatchTable()
+{
+    m_watchTable = new TableWidget(m_controller, m_watchDock);  // owned by the dock
+    delete m_watchDock->widget();  // the placeholder
+    m_watchDock->setWidget(m_watchTable);
+    // "+" asks for the symbol selection the same way the worker does.
+    connect(m_watchTable, &TableWidget::_SignalShowSymbolSelection, this, &MainWindow::_SignalShowSymbolSelection);
+    connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::_SignalUpdateGraph);
+    connect(this, &MainWindow::_SignalUpdateTable, m_watchTable, &TableWidget::_SlotOnUpdateTable);
+    // A new selection gets its colours and its rows.
+    connect(this, &MainWindow::_SignalUpdateSymbolSelection, this, &MainWindow::_SlotOnAssignColors);
+}
+
+void MainWindow::_SlotOnAssignColors()
+{
+    curvecolors::assign(m_controller.symbols().selected());
+    emit _SignalUpdateTable();
+    emit _SignalUpdateGraph();
+}
+
+void MainWindow::_SlotOnReset() { m_watchTable->rebuild(); }
+
+// An ELF re-parse replaces the selected records and frees the old ones: the
+// table lets go of them first, with the worker waiting, and takes the new
+// ones afterwards.
+void MainWindow::symbolsAboutToChange()
+{
+    if (onInterfaceThread())
+        m_watchTable->detachSymbols();
+    else
+        QMetaObject::invokeMethod(m_watchTable, &TableWidget::detachSymbols, Qt::BlockingQueuedConnection);
+}
+
+void MainWindow::symbolsChanged()
+{
+    QMetaObject::invokeMethod(this, [this] {
+        m_watchTable->attachSymbols();
+        _SlotOnAssignColors();
+    }, Qt::QueuedConnection);
+}
 
 // ---------------------------------------------------------------------------
 // Menu entries
@@ -332,9 +420,8 @@ void MainWindow::_OnActionOpenProject()
 void MainWindow::_OnActionSaveProject() { m_controller.postSaveProject(); }
 void MainWindow::_OnActionSaveProjectAs() { m_controller.postSaveProjectAs(); }
 
-// CSV and raw export come with the data file formats.
-void MainWindow::_OnActionExportData() {}
-void MainWindow::_OnActionExportRaw() {}
+void MainWindow::_OnActionExportData() { ExportCsvCommand(m_controller); }
+void MainWindow::_OnActionExportRaw() { ExportRawCommand(m_controller); }
 
 void MainWindow::_OnActionImportRaw()
 {

@@ -16,10 +16,13 @@
 #include <vector>
 
 class Controller;
+class GraphContainer;
 class MenuBar;
 class ProgressDialog;
 class QDockWidget;
 class StatusBar;
+class ToolBar;
+class TableWidget;
 
 class MainWindow : public QMainWindow, public Bridge {
     Q_OBJECT
@@ -40,6 +43,8 @@ public:
     void enableUpdates(bool on) override;
     void refreshRecentLists() override;
     void close() override;
+    void symbolsAboutToChange() override;
+    void symbolsChanged() override;
     MessageBoxAnswer messageBox(const MessageBoxRequest& request) override;
     std::string openFileDialog(const FileDialogRequest& request) override;
     std::string saveFileDialog(const FileDialogRequest& request) override;
@@ -51,6 +56,10 @@ public:
     ProgressDialog* progressDialog() const { return m_progressDialog; }
     QDockWidget* graphDock() const { return m_graphDock; }
     QDockWidget* watchDock() const { return m_watchDock; }
+    // The graph view (for the value at its cursor) and the tool bar.
+    GraphContainer* graph() const { return m_graph; }
+    ToolBar* toolBar() const { return m_toolBar; }
+    TableWidget* watchTable() const { return m_watchTable; }
     // Copies of the recent lists (list 1 = projects; list 0 stays empty).
     std::vector<std::string> recentList(int list) const;
 
@@ -80,6 +89,7 @@ private slots:
     void _SlotOnFinAsyncAppInit();
     void _SlotOnUpdateGUI();
     void _SlotOnUpdateData();
+    void _SlotOnUpdateGraph();
     void _SlotOnNewProjectDialog();
     void _SlotOptionsDialog();
     void _SlotOnShowSymbolSelection();
@@ -114,6 +124,8 @@ private:
     std::string runFileDialog(const FileDialogRequest& request, bool save);
     QDockWidget* addPlaceholderDock(const QString& title, Qt::DockWidgetArea area);
     void refreshStatusBar();
+    void setUpGraph();
+    void setUpWatchTable();
 
     Controller& m_controller;
     std::thread::id m_guiThread;
@@ -127,6 +139,9 @@ private:
     ProgressDialog* m_progressDialog = nullptr;  // owned by the window
     QDockWidget* m_graphDock = nullptr;          // owned by the window
     QDockWidget* m_watchDock = nullptr;          // owned by the window
+    GraphContainer* m_graph = nullptr;           // owned by the graph dock
+    ToolBar* m_toolBar = nullptr;                // owned by the window
+    TableWidget* m_watchTable = nullptr;         // owned by the watch dock
     std::array<std::vector<std::string>, 2> m_recent;  // guarded by m_lock
 
     // Parameter blocks of the synchronous requests.
