@@ -5,7 +5,6 @@
 #include "view/Scale.h"
 
 #include <QColorDialog>
-#include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QMenu>
@@ -427,21 +426,18 @@ void TableWidget::_SlotOnReleasedRemoveSymbol()
     Node* n = selectedSymbol();
     if (!n || m_controller.samplingRunning())
         return;
-    Controller& c = m_controller;
-    c.runWithWorkerHeld(
-        [&c, n] {
-            std::vector<Node*> rest = c.symbols().selected();
-            rest.erase(std::remove(rest.begin(), rest.end(), n), rest.end());
-            c.symbols().setSelected(std::move(rest));
-            // A trigger on a removed symbol would never fire again.
-            ProjectSettings s = c.project().settings();
-            if (s.TriggerSymbol == n) {
-                s.TriggerSymbol = nullptr;
-                c.project().apply(s);
-            }
-            c.project().setModified(true);
-        },
-        [] { QCoreApplication::processEvents(); });
+    // Offered only while sampling is off, when the worker leaves the selection alone.
+    SymbolDatabase& symbols = m_controller.symbols();
+    std::vector<Node*> rest = symbols.selected();
+    rest.erase(std::remove(rest.begin(), rest.end(), n), rest.end());
+    symbols.setSelected(std::move(rest));
+    // A trigger on a removed symbol would never fire again.
+    ProjectSettings s = m_controller.project().settings();
+    if (s.TriggerSymbol == n) {
+        s.TriggerSymbol = nullptr;
+        m_controller.project().apply(s);
+    }
+    m_controller.project().setModified(true);
     n->TableRow = nullptr;
     m_controller.updateTitle();
     rebuild();
