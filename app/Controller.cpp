@@ -223,44 +223,37 @@ bool Controller::waitForQueue(int timeoutMs)
     return done->waitFor(timeoutMs);
 }
 
-void Controller::runWithWorkerHeld(const std::function<void()>& fn, const std::function<void()>& pump)
+std::function<void()> Controller::holdWorker(std::function<void()> parked)
 {
-    if (m_engine.onWorker()) {
-        fn();
-        return;
-    }
     // A record beyond the table runs only its completion, which parks the
-    // worker until `fn` is done. Shared, so nothing dangles if either side ends early.
+    // worker. The hold is shared, so neither side can leave the other dangling.
     struct Hold {
-        Event reached, release;
+        Event release;
     };
     struct HoldJob : Job {
         std::shared_ptr<Hold> hold;
+        std::function<void()> parked;
     };
     auto hold = std::make_shared<Hold>();
     auto* job = newJob<HoldJob>("APP: <HoldWorker>");
-    if (!job) {
-        fn();
-        return;
-    }
+    if (!job)
+        return {};
     job->hold = hold;
+    job->parked = std::move(parked);
     job->type = kJobCount;
     job->completion = [](Job* j) {
-        const std::shared_ptr<Hold> h = static_cast<HoldJob*>(j)->hold;
+        auto* h = static_cast<HoldJob*>(j);
+        const std::shared_ptr<Hold> keep = h->hold;
+        if (h->parked)
+            h->parked();
         releaseJob(j);
-        h->reached.set();
-        h->release.wait();
+        keep->release.wait();
     };
     if (m_engine.post(job) != 0) {
         releaseJob(job);
-        fn();
-        return;
+        return {};
     }
-    while (!hold->reached.waitFor(10))
-        if (pump)
-            pump();
-    fn();
-    hold->release.set();
+    return [hold] { hold->release.set(); };
 }
 
 std::string Controller::elfPath() const

@@ -84,12 +84,13 @@ public:
     // Waits until every job posted before this call has completed; false on
     // time-out or a closed queue. Not for the worker itself.
     bool waitForQueue(int timeoutMs = -1);
-    // Runs `fn` on the calling thread while the worker is held between jobs,
-    // so that `fn` may read and change the symbol tree and the selection
-    // (the selection dialog). `pump` runs every 10 ms while waiting for the
-    // worker, so that the worker's own requests to the interface are answered.
-    // On the worker itself, or with a closed queue, `fn` runs at once.
-    void runWithWorkerHeld(const std::function<void()>& fn, const std::function<void()>& pump);
+    // Parks the worker between jobs, so that the interface thread may read
+    // and change the symbol tree and the selection (the selection dialog).
+    // Once every job posted before has run, `parked` is called on the worker,
+    // which then waits until the returned release function is called (once,
+    // from any thread). An empty function when the hold could not be posted;
+    // `parked` is not called then.
+    std::function<void()> holdWorker(std::function<void()> parked);
 
     // The project's ELF file; a relative path is taken from the project
     // file's folder, so a project opens from any working directory.

@@ -10,6 +10,7 @@
 #include "gui/MenuBar.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "symbols/SymbolSelection.h"
 #include "view/GraphContainer.h"
 #include "view/GraphWidget.h"
 #include "view/ToolBar.h"
@@ -349,11 +350,19 @@ QDockWidget* MainWindow::addPlaceholderDock(const QString& title, Qt::DockWidget
     return dock;
 }
 
-// The new project, options and symbol selection dialogs arrive with their own
-// work; until then these requests are accepted and nothing is shown.
+// The new project and options dialogs arrive with their own work; until then
+// these requests are accepted and nothing is shown.
 void MainWindow::_SlotOnNewProjectDialog() {}
 void MainWindow::_SlotOptionsDialog() {}
-void MainWindow::_SlotOnShowSymbolSelection() {}
+
+void MainWindow::_SlotOnShowSymbolSelection()
+{
+    SymbolSelection::request(m_controller, this, this, [this] {
+        emit _SignalUpdateSymbolSelection();
+        emit _SignalUpdateGUI();
+    });
+}
+
 void MainWindow::_SlotOnUpdateSymbolSelection() {}
 void MainWindow::_SlotOnClose() { QMainWindow::close(); }
 

@@ -67,6 +67,13 @@ Node* SymbolDatabase::createDetachedSymbol()
     return m_detached.back()->arena.create();
 }
 
+void SymbolDatabase::setTree(std::unique_ptr<SymbolTree> tree)
+{
+    std::unique_ptr<SymbolTree> old = std::move(m_tree);
+    m_tree = std::move(tree);
+    retire(std::move(old));
+}
+
 void SymbolDatabase::retire(std::unique_ptr<SymbolTree> old)
 {
     if (!old)

@@ -59,6 +59,9 @@ public:
 
     // A fresh symbol record outside any tree (used by the project loader).
     Node* createDetachedSymbol();
+    // Makes `tree` the current tree (a tree built elsewhere, as by tests);
+    // the old one lives on while selected symbols point into it.
+    void setTree(std::unique_ptr<SymbolTree> tree);
 
     // ParseELFFile job body: builds a new tree from `path`; with `match` the
     // selection is carried over to the new tree. Returns 0 or negative.

@@ -1,0 +1,467 @@
+// The symbol selection dialog on a small tree made in memory: rows, check
+// boxes, the filter, ticking, OK and Cancel, progress, column sizes; and the
+// dialog opened through the main window with the worker parked.
+#include "app/Controller.h"
+#include "app/JobEngine.h"
+#include "app/Text.h"
+#include "gui/MainWindow.h"
+#include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolSelection.h"
+#include "symbols/SymbolTree.h"
+#include "symbols/SymbolTreeModel.h"
+#include "tests/app/FakeSampler.h"
+
+#include <QApplication>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+#include <QTreeView>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+bool pumpUntil(const std::function<bool()>& pred, int ms = 5000)
+{
+    for (int waited = 0; waited < ms; waited += 5) {
+        if (pred())
+            return true;
+        QTest::qWait(5);
+    }
+    return pred();
+}
+
+SymbolSelection* openDialog()
+{
+    for (QWidget* w : QApplication::topLevelWidgets())
+        if (auto* d = qobject_cast<SymbolSelection*>(w); d && d->isVisible())
+            return d;
+    return nullptr;
+}
+
+// Remembers the progress steps the dialog reports.
+class ProgressLog : public Bridge {
+public:
+    struct Step {
+        int value, flags, limit;
+        std::string text;
+    };
+    MessageBoxAnswer messageBox(const MessageBoxRequest&) override { return {}; }
+    std::string openFileDialog(const FileDialogRequest&) override { return {}; }
+    std::string saveFileDialog(const FileDialogRequest&) override { return {}; }
+    int progress(int value, const std::string& text, int flags, int limit) override
+    {
+        steps.push_back({value, flags, limit, text});
+        return 0;
+    }
+    void symbolsAboutToChange() override { ++aboutToChange; }
+    void symbolsChanged() override { ++changed; }
+    std::vector<Step> steps;
+    int aboutToChange = 0, changed = 0;
+};
+
+// Three source files:
+//   /src/app/main.c       counter (u32 @0x2000000C), wide (u64), cfg {gain, mode}, buf[3]
+//   /src/drivers/uart.c   uart_state (u8 @0x30000000), main_mode, link {id} of type "struct main_link"
+//   /src/lib/other.c      tick (u32 @0x40000000)
+class Tree {
+public:
+    Tree()
+    {
+        auto tree = std::make_unique<SymbolTree>();
+        m_tree = tree.get();
+        Node* f = file("/src/app/main.c");
+        counter = var(f, nullptr, "counter", "unsigned int", 4, 0x2000000C, false);
+        wide = var(f, nullptr, "wide", "long long unsigned int", 8, 0x20000018, false);
+        cfg = record(f, nullptr, "cfg", "struct config", 8, 0x20001000);
+        gain = var(nullptr, cfg, "gain", "float", 4, 0x20001000, true);
+        mode = var(nullptr, cfg, "mode", "unsigned char", 1, 0x20001004, false);
+        finish(cfg);
+        buf = record(f, nullptr, "buf", "int[3]", 12, 0x20002000);
+        buf->Tag = kTagArray;
+        buf->IsArray = true;
+        buf->Dimensions = {3};
+        buf->NumDimensions = 1;
+        for (int i = 0; i < 3; ++i)
+            elements.push_back(var(nullptr, buf, "buf[" + std::to_string(i) + "]", "int", 4, 0x20002000u + 4u * i, true));
+        finish(buf);
+
+        f = file("/src/drivers/uart.c");
+        uartState = var(f, nullptr, "uart_state", "unsigned char", 1, 0x30000000, false);
+        mainMode = var(f, nullptr, "main_mode", "int", 4, 0x30000004, true);
+        link = record(f, nullptr, "link", "struct main_link", 4, 0x30000008);
+        linkId = var(nullptr, link, "id", "unsigned int", 4, 0x30000008, false);
+        finish(link);
+
+        f = file("/src/lib/other.c");
+        tick = var(f, nullptr, "tick", "unsigned int", 4, 0x40000000, false);
+        db.setTree(std::move(tree));
+    }
+
+    SymbolDatabase db;
+    Node *counter, *wide, *cfg, *gain, *mode, *buf, *uartState, *mainMode, *link, *linkId, *tick;
+    std::vector<Node*> elements;
+
+private:
+    Node* file(const char* path)
+    {
+        Node* n = m_tree->arena.create();
+        n->File = text::intern(path);
+        m_tree->files.push_back(n);
+        m_file = n;
+        return n;
+    }
+    // A node under a file (top-level variable) or under a parent node.
+    Node* var(Node* fileNode, Node* parent, std::string name, const char* type, std::uint32_t size, std::uint32_t address,
+              bool isSigned)
+    {
+        Node* n = m_tree->arena.create();
+        n->Name = std::move(name);
+        n->Type = text::intern(type);
+        n->File = m_file->File;
+        n->Size = size;
+        n->Address = address;
+        n->IsSigned = isSigned;
+        n->Parent = parent;
+        (fileNode ? fileNode : parent)->addChild(n);
+        symtree::classify(*n);
+        n->NameWithParents = symtree::nameWithParents(*n);
+        return n;
+    }
+    Node* record(Node* fileNode, Node* parent, std::string name, const char* type, std::uint32_t size, std::uint32_t address)
+    {
+        Node* n = m_tree->arena.create();
+        n->Name = std::move(name);
+        n->Type = text::intern(type);
+        n->File = m_file->File;
+        n->Tag = kTagStruct;
+        n->Size = size;
+        n->Address = address;
+        n->Parent = parent;
+        (fileNode ? fileNode : parent)->addChild(n);
+        return n;
+    }
+    static void finish(Node* n)
+    {
+        symtree::classify(*n);
+        n->NameWithParents = symtree::nameWithParents(*n);
+    }
+    SymbolTree* m_tree = nullptr;  // owned by db
+    Node* m_file = nullptr;
+};
+
+class SymbolSelectionTest : public ::testing::Test {
+protected:
+    void open()
+    {
+        dialog = std::make_unique<SymbolSelection>(t.db, &log);
+        dialog->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog.get()));
+    }
+    SymbolTreeModel* model() const { return dialog->model(); }
+    QTreeView* view() const { return dialog->tree(); }
+    QModelIndex row(const Node* n, int column = 0) const { return model()->indexOf(n, column); }
+    bool shown(const Node* n) const { return row(n).isValid(); }
+    bool expanded(const Node* n) const { return view()->isExpanded(row(n)); }
+    void filter(const QString& s)
+    {
+        dialog->filterLine()->setText(s);
+        QApplication::processEvents();
+    }
+    void tick(const Node* n, bool on)
+    {
+        ASSERT_TRUE(shown(n));
+        ASSERT_TRUE(model()->setData(row(n, SymbolTreeModel::kColSelect), on ? Qt::Checked : Qt::Unchecked, Qt::CheckStateRole));
+    }
+    int topRows() const { return model()->rowCount(); }
+    std::vector<std::string> selectedNames() const
+    {
+        std::vector<std::string> out;
+        for (const Node* n : t.db.selected())
+            out.push_back(n->NameWithParents);
+        return out;
+    }
+
+    Tree t;
+    ProgressLog log;
+    std::unique_ptr<SymbolSelection> dialog;
+};
+
+}  // namespace
+
+TEST_F(SymbolSelectionTest, TitleColumnsAndFileRows)
+{
+    open();
+    EXPECT_EQ(dialog->windowTitle(), "Select Symbols");
+    EXPECT_FALSE(dialog->windowFlags() & Qt::WindowContextHelpButtonHint);
+    const QStringList headers{"Name", "Type", "Size", "Address", "Select"};
+    for (int c = 0; c < headers.size(); ++c)
+        EXPECT_EQ(model()->headerData(c, Qt::Horizontal).toString(), headers[c]);
+    EXPECT_EQ(dialog->filterLine()->placeholderText(), "Filter symbols");
+    EXPECT_FALSE(dialog->okButton()->autoDefault());
+    EXPECT_FALSE(dialog->cancelButton()->autoDefault());
+
+    ASSERT_EQ(topRows(), 3);
+    for (int r = 0; r < 3; ++r) {
+        const QModelIndex file = model()->index(r, 0);
+        EXPECT_TRUE(view()->isFirstColumnSpanned(r, {})) << r;
+        EXPECT_TRUE(view()->isExpanded(file)) << r;
+        EXPECT_EQ(file.data(Qt::BackgroundRole).value<QBrush>(), QBrush(Qt::lightGray));
+        EXPECT_TRUE(file.data().toString().startsWith("/src/"));
+    }
+    // Cells of a variable row.
+    EXPECT_EQ(row(t.counter, 0).data().toString(), "counter");
+    EXPECT_EQ(row(t.counter, 1).data().toString(), "unsigned int");
+    EXPECT_EQ(row(t.counter, 2).data(), QVariant(4u)) << "a number, so the column sorts numerically";
+    EXPECT_EQ(row(t.counter, 3).data().toString(), "0x2000000C");
+    EXPECT_FALSE(row(t.cfg, 0).data(Qt::BackgroundRole).isValid());
+    EXPECT_FALSE(view()->isExpanded(row(t.cfg))) << "only the file rows open at first";
+}
+
+TEST_F(SymbolSelectionTest, OnlyLeavesHaveCheckBoxesAndSixtyFourBitLeavesAreDisabled)
+{
+    open();
+    const int sel = SymbolTreeModel::kColSelect;
+    struct Case {
+        const Node* node;
+        bool checkBox;
+        bool enabled;
+    };
+    const Case cases[] = {
+        {t.counter, true, true}, {t.wide, true, false},      {t.cfg, false, true},     {t.gain, true, true},
+        {t.mode, true, true},    {t.buf, false, true},       {t.elements[2], true, true}, {t.link, false, true},
+        {t.linkId, true, true},  {t.tick, true, true},
+    };
+    view()->expandAll();
+    for (const Case& c : cases) {
+        const QModelIndex i = row(c.node, sel);
+        ASSERT_TRUE(i.isValid()) << c.node->NameWithParents;
+        EXPECT_EQ(i.data(Qt::CheckStateRole).isValid(), c.checkBox) << c.node->NameWithParents;
+        EXPECT_EQ(bool(i.flags() & Qt::ItemIsEnabled), c.enabled) << c.node->NameWithParents;
+        EXPECT_EQ(bool(row(c.node, 0).flags() & Qt::ItemIsEnabled), c.enabled) << "the whole row";
+    }
+    EXPECT_EQ(row(t.wide, sel).data().toString(), "Symbol type is not supported");
+    EXPECT_FALSE(row(t.counter, sel).data().isValid());
+    // The greyed box cannot be ticked, by the model nor by a click.
+    EXPECT_FALSE(model()->setData(row(t.wide, sel), Qt::Checked, Qt::CheckStateRole));
+    view()->scrollTo(row(t.wide, sel));
+    const QRect cell = view()->visualRect(row(t.wide, sel));
+    QTest::mouseClick(view()->viewport(), Qt::LeftButton, {}, QPoint(cell.left() + 8, cell.center().y()));
+    EXPECT_EQ(row(t.wide, sel).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    EXPECT_TRUE(dialog->pending().empty());
+}
+
+TEST_F(SymbolSelectionTest, AddressFilterIgnoresLetterCase)
+{
+    open();
+    filter("0x2000");
+    ASSERT_EQ(topRows(), 1) << "only main.c has addresses with 2000";
+    EXPECT_EQ(model()->index(0, 0).data().toString(), "/src/app/main.c");
+    for (const Node* n : {t.counter, t.wide, t.cfg, t.buf})
+        EXPECT_TRUE(shown(n)) << n->Name;
+    EXPECT_TRUE(expanded(t.cfg)) << "a matching row opens";
+    EXPECT_TRUE(shown(t.gain));
+    EXPECT_TRUE(shown(t.elements[1]));
+    EXPECT_FALSE(shown(t.uartState));
+    EXPECT_FALSE(shown(t.tick));
+    EXPECT_TRUE(view()->isExpanded(model()->index(0, 0))) << "the ancestor of matches opens";
+
+    // Hexadecimal digits typed in lower case find the printed upper-case ones.
+    filter("0x2000000c");
+    ASSERT_EQ(topRows(), 1);
+    EXPECT_EQ(model()->rowCount(model()->index(0, 0)), 1);
+    EXPECT_TRUE(shown(t.counter));
+    EXPECT_FALSE(shown(t.wide));
+    filter("0X2000000C");
+    EXPECT_TRUE(shown(t.counter));
+}
+
+TEST_F(SymbolSelectionTest, NameFilterShowsFilesNamesAndTypes)
+{
+    open();
+    filter("MAIN");
+    ASSERT_EQ(topRows(), 2) << "main.c by its path, uart.c by its variables";
+    // Every variable of a file whose path holds the text, collapsed below it.
+    for (const Node* n : {t.counter, t.wide, t.cfg, t.buf, t.gain})
+        EXPECT_TRUE(shown(n)) << n->Name;
+    EXPECT_FALSE(expanded(t.cfg)) << "rows below a match stay collapsed";
+    // A name or a type holding the text.
+    EXPECT_TRUE(shown(t.mainMode));
+    EXPECT_TRUE(shown(t.link));
+    EXPECT_TRUE(expanded(t.link));
+    EXPECT_TRUE(shown(t.linkId));
+    EXPECT_FALSE(shown(t.uartState));
+    EXPECT_FALSE(shown(t.tick));
+    EXPECT_TRUE(view()->isFirstColumnSpanned(row(t.mainMode).parent().row(), {}));
+}
+
+TEST_F(SymbolSelectionTest, ClearingTheFilterLeavesOnlyTheFileRowsOpen)
+{
+    open();
+    filter("main");
+    filter("");
+    ASSERT_EQ(topRows(), 3);
+    for (int r = 0; r < 3; ++r) {
+        EXPECT_TRUE(view()->isExpanded(model()->index(r, 0)));
+        EXPECT_TRUE(view()->isFirstColumnSpanned(r, {}));
+    }
+    for (const Node* n : {t.cfg, t.buf, t.link}) {
+        EXPECT_TRUE(shown(n));
+        EXPECT_FALSE(expanded(n)) << n->Name;
+    }
+    EXPECT_TRUE(shown(t.linkId));
+}
+
+TEST_F(SymbolSelectionTest, CancelAfterTickingKeepsTheSelection)
+{
+    t.db.setSelected({t.tick});
+    t.db.setSelectionChanged(false);
+    open();
+    EXPECT_EQ(row(t.tick, SymbolTreeModel::kColSelect).data(Qt::CheckStateRole).toInt(), Qt::Checked);
+    tick(t.counter, true);
+    tick(t.tick, false);
+    EXPECT_EQ(dialog->pending(), std::vector<Node*>{t.counter});
+    QTest::mouseClick(dialog->cancelButton(), Qt::LeftButton);
+    EXPECT_EQ(dialog->result(), QDialog::Rejected);
+    EXPECT_EQ(selectedNames(), std::vector<std::string>{"tick"});
+    EXPECT_FALSE(t.db.selectionChanged());
+    EXPECT_EQ(log.changed, 0);
+}
+
+TEST_F(SymbolSelectionTest, OkSelectsInTickingOrderAfterTheRowsAlreadySelected)
+{
+    t.db.setSelected({t.tick, t.mode});  // tree order puts cfg.mode first
+    open();
+    EXPECT_EQ(dialog->pending(), (std::vector<Node*>{t.mode, t.tick}));
+    tick(t.uartState, true);
+    view()->expandAll();
+    tick(t.elements[1], true);
+    // A tick by keyboard, as the user gives it.
+    const QModelIndex c = row(t.counter, SymbolTreeModel::kColSelect);
+    view()->setCurrentIndex(c);
+    view()->setFocus();
+    QTest::keyClick(view(), Qt::Key_Space);
+    EXPECT_EQ(c.data(Qt::CheckStateRole).toInt(), Qt::Checked);
+    tick(t.uartState, false);
+    tick(t.uartState, true);
+    QSignalSpy committed(dialog.get(), &SymbolSelection::_SignalSelectionChanged);
+    QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+    EXPECT_EQ(dialog->result(), QDialog::Accepted);
+    EXPECT_EQ(committed.count(), 1);
+    EXPECT_EQ(selectedNames(), (std::vector<std::string>{"cfg.mode", "tick", "buf[1]", "counter", "uart_state"}));
+    EXPECT_TRUE(t.db.selectionChanged());
+    EXPECT_EQ(log.aboutToChange, 1);
+    EXPECT_EQ(log.changed, 1);
+}
+
+TEST_F(SymbolSelectionTest, TicksSurviveFilteringAndArraysAreNotTicked)
+{
+    open();
+    tick(t.counter, true);
+    filter("uart");
+    EXPECT_FALSE(shown(t.counter));
+    tick(t.uartState, true);
+    filter("");
+    EXPECT_EQ(row(t.counter, SymbolTreeModel::kColSelect).data(Qt::CheckStateRole).toInt(), Qt::Checked);
+    EXPECT_EQ(dialog->pending(), (std::vector<Node*>{t.counter, t.uartState}));
+    // An array row has no box to tick.
+    EXPECT_FALSE(model()->setData(row(t.buf, SymbolTreeModel::kColSelect), Qt::Checked, Qt::CheckStateRole));
+    // A double click on the Select column opens no editor.
+    const QRect cell = view()->visualRect(row(t.cfg, SymbolTreeModel::kColSelect));
+    QTest::mouseDClick(view()->viewport(), Qt::LeftButton, {}, cell.center());
+    EXPECT_TRUE(view()->findChildren<QLineEdit*>().isEmpty()) << "no editor";
+    EXPECT_EQ(dialog->pending().size(), 2u);
+}
+
+TEST_F(SymbolSelectionTest, ProgressStepsAndColumnSizes)
+{
+    t.tick->Name = std::string(255, 'n');  // wider than the cap of the name column
+    open();
+    std::vector<std::string> texts;
+    for (const auto& s : log.steps) {
+        EXPECT_EQ(s.limit, 3) << s.text;
+        if (s.flags & kProgressStart)
+            texts.push_back(s.text);
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"Preparing Symbols ...", "Finishing Symbols ..."}));
+    ASSERT_FALSE(log.steps.empty());
+    EXPECT_TRUE(log.steps.back().flags & kProgressEnd);
+
+    // The sizes as made, before showing lets the last column stretch.
+    SymbolSelection fresh(t.db, nullptr);
+    int sum = 0;
+    for (int c = 0; c < SymbolTreeModel::kColumnCount; ++c) {
+        EXPECT_LE(fresh.tree()->columnWidth(c), SymbolTreeModel::kWidthCaps[c]) << c;
+        EXPECT_GT(fresh.tree()->columnWidth(c), 0) << c;
+        sum += fresh.tree()->columnWidth(c);
+    }
+    EXPECT_EQ(fresh.tree()->columnWidth(0), 500);
+    EXPECT_EQ(fresh.width(), 60 + sum);
+    EXPECT_EQ(fresh.height(), 20 * fresh.tree()->header()->sizeHint().height());
+}
+
+TEST_F(SymbolSelectionTest, SortingIsNumericOnSizeAndKeepsOpenRows)
+{
+    open();
+    view()->expand(row(t.cfg));
+    view()->sortByColumn(SymbolTreeModel::kColSize, Qt::AscendingOrder);
+    const QModelIndex mainFile = row(t.counter).parent();
+    std::vector<std::uint32_t> sizes;
+    for (int r = 0; r < model()->rowCount(mainFile); ++r)
+        sizes.push_back(model()->node(model()->index(r, 0, mainFile))->Size);
+    EXPECT_EQ(sizes, (std::vector<std::uint32_t>{4, 8, 8, 12}));
+    EXPECT_TRUE(expanded(t.cfg)) << "open rows stay open";
+    EXPECT_TRUE(expanded(t.cfg) && view()->isExpanded(mainFile));
+}
+
+// ---------------------------------------------------------------------------
+// Through the main window: the dialog opens while the worker is parked.
+
+TEST(SymbolSelectionWindow, OpensFromTheMainWindowWithTheWorkerParked)
+{
+    JobEngine engine;
+    auto ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
+    auto window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
+    ASSERT_TRUE(pumpUntil([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+
+    // The dialog is modal: it is looked at from a timer inside its own loop.
+    bool seen = false, parked = false, secondDropped = false;
+    QString title;
+    QTimer probe;
+    probe.setInterval(10);
+    QObject::connect(&probe, &QTimer::timeout, [&] {
+        SymbolSelection* dialog = openDialog();
+        if (!dialog)
+            return;
+        probe.stop();
+        seen = true;
+        title = dialog->windowTitle();
+        // The worker waits for the dialog: a job posted now does not run yet.
+        parked = !ctl->waitForQueue(200);
+        // A second request while one is open is dropped.
+        bool opened = false;
+        SymbolSelection::request(*ctl, nullptr, nullptr, [&] { opened = true; });
+        secondDropped = !opened;
+        QTest::mouseClick(dialog->cancelButton(), Qt::LeftButton);
+    });
+    probe.start();
+    window->showSymbolSelection();  // as a job or the watch table's button asks
+    ASSERT_TRUE(pumpUntil([&] { return seen && openDialog() == nullptr; }));
+    EXPECT_EQ(title, "Select Symbols");
+    EXPECT_TRUE(parked);
+    EXPECT_TRUE(secondDropped);
+    EXPECT_TRUE(ctl->waitForQueue(5000)) << "the worker goes on once the dialog is closed";
+    QTest::qWait(50);
+    EXPECT_EQ(openDialog(), nullptr);
+
+    window->QMainWindow::close();
+    window.reset();
+    ctl.reset();
+}
