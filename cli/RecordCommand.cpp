@@ -9,13 +9,17 @@
 #include "files/RawFile.h"
 #include "probe/ProbeSampler.h"
 #include "probe/TarvoLibrary.h"
+#include "view/GraphPicture.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QImage>
 #include <QStandardPaths>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -69,7 +73,15 @@ int runRecordCommand(const std::vector<std::string>& args)
     int argc = 1;
     char name[] = "plotvik-cli";
     char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
+    // The picture is drawn by the graph's widget, which needs a widget
+    // application; the offscreen platform draws without any display.
+    std::unique_ptr<QCoreApplication> app;
+    if (!o.png.empty()) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     tarvo::setApplicationPath(QCoreApplication::applicationFilePath().toStdString());
 
     JobEngine engine;
@@ -122,8 +134,15 @@ int runRecordCommand(const std::vector<std::string>& args)
         else
             status = 1;
     }
-    if (!o.png.empty())
-        std::fprintf(stderr, "plotvik-cli record: --png is not available in this build\n");
+    if (!o.png.empty()) {
+        const QImage picture = renderGraphPicture(controller.store(), controller.symbols());
+        if (picture.save(QString::fromStdString(o.png), "PNG")) {
+            std::printf("png: %s\n", o.png.c_str());
+        } else {
+            std::fprintf(stderr, "plotvik-cli record: could not write %s\n", o.png.c_str());
+            status = 1;
+        }
+    }
     engine.stopAndWait([] {});
     controller.setBridge(nullptr);
     return status;

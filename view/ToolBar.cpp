@@ -208,7 +208,7 @@ void ToolBar::updateDisplayState()
     else
         state = kStateSampling;
     applyDisplayState(state);
-    showTargetStart(m_controller.targetHalted());
+    showTargetStart(!m_controller.probeConnected() || m_controller.targetHalted());
 }
 
 // ---------------------------------------------------------------------------

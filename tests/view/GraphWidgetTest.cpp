@@ -1,0 +1,501 @@
+// The graph: curves (the per-column reduction against drawing every sample),
+// the 64-bit gap, automatic Y range, autoscroll, navigation, zoom around the
+// cursor, the readout, zero-marker and view dragging, the wheel and the
+// repaint rate limit.
+#include "tests/view/GraphTestSupport.h"
+#include "view/GraphContainer.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWheelEvent>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <set>
+
+using graphtest::bitsOf;
+using graphtest::fill;
+using graphtest::frame;
+using graphtest::pixelsOf;
+using graphtest::selectColoured;
+
+namespace {
+
+constexpr Rgb kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 128, 255, 255}, kYellow{255, 255, 0, 255};
+
+QColor qcolour(Rgb c) { return QColor(c.red, c.green, c.blue); }
+
+struct GraphTest : ::testing::Test {
+    StoreFixture f;
+    std::unique_ptr<GraphWidget> w;
+
+    void SetUp() override
+    {
+        w = std::make_unique<GraphWidget>(f.store, f.symbols);
+        w->resize(1050, 600);  // 10 x 6 divisions, margins 25 and 0, zero line at 300
+    }
+
+    // Time stamps every `period` microseconds.
+    void record(std::uint32_t count, std::uint32_t period,
+                const std::function<std::uint64_t(std::size_t, std::uint32_t)>& valueOf)
+    {
+        fill(f, count, [period](std::uint32_t i) { return i * period; }, valueOf);
+    }
+
+    // Pixels where drawing every sample and the reduced drawing differ.
+    int differingPixels()
+    {
+        w->setCurveMode(CurveRenderer::Mode::EverySample);
+        const QImage reference = frame(*w);
+        w->setCurveMode(CurveRenderer::Mode::Reduced);
+        const QImage reduced = frame(*w);
+        int differ = 0;
+        for (int y = 0; y < reference.height(); ++y)
+            for (int x = 0; x < reference.width(); ++x)
+                differ += reference.pixel(x, y) != reduced.pixel(x, y);
+        return differ;
+    }
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Curves: the reduced drawing paints exactly what drawing every sample paints
+
+struct ReductionCase {
+    const char* name;
+    std::uint32_t count, period;
+    double timePerDivision;
+    std::int32_t drawStyle;
+};
+
+class ReductionTest : public GraphTest, public ::testing::WithParamInterface<ReductionCase> {};
+
+TEST_P(ReductionTest, PicturesArePixelIdentical)
+{
+    const ReductionCase c = GetParam();
+    Node* noise = selectColoured(f, "noise", 2, kTypeS16, kRed);
+    Node* sine = selectColoured(f, "sine", 4, kTypeFloat, kGreen);
+    Node* square = selectColoured(f, "square", 1, kTypeBool, kBlue);
+    Node* big = selectColoured(f, "big", 4, kTypeU32, kYellow);
+    Node* bits = selectColoured(f, "bits", 4, kTypeBitField, Rgb{255, 0, 255, 255});
+    bits->BitOffset = 3;
+    bits->BitSize = 5;
+    for (Node* n : f.symbols.selected()) {
+        n->DrawStyle = c.drawStyle;
+        n->YResolution = 10;
+    }
+    big->YOffset = -2.5;
+    square->YResolution = 1;
+    std::mt19937 rng(1234);
+    std::uniform_int_distribution<int> d(-400, 400);
+    record(c.count, c.period, [&](std::size_t s, std::uint32_t i) -> std::uint64_t {
+        switch (s) {
+        case 0: return static_cast<std::uint16_t>(static_cast<std::int16_t>(d(rng) / (1 + i % 7)));
+        case 1: {
+            float v = 25.0f * std::sin(i * 0.001f) + (d(rng) % 3);
+            if (i % 9973 == 5)
+                v = std::numeric_limits<float>::quiet_NaN();
+            if (i % 15013 == 7)
+                v = std::numeric_limits<float>::infinity();
+            return bitsOf(v);
+        }
+        case 2: return (i / 300) % 2;
+        case 3: return static_cast<std::uint32_t>(i) * 99991u;  // runs far beyond the grid
+        default: return static_cast<std::uint32_t>(d(rng)) << 2;
+        }
+    });
+    w->setTimePerDivision(c.timePerDivision);
+    w->setStartTime(c.period * 3.5);
+    EXPECT_EQ(differingPixels(), 0) << c.name;
+    // The case drew something: the noise colour is on screen.
+    EXPECT_FALSE(pixelsOf(frame(*w), qcolour(kRed)).empty()) << c.name;
+    (void)noise, (void)sine;
+}
+
+INSTANTIATE_TEST_SUITE_P(Graph, ReductionTest,
+                         ::testing::Values(ReductionCase{"dense lines", 200000, 50, 1000000, 0},
+                                           ReductionCase{"sparse lines", 3000, 1000, 200000, 0},
+                                           ReductionCase{"a few samples per column", 40000, 100, 500000, 0},
+                                           ReductionCase{"dense points", 200000, 50, 1000000, 1},
+                                           ReductionCase{"sparse points", 3000, 1000, 200000, 1}),
+                         [](const auto& info) {
+                             std::string n = info.param.name;
+                             for (char& ch : n)
+                                 if (ch == ' ')
+                                     ch = '_';
+                             return n;
+                         });
+
+TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
+{
+    selectColoured(f, "wave", 2, kTypeS16, kRed);
+    f.symbols.selected()[0]->YResolution = 100;
+    const std::uint32_t n = SampleStore::kCapacity + 70000;
+    fill(f, n, [](std::uint32_t i) { return i * 10; },
+         [](std::size_t, std::uint32_t i) -> std::uint64_t {
+             return static_cast<std::uint16_t>(static_cast<std::int16_t>((i * 37) % 601) - 300);
+         });
+    ASSERT_TRUE(f.store.hasWrapped());
+    w->setTimePerDivision(1000000);
+    // The visible ten seconds hold the place where the slots wrap round.
+    const std::uint32_t wrapAt = SampleStore::kCapacity - f.store.oldestIndex();
+    const double start = f.store.timeStampAt(0) + 5000000.0;
+    ASSERT_GT(f.store.timeStampAt(wrapAt), start);
+    ASSERT_LT(f.store.timeStampAt(wrapAt), start + 10000000.0);
+    w->setStartTime(start);
+    EXPECT_EQ(differingPixels(), 0);
+    EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty());
+}
+
+TEST_F(GraphTest, SixtyFourBitSymbolIsDrawnOnItsZeroLine)
+{
+    Node* wide = selectColoured(f, "counter64", 8, kTypeU64, kRed);
+    wide->YResolution = 1;
+    record(5000, 1000, [](std::size_t, std::uint32_t i) { return 0x0123456789ABCDEFull + i * 1000003ull; });
+    const QImage image = frame(*w);
+    const std::vector<QPoint> red = pixelsOf(image, Qt::red);
+    int onCurve = 0;
+    for (const QPoint& p : red) {
+        if (p.x() <= 5)
+            continue;  // the zero marker at the left edge
+        EXPECT_TRUE(p.y() == 299 || p.y() == 300) << p.x() << "," << p.y();
+        ++onCurve;
+    }
+    EXPECT_GT(onCurve, 400);  // five seconds at one second per division
+}
+
+TEST_F(GraphTest, CurvesFollowTheirSettings)
+{
+    Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
+    Node* b = selectColoured(f, "b", 4, kTypeS32, kGreen);
+    a->YResolution = 1000;
+    b->YResolution = 1000;
+    record(3000, 1000, [](std::size_t s, std::uint32_t) -> std::uint64_t { return s == 0 ? 1000u : 2000u; });
+    // One division up for a, two for b, from x = 25 for three seconds.
+    auto rowsOf = [&](QColor c) {
+        std::set<int> rows;
+        for (const QPoint& p : pixelsOf(frame(*w), c))
+            if (p.x() > 5)
+                rows.insert(p.y());
+        return rows;
+    };
+    EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{199, 200}));
+    EXPECT_EQ(rowsOf(Qt::green), (std::set<int>{99, 100}));
+    b->ShowInGraph = false;
+    w->invalidate();
+    EXPECT_TRUE(rowsOf(Qt::green).empty());
+    a->YOffset = -1;
+    w->invalidate();
+    EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{299, 300}));
+}
+
+TEST_F(GraphTest, AutomaticRangeStepsTheResolutionUp)
+{
+    Node* n = selectColoured(f, "n", 4, kTypeS32, kRed);
+    Node* hidden = selectColoured(f, "hidden", 4, kTypeS32, kGreen);
+    n->YResolution = 1;
+    hidden->YResolution = 1;
+    hidden->ShowInGraph = false;
+    record(100, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t {
+        return static_cast<std::uint32_t>(i == 50 ? -1000 : 10);
+    });
+    frame(*w);
+    // max(|-1000|, 10) * 2 / 6 divisions = 333: the next series value is 500.
+    EXPECT_EQ(n->YResolution, 500u);
+    EXPECT_EQ(hidden->YResolution, 1u);
+}
+
+// ---------------------------------------------------------------------------
+// Cursor, label and readout
+
+TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
+{
+    GraphContainer container(f.store, f.symbols);
+    container.resize(1050, 700);
+    container.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&container));
+    EXPECT_EQ(container.cursorLabel()->text(), "Cursor");
+    GraphWidget* g = container.graph();
+    ASSERT_EQ(g->width(), 1050);
+    g->setCursorX(25 + 250);
+    EXPECT_EQ(g->cursorTime(), 2500000u);
+    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");
+    g->setCursorX(25 + 25);
+    EXPECT_EQ(container.cursorLabel()->text(), ".250 s");
+    g->setTimePerDivision(1000);  // zooms around the cursor at 250 ms
+    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms"));
+    // The cursor stays inside the margins.
+    g->setCursorX(-40);
+    EXPECT_EQ(g->cursorX(), 25);
+    g->setCursorX(5000);
+    EXPECT_EQ(g->cursorX(), 1025);
+}
+
+TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
+{
+    Node* a = selectColoured(f, "a", 4, kTypeFloat, kRed);
+    Node* flag = selectColoured(f, "flag", 1, kTypeBool, kGreen);
+    Node* wide = selectColoured(f, "wide", 8, kTypeS64, kBlue);
+    record(3001, 1000, [](std::size_t s, std::uint32_t i) -> std::uint64_t {
+        if (s == 0)
+            return bitsOf(i * 0.5f);
+        if (s == 1)
+            return i % 2;
+        return 77;
+    });
+    w->setCursorX(25 + 20);  // 200 ms: sample 200
+    ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
+    EXPECT_EQ(w->readoutText(), "a: 100\nflag: false\nwide: 0");
+    EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
+    w->setCursorX(25 + 21);  // 210 ms
+    EXPECT_EQ(w->readoutText(), "a: 105\nflag: false\nwide: 0");
+    w->setCursorX(25 + 1);  // 10 ms
+    EXPECT_EQ(w->readoutText(), "a: 5\nflag: false\nwide: 0");
+    w->setStartTime(1000.0);
+    w->setCursorX(25);  // 1 ms
+    EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
+    // Beyond the newest sample there is nothing to read.
+    w->setCursorX(25 + 400);
+    EXPECT_EQ(w->sampleAtCursor(), std::nullopt);
+    EXPECT_EQ(w->readoutText(), "");
+    EXPECT_EQ(w->valueAtCursor(*flag), std::nullopt);
+    (void)wide;
+}
+
+// ---------------------------------------------------------------------------
+// Navigation and zoom
+
+TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(25001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 25 s
+    QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
+    w->setAutoscroll(true);
+    EXPECT_EQ(w->moveRightAction()->shortcut(), QKeySequence(Qt::Key_Right));
+    EXPECT_EQ(w->moveLeftAction()->shortcut(), QKeySequence(Qt::Key_Left));
+    EXPECT_EQ(w->moveToStartAction()->shortcut(), QKeySequence(Qt::Key_Home));
+    EXPECT_EQ(w->moveToEndAction()->shortcut(), QKeySequence(Qt::Key_End));
+    for (int i = 0; i < 40; ++i)
+        w->moveRightAction()->trigger();
+    EXPECT_FALSE(w->autoscroll());
+    EXPECT_EQ(off.count(), 40);
+    EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
+    w->moveToEndAction()->trigger();
+    EXPECT_DOUBLE_EQ(w->startTime(), 15000000.0);
+    w->moveLeftAction()->trigger();
+    EXPECT_DOUBLE_EQ(w->startTime(), 14000000.0);
+    w->moveToStartAction()->trigger();
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    w->moveLeftAction()->trigger();
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    EXPECT_EQ(w->cursorSampleIndex(), 0);
+    w->setStartTime(2000000.0);
+    EXPECT_EQ(w->cursorSampleIndex(), 2000);
+    // A short recording: End stays at the start.
+    StoreFixture shortOne;
+    GraphWidget g(shortOne.store, shortOne.symbols);
+    g.resize(1050, 600);
+    g.moveToEndAction()->trigger();
+    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
+}
+
+TEST_F(GraphTest, RightArrowKeyMovesTheShownGraph)
+{
+    w->show();
+    w->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+    QTest::keyClick(w.get(), Qt::Key_Right);
+    EXPECT_DOUBLE_EQ(w->startTime(), 1000000.0);
+    QTest::keyClick(w.get(), Qt::Key_Home);
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+}
+
+TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlace)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(20001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 20 s
+    QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
+    w->setCursorX(525);  // 5 s
+    w->setTimePerDivision(500000);
+    EXPECT_DOUBLE_EQ(w->startTime(), 2500000.0);
+    EXPECT_EQ(w->cursorTime(), 5000000u);
+    EXPECT_EQ(off.count(), 1);
+    w->setTimePerDivision(1000000);
+    EXPECT_DOUBLE_EQ(w->startTime(), 1250000.0);
+    // Zooming out near the end is held at the newest sample.
+    w->setStartTime(10000000.0);
+    w->setTimePerDivision(2000000);  // span 20 s: at most 0
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+}
+
+TEST_F(GraphTest, ZoomThatCannotMoveLeavesAutoscrollOn)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(3001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 3 s
+    w->setAutoscroll(true);
+    QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
+    w->setCursorX(525);
+    w->setTimePerDivision(500000);  // would start at 2.5 s, but 3 s - 5 s is below 0
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    EXPECT_TRUE(w->autoscroll());
+    EXPECT_EQ(off.count(), 0);
+}
+
+TEST_F(GraphTest, AutoscrollKeepsTheNewestSampleAtTheRightEdge)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(8001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 8 s
+    w->setAutoscroll(true);
+    frame(*w);
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);  // shorter than one screen
+    fill(f, 17000, [](std::uint32_t i) { return 8001000 + i * 1000; },
+         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    w->invalidate();
+    frame(*w);
+    EXPECT_DOUBLE_EQ(w->startTime(), f.store.currentTimeStamp() - 10000000.0);
+    EXPECT_GT(w->cursorSampleIndex(), 14000);
+    w->setAutoscroll(false);
+    fill(f, 1000, [](std::uint32_t i) { return 25001000 + i * 1000; },
+         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    const double before = w->startTime();
+    frame(*w);
+    EXPECT_DOUBLE_EQ(w->startTime(), before);
+}
+
+// ---------------------------------------------------------------------------
+// Mouse
+
+TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
+{
+    Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
+    w->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(5, 300));
+    QTest::mouseMove(w.get(), QPoint(5, 200));
+    EXPECT_DOUBLE_EQ(a->YOffset, 1.0);
+    QTest::mouseMove(w.get(), QPoint(5, 0));
+    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);  // zero line at the top edge of the grid
+    QTest::mouseMove(w.get(), QPoint(5, -150));
+    EXPECT_DOUBLE_EQ(a->YOffset, 4.5);  // above the grid
+    QTest::mouseMove(w.get(), QPoint(5, 120));  // back over the grid: onto its top edge
+    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);
+    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(5, 120));
+    // The marker pointing up sits at the top edge now; grabbing below it drags nothing.
+    a->YOffset = 4;
+    w->update();
+    const double before = a->YOffset;
+    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(500, 400));
+    QTest::mouseMove(w.get(), QPoint(500, 300));
+    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(500, 300));
+    EXPECT_DOUBLE_EQ(a->YOffset, before);
+    // Its tip at (5, 0) grabs it.
+    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(7, 3));
+    QTest::mouseMove(w.get(), QPoint(7, 103));
+    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);
+    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(7, 103));
+}
+
+TEST_F(GraphTest, DraggingTheViewMovesTheStartAndSwitchesAutoscrollOff)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(20001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    w->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+    w->setAutoscroll(true);
+    QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
+    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(600, 400));
+    QTest::mouseMove(w.get(), QPoint(450, 400));
+    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(450, 400));
+    EXPECT_DOUBLE_EQ(w->startTime(), 1500000.0);  // 150 pixels at 10 ms a pixel
+    EXPECT_FALSE(w->autoscroll());
+    EXPECT_GE(off.count(), 1);
+    EXPECT_EQ(w->cursorX(), 450);
+    // Dragging to the right stops at 0.
+    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(100, 400));
+    QTest::mouseMove(w.get(), QPoint(900, 400));
+    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(900, 400));
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    // Without a button the cursor just follows the pointer.
+    QTest::mouseMove(w.get(), QPoint(300, 200));
+    EXPECT_EQ(w->cursorX(), 300);
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+}
+
+TEST_F(GraphTest, WheelAsksForOneZoomStep)
+{
+    QSignalSpy zoom(w.get(), &GraphWidget::ZoomStepRequested);
+    const QPointF at(500, 300);
+    QWheelEvent forward(at, w->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, {}, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(w.get(), &forward);
+    QWheelEvent backward(at, w->mapToGlobal(at), {}, QPoint(0, -120), Qt::NoButton, {}, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(w.get(), &backward);
+    ASSERT_EQ(zoom.count(), 2);
+    EXPECT_EQ(zoom[0][0].toInt(), -1);
+    EXPECT_EQ(zoom[1][0].toInt(), +1);
+}
+
+// ---------------------------------------------------------------------------
+// Repaint requests and holding
+
+TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)
+{
+    QSignalSpy requests(w.get(), &GraphWidget::UpdateRequest);
+    w->setTargetFps(10);  // one request per 100 ms
+    for (int i = 0; i < 5; ++i)
+        w->requestUpdate();
+    EXPECT_EQ(requests.count(), 1);
+    // The newest data still arrives: one late request once the interval has passed.
+    QTest::qWait(60);
+    EXPECT_EQ(requests.count(), 1);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return requests.count() == 2; }, 500));
+    QTest::qWait(150);
+    EXPECT_EQ(requests.count(), 2);
+    // A held view ignores them.
+    w->setHeld(true);
+    QTest::qWait(120);
+    w->requestUpdate();
+    QTest::qWait(120);
+    EXPECT_EQ(requests.count(), 2);
+}
+
+TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMoment)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(1000, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    w->setHeld(true);
+    const std::uint32_t held = w->recordCount();
+    EXPECT_EQ(held, f.store.recordCount());
+    fill(f, 500, [](std::uint32_t i) { return 1000000 + i * 1000; },
+         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    EXPECT_EQ(w->recordCount(), held);
+    EXPECT_EQ(w->newestTimeStamp(), 999000u);
+    w->refresh();  // outside sampling the held view takes the store's extent
+    EXPECT_EQ(w->recordCount(), f.store.recordCount());
+    w->setHeld(false);
+    EXPECT_EQ(w->newestTimeStamp(), f.store.currentTimeStamp());
+}
+
+TEST_F(GraphTest, ScrollBarSpansTheRecordingAndMovesTheView)
+{
+    selectColoured(f, "a", 4, kTypeS32, kRed);
+    record(30001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    GraphContainer container(f.store, f.symbols);
+    container.resize(1050, 700);
+    container.setHeld(true);
+    EXPECT_FALSE(container.scrollBar()->isHidden());
+    EXPECT_EQ(container.scrollBar()->maximum(), 30000000);
+    EXPECT_EQ(container.scrollBar()->singleStep(), 1000000);
+    container.scrollBar()->setValue(7000000);
+    EXPECT_DOUBLE_EQ(container.graph()->startTime(), 7000000.0);
+    container.graph()->moveRightAction()->trigger();
+    EXPECT_EQ(container.scrollBar()->value(), container.graph()->startTime());
+    container.setHeld(false);
+    EXPECT_TRUE(container.scrollBar()->isHidden());
+}

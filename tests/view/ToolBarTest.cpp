@@ -1,0 +1,276 @@
+// The tool bar: its actions in order with tips and keys, the zoom and frame
+// rate boxes, Autoscroll, the display states through a sampling run on a fake
+// probe, and the target controls.
+#include "app/Controller.h"
+#include "tests/app/FakeSampler.h"
+#include "tests/app/TestBridge.h"
+#include "view/GraphContainer.h"
+#include "view/GraphWidget.h"
+#include "view/Scale.h"
+#include "view/ToolBar.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QScrollBar>
+#include <QTest>
+#include <QWheelEvent>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct ToolBarTest : ::testing::Test {
+    JobEngine engine;
+    TestBridge bridge;
+    FakeSampler* sampler = nullptr;  // not owned: the controller's
+    std::unique_ptr<Controller> ctl;
+    std::unique_ptr<GraphContainer> graph;
+    std::unique_ptr<ToolBar> bar;
+
+    void SetUp() override
+    {
+        auto fake = std::make_unique<FakeSampler>();
+        sampler = fake.get();
+        ctl = std::make_unique<Controller>(engine, std::move(fake));
+        ctl->setBridge(&bridge);
+        graph = std::make_unique<GraphContainer>(ctl->store(), ctl->symbols());
+        graph->resize(1050, 650);
+        bar = std::make_unique<ToolBar>(*ctl, graph.get());
+    }
+    void TearDown() override
+    {
+        ctl->postReadStop();
+        ctl->waitForQueue(5000);
+        engine.stopAndWait([] {});
+        ctl->setBridge(nullptr);
+        bar.reset();
+        graph.reset();
+    }
+    // A project with one symbol, ready to sample.
+    void ready()
+    {
+        ctl->project().setOpen(true);
+        selectOne();
+        bar->updateDisplayState();
+        ASSERT_EQ(bar->displayState(), ToolBar::kStateReady);
+    }
+    void selectOne()
+    {
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = "counter";
+        n->Size = 4;
+        n->TypeID = kTypeU32;
+        ctl->symbols().setSelected({n});
+    }
+    bool settle() { return ctl->waitForQueue(5000); }
+};
+
+}  // namespace
+
+TEST_F(ToolBarTest, ActionsInOrderWithTipsAndKeys)
+{
+    std::vector<QString> seen;
+    for (QAction* a : bar->actions()) {
+        QWidget* w = bar->widgetForAction(a);
+        if (a->isSeparator())
+            seen.push_back("|");
+        else if (auto* label = qobject_cast<QLabel*>(w))
+            seen.push_back("label:" + label->text());
+        else if (auto* check = qobject_cast<QCheckBox*>(w))
+            seen.push_back("check:" + check->text());
+        else if (qobject_cast<QComboBox*>(w))
+            seen.push_back(w == bar->zoomBox() ? "zoom" : "fps");
+        else if (w && w->inherits("QToolButton"))
+            seen.push_back("button:" + a->toolTip());
+        else
+            seen.push_back("spacer");
+    }
+    const std::vector<QString> expected = {
+        "label:Sampling:",   "button:Start/Resume Sampling (F5)", "button:Stop Sampling (F9)", "|",
+        "label:Target:",     "button:Start Target",               "button:Reset Target",       "spacer",
+        "button:Zoom In",    "button:Zoom Out",                   "zoom",                      "|",
+        "label:Target FPS: ", "fps",                              "|",                         "check:Autoscroll"};
+    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(bar->startPauseAction()->shortcut(), QKeySequence(Qt::Key_F5));
+    EXPECT_EQ(bar->stopAction()->shortcut(), QKeySequence(Qt::Key_F9));
+    EXPECT_EQ(bar->zoomInAction()->shortcut(), QKeySequence(Qt::Key_Up));
+    EXPECT_EQ(bar->zoomOutAction()->shortcut(), QKeySequence(Qt::Key_Down));
+    EXPECT_EQ(bar->zoomBox()->focusPolicy(), Qt::NoFocus);
+    EXPECT_EQ(bar->frameRateBox()->focusPolicy(), Qt::NoFocus);
+    for (QAction* a : {bar->startPauseAction(), bar->stopAction(), bar->targetAction(), bar->resetAction(),
+                       bar->zoomInAction(), bar->zoomOutAction()})
+        EXPECT_FALSE(a->icon().isNull()) << a->toolTip().toStdString();
+}
+
+TEST_F(ToolBarTest, ZoomAndFrameRateEntries)
+{
+    QComboBox* zoom = bar->zoomBox();
+    ASSERT_EQ(zoom->count(), 27);
+    EXPECT_EQ(zoom->currentIndex(), 18);
+    EXPECT_EQ(zoom->currentText(), "1 s/Div");
+    EXPECT_EQ(zoom->itemText(0), "1 us/Div");
+    EXPECT_EQ(zoom->itemText(8), "500 us/Div");
+    EXPECT_EQ(zoom->itemText(9), "1 ms/Div");
+    EXPECT_EQ(zoom->itemText(26), "500 s/Div");
+    for (int i = 0; i < zoom->count(); ++i)
+        EXPECT_EQ(zoom->itemData(i).toUInt(), scale::kTimePerDivision[static_cast<std::size_t>(i)]);
+    QComboBox* fps = bar->frameRateBox();
+    const std::vector<int> rates = {1, 2, 5, 10, 15, 20, 25, 30, 40, 50, 60};
+    ASSERT_EQ(fps->count(), 11);
+    for (int i = 0; i < fps->count(); ++i) {
+        EXPECT_EQ(fps->itemData(i).toInt(), rates[static_cast<std::size_t>(i)]);
+        EXPECT_EQ(fps->itemText(i), QString::number(rates[static_cast<std::size_t>(i)]));
+    }
+    EXPECT_EQ(fps->currentIndex(), 7);
+    EXPECT_EQ(ctl->graphRefreshTarget(), 30);
+    EXPECT_EQ(graph->graph()->targetFps(), 30);
+    fps->setCurrentIndex(10);
+    EXPECT_EQ(ctl->graphRefreshTarget(), 60);
+    EXPECT_EQ(graph->graph()->targetFps(), 60);
+}
+
+TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
+{
+    bar->zoomInAction()->trigger();  // no project: zoom is off
+    EXPECT_EQ(bar->zoomBox()->currentIndex(), 18);
+    ctl->project().setOpen(true);
+    bar->updateDisplayState();
+    bar->zoomInAction()->trigger();
+    EXPECT_EQ(bar->zoomBox()->currentIndex(), 17);
+    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 500000.0);
+    bar->zoomOutAction()->trigger();
+    bar->zoomOutAction()->trigger();
+    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 2000000.0);
+    bar->zoomBox()->setCurrentIndex(0);
+    bar->zoomInAction()->trigger();
+    EXPECT_EQ(bar->zoomBox()->currentIndex(), 0);
+    bar->zoomBox()->setCurrentIndex(26);
+    bar->zoomOutAction()->trigger();
+    EXPECT_EQ(bar->zoomBox()->currentIndex(), 26);
+    // The graph's wheel takes the same steps.
+    const QPointF at(300, 200);
+    QWheelEvent forward(at, at, {}, QPoint(0, 120), Qt::NoButton, {}, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(graph->graph(), &forward);
+    EXPECT_EQ(bar->zoomBox()->currentIndex(), 25);
+    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 200000000.0);
+}
+
+TEST_F(ToolBarTest, AutoscrollBoxAndGraphFollowEachOther)
+{
+    bar->autoscrollBox()->setChecked(true);
+    EXPECT_TRUE(graph->graph()->autoscroll());
+    graph->graph()->moveLeftAction()->trigger();  // the user moved the view
+    EXPECT_FALSE(bar->autoscrollBox()->isChecked());
+    EXPECT_FALSE(graph->graph()->autoscroll());
+    bar->setAutoscrollChecked(true);
+    EXPECT_TRUE(graph->graph()->autoscroll());
+    bar->autoscrollBox()->setCheckState(Qt::PartiallyChecked);
+    EXPECT_TRUE(graph->graph()->autoscroll());
+    bar->autoscrollBox()->setChecked(false);
+    EXPECT_FALSE(graph->graph()->autoscroll());
+}
+
+TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
+{
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateNoProject);
+    for (QAction* a : {bar->startPauseAction(), bar->stopAction(), bar->zoomInAction(), bar->zoomOutAction(),
+                       bar->targetAction(), bar->resetAction()})
+        EXPECT_FALSE(a->isEnabled()) << a->toolTip().toStdString();
+    ctl->project().setOpen(true);
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateProjectWithoutSymbols);
+    EXPECT_FALSE(bar->startPauseAction()->isEnabled());
+    EXPECT_TRUE(bar->zoomInAction()->isEnabled());
+    selectOne();
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
+    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
+    EXPECT_FALSE(bar->stopAction()->isEnabled());
+    EXPECT_TRUE(graph->graph()->isHeld());
+
+    // Start: the view is released and follows the samples.
+    ProjectSettings s = ctl->project().settings();
+    s.IsQTXWithTimeStamp = true;
+    ctl->project().apply(s);
+    bar->startPauseAction()->trigger();
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(ctl->samplingRunning());
+    EXPECT_TRUE(bar->samplingRunning());
+    EXPECT_FALSE(graph->graph()->isHeld());
+    EXPECT_TRUE(graph->scrollBar()->isHidden());
+    EXPECT_TRUE(bar->autoscrollBox()->isChecked());
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateSampling);
+    EXPECT_EQ(bar->startPauseAction()->toolTip(), "Pause Sampling");
+    EXPECT_TRUE(bar->stopAction()->isEnabled());
+    EXPECT_TRUE(bar->targetAction()->isEnabled());
+
+    // Pause: held, data keep coming in the background.
+    bar->startPauseAction()->trigger();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStatePaused);
+    EXPECT_EQ(bar->startPauseAction()->toolTip(), "Start Sampling (F5)");
+    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_FALSE(graph->scrollBar()->isHidden());
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(ctl->displayPaused());
+    EXPECT_TRUE(ctl->samplingRunning());
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStatePaused);
+
+    // Resume, then stop.
+    bar->startPauseAction()->trigger();
+    ASSERT_TRUE(settle());
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateSampling);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().recordCount() > 20; }, 5000));
+    bar->stopAction()->trigger();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateStopped);
+    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
+    EXPECT_FALSE(bar->stopAction()->isEnabled());
+    EXPECT_TRUE(graph->graph()->isHeld());
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(ctl->samplingRunning());
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
+    // The held view spans what was recorded.
+    EXPECT_EQ(graph->scrollBar()->maximum(), static_cast<int>(ctl->store().currentTimeStamp()));
+}
+
+TEST_F(ToolBarTest, SamplingEndingOnItsOwnHoldsTheView)
+{
+    ready();
+    sampler->failReadAt = 40;  // a read error ends sampling after about 400 ms
+    bar->startPauseAction()->trigger();
+    ASSERT_TRUE(settle());
+    bar->updateDisplayState();
+    EXPECT_TRUE(bar->samplingRunning());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !ctl->samplingRunning(); }, 5000));
+    bar->updateDisplayState();
+    EXPECT_FALSE(bar->samplingRunning());
+    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
+}
+
+TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
+{
+    EXPECT_EQ(bar->targetAction()->toolTip(), "Start Target");  // nothing connected yet
+    ready();
+    bar->startPauseAction()->trigger();
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(ctl->probeConnected());
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->targetAction()->toolTip(), "Stop Target");  // running
+    bar->targetAction()->trigger();
+    EXPECT_TRUE(ctl->targetHalted());
+    EXPECT_TRUE(sampler->halted);
+    EXPECT_EQ(bar->targetAction()->toolTip(), "Start Target");
+    bar->targetAction()->trigger();
+    EXPECT_FALSE(ctl->targetHalted());
+    EXPECT_FALSE(sampler->halted);
+    EXPECT_EQ(bar->targetAction()->toolTip(), "Stop Target");
+    bar->resetAction()->trigger();
+    EXPECT_EQ(bar->targetAction()->toolTip(), "Start Target");
+    EXPECT_FALSE(ctl->targetHalted());
+}
