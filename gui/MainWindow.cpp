@@ -378,6 +378,11 @@ void MainWindow::setUpWatchTable()
     connect(m_watchTable, &TableWidget::_SignalShowSymbolSelection, this, &MainWindow::_SignalShowSymbolSelection);
     connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::_SignalUpdateGraph);
     connect(this, &MainWindow::_SignalUpdateTable, m_watchTable, &TableWidget::_SlotOnUpdateTable);
+    // The Value column reads the sample under the graph's cursor.
+    if (m_graph) {
+        const GraphWidget* graph = m_graph->graph();
+        m_watchTable->setCursorRecordProvider([graph] { return graph->sampleAtCursor(); });
+    }
     // A new selection gets its colours and its rows.
     connect(this, &MainWindow::_SignalUpdateSymbolSelection, this, &MainWindow::_SlotOnAssignColors);
 }
