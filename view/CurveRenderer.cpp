@@ -4,10 +4,13 @@
 #include "symbols/Node.h"
 #include "view/GraphValue.h"
 
+#include <QImage>
 #include <QPainter>
 #include <QPen>
 
 #include <algorithm>
+#include <bit>
+#include <type_traits>
 #include <cstring>
 #include <limits>
 
@@ -21,16 +24,23 @@ constexpr double kFar = 4096.0;
 // Typed decoders of a stored 8-byte slot; each gives what graphValue() gives.
 template <typename T>
 struct Plain {
+    using Raw = T;
     static constexpr bool kMayBeNaN = std::is_floating_point_v<T>;
-    double operator()(std::uint64_t slot) const
+    // The value in its own type: its order is the order of its doubles.
+    static T raw(std::uint64_t slot)
     {
-        T v;
-        std::memcpy(&v, &slot, sizeof v);
-        return static_cast<double>(v);
+        if constexpr (std::is_same_v<T, float>)
+            return std::bit_cast<float>(static_cast<std::uint32_t>(slot));
+        else if constexpr (std::is_same_v<T, double>)
+            return std::bit_cast<double>(slot);
+        else
+            return static_cast<T>(slot);  // the low bytes: the slot is little-endian
     }
+    double operator()(std::uint64_t slot) const { return static_cast<double>(raw(slot)); }
 };
 
 struct BitField {
+    using Raw = double;
     static constexpr bool kMayBeNaN = false;
     std::uint32_t offset, mask;
     double operator()(std::uint64_t slot) const
@@ -41,6 +51,7 @@ struct BitField {
 };
 
 struct Zero {
+    using Raw = double;
     static constexpr bool kMayBeNaN = false;
     double operator()(std::uint64_t) const { return 0.0; }
 };
@@ -62,9 +73,47 @@ void CurveRenderer::prepare(const GraphGeometry& grid, const VisibleSamples& sam
     m_runs.clear();
     if (samples.empty || !samples.timeStamps || m_mode != Mode::Reduced)
         return;
+    const std::uint32_t* ts = samples.timeStamps;
+    const auto xAt = [&](std::uint32_t i) { return grid.xOf(ts[slotOf(i)], startTime, timePerDivision); };
+    // Time stamps that never fall let the column ends be found by galloping:
+    // x does not fall either. Anything else is walked sample by sample.
+    bool rising = true;
+    {
+        std::uint32_t slot = slotOf(samples.first), prev = ts[slot];
+        for (std::uint32_t i = samples.first + 1; i <= samples.last && rising; ++i) {
+            if (++slot == SampleStore::kCapacity)
+                slot = 0;
+            rising = ts[slot] >= prev;
+            prev = ts[slot];
+        }
+    }
+    if (rising) {
+        std::uint32_t begin = samples.first;
+        while (begin <= samples.last) {
+            const std::int32_t x = xAt(begin);
+            // Gallop to a sample beyond the column, then bisect back to its first one.
+            std::uint32_t inside = begin, step = 1;
+            std::uint64_t probe = std::uint64_t(begin) + 1;
+            while (probe <= samples.last && xAt(static_cast<std::uint32_t>(probe)) == x) {
+                inside = static_cast<std::uint32_t>(probe);
+                step *= 2;
+                probe = std::uint64_t(begin) + step;
+            }
+            std::uint64_t outside = std::min<std::uint64_t>(probe, std::uint64_t(samples.last) + 1);
+            while (outside - inside > 1) {
+                const auto mid = static_cast<std::uint32_t>(inside + (outside - inside) / 2);
+                if (xAt(mid) == x)
+                    inside = mid;
+                else
+                    outside = mid;
+            }
+            m_runs.push_back({x, begin, inside + 1});
+            begin = inside + 1;
+        }
+        return;
+    }
     // Runs of consecutive samples that fall on the same pixel column.
     std::uint32_t slot = slotOf(samples.first);
-    const std::uint32_t* ts = samples.timeStamps;
     std::int32_t x = grid.xOf(ts[slot], startTime, timePerDivision);
     std::uint32_t begin = samples.first;
     for (std::uint32_t i = samples.first + 1; i <= samples.last; ++i) {
@@ -141,16 +190,52 @@ void CurveRenderer::point(std::int32_t x, std::int32_t y)
     m_points.emplace_back(x, y);
 }
 
-void CurveRenderer::flush(QPainter& painter)
+void CurveRenderer::flush(QPainter& painter, const QColor& colour)
 {
-    m_lastLines = m_lines.size();
+    m_lastLines = m_lines.size() + m_spans.size();
     m_lastPoints = m_points.size();
     if (!m_lines.empty())
         painter.drawLines(m_lines.data(), static_cast<int>(m_lines.size()));
     if (!m_points.empty())
         painter.drawPoints(m_points.data(), static_cast<int>(m_points.size()));
+    if (!m_spans.empty())
+        fillSpans(painter, colour);
     m_lines.clear();
     m_points.clear();
+    m_spans.clear();
+}
+
+void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
+{
+    // A vertical line of pen width 2 from y1 to y2 (square caps) covers the
+    // pixel columns x - 1 and x, rows y1 - 1 to y2: the same pixels as a
+    // rectangle, which is written straight into an image when the painter
+    // draws on one unscaled, else filled.
+    QPaintDevice* device = painter.device();
+    QImage* image = device && device->devType() == QInternal::Image ? static_cast<QImage*>(device) : nullptr;
+    const bool direct = image && painter.transform().isIdentity() && !painter.hasClipping() &&
+                        (image->format() == QImage::Format_RGB32 || image->format() == QImage::Format_ARGB32 ||
+                         image->format() == QImage::Format_ARGB32_Premultiplied);
+    if (!direct) {
+        for (const Span& s : m_spans)
+            painter.fillRect(QRect(s.x - 1, s.top - 1, 2, s.bottom - s.top + 2), colour);
+        return;
+    }
+    const QRgb pixel = colour.rgb();
+    const int w = image->width(), h = image->height();
+    uchar* bits = image->bits();
+    const qsizetype stride = image->bytesPerLine();
+    for (const Span& s : m_spans) {
+        const int from = std::max(s.top - 1, 0), to = std::min(s.bottom, h - 1);
+        const bool left = s.x - 1 >= 0 && s.x - 1 < w, right = s.x >= 0 && s.x < w;
+        for (int y = from; y <= to; ++y) {
+            auto* row = reinterpret_cast<QRgb*>(bits + y * stride);
+            if (left)
+                row[s.x - 1] = pixel;
+            if (right)
+                row[s.x] = pixel;
+        }
+    }
 }
 
 template <typename Decode>
@@ -162,9 +247,17 @@ void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
     const std::int32_t nanY = m_grid.yOf(std::numeric_limits<double>::quiet_NaN(), res, off);
     bool havePrev = false;
     std::int32_t prevX = 0, prevY = 0;
+    using Raw = typename Decode::Raw;
     for (const Run& run : m_runs) {
-        double lo = std::numeric_limits<double>::infinity();
-        double hi = -std::numeric_limits<double>::infinity();
+        // Extremes in the value's own type (cheaper, and ordered as its doubles).
+        Raw lo, hi;
+        if constexpr (std::is_floating_point_v<Raw>) {
+            lo = std::numeric_limits<Raw>::infinity();
+            hi = -std::numeric_limits<Raw>::infinity();
+        } else {
+            lo = std::numeric_limits<Raw>::max();
+            hi = std::numeric_limits<Raw>::lowest();
+        }
         bool nan = false;
         // The run as at most two stretches of slots (the ring may wrap inside it).
         std::uint32_t from = slotOf(run.begin);
@@ -173,7 +266,11 @@ void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
             const std::uint32_t n = std::min(left, SampleStore::kCapacity - from);
             const std::uint64_t* p = values + from;
             for (std::uint32_t k = 0; k < n; ++k) {
-                const double v = decode(p[k]);
+                Raw v;
+                if constexpr (std::is_same_v<Raw, double> && !std::is_same_v<Decode, Plain<double>>)
+                    v = decode(p[k]);
+                else
+                    v = Decode::raw(p[k]);
                 lo = v < lo ? v : lo;
                 hi = v > hi ? v : hi;
                 if constexpr (Decode::kMayBeNaN)
@@ -185,8 +282,8 @@ void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
         // y falls as the value rises: the highest value gives the top pixel.
         std::int32_t top = nanY, bottom = nanY;
         if (lo <= hi) {
-            top = m_grid.yOf(hi, res, off);
-            bottom = m_grid.yOf(lo, res, off);
+            top = m_grid.yOf(static_cast<double>(hi), res, off);
+            bottom = m_grid.yOf(static_cast<double>(lo), res, off);
             if (nan) {
                 top = std::min(top, nanY);
                 bottom = std::max(bottom, nanY);
@@ -195,8 +292,12 @@ void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
         const std::int32_t entryY = m_grid.yOf(decode(values[slotOf(run.begin)]), res, off);
         if (havePrev)
             line(prevX, prevY, run.x, entryY);
-        if (top != bottom)
-            line(run.x, top, run.x, bottom);
+        if (top != bottom) {
+            // Far ends are cut where they cannot reach the image.
+            const auto far = static_cast<std::int32_t>(kFar);
+            m_spans.push_back({run.x, std::clamp(top, -far, m_grid.height + far),
+                               std::clamp(bottom, -far, m_grid.height + far)});
+        }
         prevX = run.x;
         prevY = m_grid.yOf(decode(values[slotOf(run.end - 1)]), res, off);
         havePrev = true;
@@ -256,6 +357,7 @@ void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& co
 {
     m_lines.clear();
     m_points.clear();
+    m_spans.clear();
     if (m_samples.empty || !symbol.Values || !m_samples.timeStamps)
         return;
     const bool lines = symbol.DrawStyle == 0;
@@ -270,6 +372,6 @@ void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& co
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, false);
     painter.setPen(QPen(colour, 2));
-    flush(painter);
+    flush(painter, colour);
     painter.restore();
 }

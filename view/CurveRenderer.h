@@ -61,7 +61,8 @@ private:
 
     void line(double x1, double y1, double x2, double y2);
     void point(std::int32_t x, std::int32_t y);
-    void flush(QPainter& painter);
+    void flush(QPainter& painter, const QColor& colour);
+    void fillSpans(QPainter& painter, const QColor& colour);
     std::uint32_t slotOf(std::uint32_t i) const;
 
     Mode m_mode = Mode::Reduced;
@@ -69,7 +70,11 @@ private:
     VisibleSamples m_samples;
     double m_startTime = 0, m_timePerDivision = 1;
     std::vector<Run> m_runs;
+    struct Span {
+        std::int32_t x, top, bottom;  // a vertical stretch of one column, top <= bottom
+    };
     std::vector<QLineF> m_lines;
+    std::vector<Span> m_spans;
     std::vector<QPointF> m_points;
     std::vector<std::uint32_t> m_pointStamp;  // per pixel row: last run that drew there
     std::size_t m_lastLines = 0, m_lastPoints = 0;

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -358,13 +359,11 @@ void GraphWidget::applyAutoscroll(const GraphGeometry& g)
     }
 }
 
-void GraphWidget::drawLayer(const GraphGeometry& g)
+void GraphWidget::drawBackground(const GraphGeometry& g)
 {
-    if (m_layer.size() != size())
-        m_layer = QImage(size(), QImage::Format_RGB32);
-    m_layerDirty = false;
-    QPainter p(&m_layer);
-    p.fillRect(m_layer.rect(), Qt::black);
+    m_background = QImage(size(), QImage::Format_RGB32);
+    QPainter p(&m_background);
+    p.fillRect(m_background.rect(), Qt::black);
 
     p.setPen(QPen(QColor(255, 255, 255, 60), 1));
     for (int k = 0; k <= g.divisionsX; ++k) {
@@ -383,6 +382,18 @@ void GraphWidget::drawLayer(const GraphGeometry& g)
         p.drawLine(x, g.zeroLineY - 5, x, g.zeroLineY + 5);
     for (int y = g.gridTop(); y <= g.gridBottom(); y += 20)
         p.drawLine(g.centreX - 5, y, g.centreX + 5, y);
+}
+
+void GraphWidget::drawLayer(const GraphGeometry& g)
+{
+    // Grid and axes change only with the size: drawn once, copied under the curves.
+    if (m_background.size() != size())
+        drawBackground(g);
+    if (m_layer.size() != size())
+        m_layer = QImage(size(), QImage::Format_RGB32);
+    m_layerDirty = false;
+    std::memcpy(m_layer.bits(), m_background.constBits(), static_cast<std::size_t>(m_layer.sizeInBytes()));
+    QPainter p(&m_layer);
 
     // The view follows the newest sample before the curves are drawn, so the
     // frame shows the data it was asked for.

@@ -124,6 +124,7 @@ private:
     VisibleSamples visibleSamples() const;
     void autoRange(Node& symbol, const GraphGeometry& g) const;
     void applyAutoscroll(const GraphGeometry& g);
+    void drawBackground(const GraphGeometry& g);
     void drawLayer(const GraphGeometry& g);
     void drawCursor(QPainter& p, const GraphGeometry& g) const;
     std::vector<Marker> markers(const GraphGeometry& g) const;
@@ -134,7 +135,8 @@ private:
     SampleStore& m_store;
     SymbolDatabase& m_symbols;
     CurveRenderer m_curves;
-    QImage m_layer;
+    QImage m_background;  // grid and axes
+    QImage m_layer;       // background and curves
     bool m_layerDirty = true;
 
     double m_startTime = 0.0;

@@ -87,7 +87,8 @@ TEST(RecordPicture, PngOfTheDemoRecordingShowsTheProjectsCurveColours)
         shown += counts[c] > 100;
     // Every curve shows, save those drawn over by a later one on the same line.
     EXPECT_GE(shown, static_cast<int>(colours.size()) - 2) << output.toStdString();
-    // The background is the graph's black.
-    const Colour black{0, 0, 0};
-    EXPECT_GT(counts[black], image.width() * image.height() / 2);
+    // The background is the graph's black, its grid lines white at alpha 60 over it.
+    const Colour black{0, 0, 0}, grid{60, 60, 60};
+    EXPECT_GT(counts[black], image.width() * image.height() / 5);
+    EXPECT_GT(counts[grid], image.height() * 5);
 }
