@@ -4,6 +4,7 @@
 #include "app/Controller.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTreeModel.h"
+#include "symbols/SymbolTreeView.h"
 
 #include <QCoreApplication>
 #include <QGridLayout>
@@ -11,7 +12,6 @@
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
-#include <QTreeView>
 
 #include <algorithm>
 #include <memory>
@@ -91,9 +91,8 @@ SymbolSelection::~SymbolSelection()
 
 void SymbolSelection::fillTree()
 {
-    m_tree = new QTreeView(this);
+    m_tree = new SymbolTreeView(this);
     m_tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_tree->setUniformRowHeights(true);  // lets the view lay out a large tree quickly
 
     const SymbolTree* tree = m_symbols.tree();
     const int topLevel = tree ? static_cast<int>(tree->files.size()) : 0;
@@ -102,37 +101,14 @@ void SymbolSelection::fillTree()
         m_model = new SymbolTreeModel(tree, m_symbols.selected(), [&step](int made) { step.advance(made); }, this);
     }
     m_pending = m_model->tickedInTreeOrder();
-    m_tree->setModel(m_model);
+    m_tree->setSymbolModel(m_model);
     m_tree->setSortingEnabled(true);
     connect(m_model, SIGNAL(itemChanged(const QModelIndex&, int)), this, SLOT(_SlotOnTreeItemChanged(const QModelIndex&, int)));
     connect(m_tree, SIGNAL(doubleClicked(const QModelIndex&)), this, SLOT(_SlotOnTreeWidgetItemDoubleClicked(const QModelIndex&)));
 
-    // Source-file rows: expanded, and their first column spans the row.
+    // Source-file rows open; the view spans their first column over the row.
     ProgressStep step(m_bridge, "Finishing Symbols ...", topLevel);
-    const auto fileRows = m_model->visibleFileRows();
-    std::vector<QModelIndex> rows;
-    rows.reserve(fileRows.size());
-    for (const auto& [top, index] : fileRows)
-        rows.push_back(index);
-    expandRows(rows);
-    for (const auto& [top, index] : fileRows) {
-        m_tree->setFirstColumnSpanned(index.row(), index.parent(), true);
-        step.advance(top + 1);
-    }
-    step.advance(topLevel);
-}
-
-void SymbolSelection::expandRows(const std::vector<QModelIndex>& rows)
-{
-    // Right after a reset the view only notes each row; it lays out once.
-    for (const QModelIndex& index : rows)
-        m_tree->expand(index);
-}
-
-void SymbolSelection::spanFileRows()
-{
-    for (const auto& [top, index] : m_model->visibleFileRows())
-        m_tree->setFirstColumnSpanned(index.row(), index.parent(), true);
+    m_model->expandFileRows([&step](int done) { step.advance(done); });
 }
 
 void SymbolSelection::sizeColumns()
@@ -152,10 +128,7 @@ void SymbolSelection::sizeColumns()
 
 void SymbolSelection::_SlotOnTextChangedLineEditSearch(const QString& text)
 {
-    std::vector<QModelIndex> expand;
-    m_model->applyFilter(text.toUtf8().left(255), expand);
-    expandRows(expand);
-    spanFileRows();
+    m_model->applyFilter(text.toUtf8().left(255));
 }
 
 void SymbolSelection::_SlotOnTreeItemChanged(const QModelIndex& index, int)

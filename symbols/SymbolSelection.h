@@ -14,9 +14,9 @@ class QGridLayout;
 class QLineEdit;
 class QModelIndex;
 class QPushButton;
-class QTreeView;
 class SymbolDatabase;
 class SymbolTreeModel;
+class SymbolTreeView;
 struct Node;
 
 class SymbolSelection : public QDialog {
@@ -35,7 +35,7 @@ public:
     // one is under way is dropped. `committed` runs after "OK".
     static void request(Controller& controller, Bridge* bridge, QWidget* parent, std::function<void()> committed);
 
-    QTreeView* tree() const { return m_tree; }
+    SymbolTreeView* tree() const { return m_tree; }
     SymbolTreeModel* model() const { return m_model; }
     QLineEdit* filterLine() const { return m_filter; }
     QPushButton* okButton() const { return m_ok; }
@@ -56,14 +56,12 @@ private slots:
 
 private:
     void fillTree();
-    void expandRows(const std::vector<QModelIndex>& rows);
-    void spanFileRows();
     void sizeColumns();
 
     SymbolDatabase& m_symbols;
     Bridge* m_bridge = nullptr;             // not owned
     QGridLayout* m_layout = nullptr;        // owned by the dialog
-    QTreeView* m_tree = nullptr;            // owned by the dialog
+    SymbolTreeView* m_tree = nullptr;       // owned by the dialog
     SymbolTreeModel* m_model = nullptr;     // owned by the dialog
     QLineEdit* m_filter = nullptr;          // owned by the dialog
     QPushButton* m_ok = nullptr;            // owned by the dialog

@@ -87,7 +87,6 @@ SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*
 
     // Rows in pre-order; a node with neither name nor file has no row, and
     // neither has anything below it.
-    std::uint32_t top = 0;
     const auto make = [&](auto&& self, Node* n, std::int32_t parentEntry) -> void {
         if (n->Name.empty() && n->File.empty())
             return;
@@ -97,8 +96,16 @@ SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*
         entry.parent = parentEntry;
         entry.fileId = files.id(n->File);
         entry.typeId = types.id(n->Type);
-        entry.topLevel = top;
+        entry.depth = parentEntry == 0 ? 0 : static_cast<std::uint8_t>(std::min(m_entries[static_cast<std::size_t>(parentEntry)].depth + 1, kMaxDepth));
         entry.ticked = n->IsLeaf && chosen.count(n) != 0;
+        entry.leaf = n->IsLeaf;
+        entry.unsupported = n->IsLeaf && isUnsupported(*n);
+        entry.size = n->Size;
+        entry.address = n->Address;
+        const std::string_view name(n->Name);
+        entry.nameBegin = static_cast<std::uint32_t>(m_names.size());
+        entry.nameSize = static_cast<std::uint8_t>(std::min<std::size_t>(name.size(), 255));
+        m_names.append(name.substr(0, entry.nameSize));
         if (isFileRow(*n))
             m_fileRows.push_back(e);
         for (Node* c = n->Children; c; c = c->Next)
@@ -106,11 +113,11 @@ SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*
     };
     if (tree) {
         m_topLevelCount = static_cast<int>(tree->files.size());
+        int made = 0;
         for (Node* f : tree->files) {
             make(make, f, 0);
-            ++top;
             if (madeTopLevel)
-                madeTopLevel(static_cast<int>(top));
+                madeTopLevel(++made);
         }
     }
 
@@ -134,6 +141,7 @@ SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*
     }
     for (std::size_t e = 1; e < m_entries.size(); ++e)
         m_entries[e].node->SelectionItem = &m_entries[e];
+    flatten();
 }
 
 SymbolTreeModel::~SymbolTreeModel()
@@ -144,7 +152,7 @@ SymbolTreeModel::~SymbolTreeModel()
 }
 
 // ---------------------------------------------------------------------------
-// Structure
+// Structure: the filter's state per entry, the expanded rows, the flat list
 
 SymbolTreeModel::State SymbolTreeModel::stateOf(std::int32_t e) const
 {
@@ -153,22 +161,67 @@ SymbolTreeModel::State SymbolTreeModel::stateOf(std::int32_t e) const
     return entry.generation == m_generation ? entry.state : kAll;
 }
 
-std::int32_t SymbolTreeModel::rowOf(std::int32_t e) const
+bool SymbolTreeModel::openOf(std::int32_t e) const
+{
+    // Every filter pass starts with all rows collapsed.
+    const Entry& entry = m_entries[static_cast<std::size_t>(e)];
+    return entry.openGeneration == m_generation && entry.open;
+}
+
+void SymbolTreeModel::setOpen(std::int32_t e, bool open)
+{
+    Entry& entry = m_entries[static_cast<std::size_t>(e)];
+    entry.open = open;
+    entry.openGeneration = m_generation;
+}
+
+std::int32_t SymbolTreeModel::shownKidCount(std::int32_t e) const
+{
+    const Entry& entry = m_entries[static_cast<std::size_t>(e)];
+    switch (stateOf(e)) {
+    case kAll: return entry.kidsCount;
+    case kPartial: return entry.shownCount;
+    default: return 0;
+    }
+}
+
+std::int32_t SymbolTreeModel::shownKid(std::int32_t e, std::int32_t k) const
+{
+    const Entry& entry = m_entries[static_cast<std::size_t>(e)];
+    return stateOf(e) == kAll ? m_kids[static_cast<std::size_t>(entry.kidsBegin + k)]
+                              : m_shown[static_cast<std::size_t>(entry.shownBegin + k)];
+}
+
+std::int32_t SymbolTreeModel::positionAmongShown(std::int32_t e) const
 {
     const Entry& entry = m_entries[static_cast<std::size_t>(e)];
     return stateOf(entry.parent) == kAll ? entry.sortedRow : entry.shownRow;
 }
 
-std::int32_t SymbolTreeModel::kidAt(std::int32_t parent, int row) const
+void SymbolTreeModel::appendRows(std::int32_t e, std::vector<std::int32_t>& rows) const
 {
-    const Entry& p = m_entries[static_cast<std::size_t>(parent)];
-    switch (stateOf(parent)) {
-    case kAll:
-        return row >= 0 && row < p.kidsCount ? m_kids[static_cast<std::size_t>(p.kidsBegin + row)] : -1;
-    case kPartial:
-        return row >= 0 && row < p.shownCount ? m_shown[static_cast<std::size_t>(p.shownBegin + row)] : -1;
-    default: return -1;
+    const std::int32_t n = shownKidCount(e);
+    for (std::int32_t k = 0; k < n; ++k) {
+        const std::int32_t kid = shownKid(e, k);
+        rows.push_back(kid);
+        if (openOf(kid))
+            appendRows(kid, rows);
     }
+}
+
+void SymbolTreeModel::renumber(std::size_t from)
+{
+    for (std::size_t r = from; r < m_rows.size(); ++r)
+        m_entries[static_cast<std::size_t>(m_rows[r])].flatRow = static_cast<std::int32_t>(r);
+}
+
+void SymbolTreeModel::flatten()
+{
+    for (const std::int32_t e : m_rows)
+        m_entries[static_cast<std::size_t>(e)].flatRow = -1;
+    m_rows.clear();
+    appendRows(0, m_rows);
+    renumber(0);
 }
 
 std::int32_t SymbolTreeModel::entryOf(const QModelIndex& index) const
@@ -179,46 +232,54 @@ std::int32_t SymbolTreeModel::entryOf(const QModelIndex& index) const
     return e > 0 && static_cast<std::size_t>(e) < m_entries.size() ? e : 0;
 }
 
-QModelIndex SymbolTreeModel::index(int row, int column, const QModelIndex& parent) const
+std::int32_t SymbolTreeModel::entryOf(const Node* node) const
 {
-    if (column < 0 || column >= kColumnCount || (parent.isValid() && parent.column() != 0))
-        return {};
-    const std::int32_t kid = kidAt(entryOf(parent), row);
-    return kid > 0 ? createIndex(row, column, static_cast<quintptr>(kid)) : QModelIndex();
+    if (!node || !node->SelectionItem || m_entries.size() < 2)
+        return 0;
+    const auto* entry = static_cast<const Entry*>(node->SelectionItem);
+    const Entry* first = &m_entries[1];
+    const Entry* last = &m_entries.back();
+    if (std::less<const Entry*>()(entry, first) || std::less<const Entry*>()(last, entry))
+        return 0;
+    return static_cast<std::int32_t>(entry - m_entries.data());
 }
 
-QModelIndex SymbolTreeModel::parent(const QModelIndex& child) const
+QModelIndex SymbolTreeModel::index(int row, int column, const QModelIndex& parent) const
 {
-    const std::int32_t e = entryOf(child);
-    if (e <= 0)
+    if (parent.isValid() || column < 0 || column >= kColumnCount || row < 0 || static_cast<std::size_t>(row) >= m_rows.size())
         return {};
-    const std::int32_t p = m_entries[static_cast<std::size_t>(e)].parent;
-    if (p <= 0)
-        return {};
-    return createIndex(rowOf(p), 0, static_cast<quintptr>(p));
+    return createIndex(row, column, static_cast<quintptr>(m_rows[static_cast<std::size_t>(row)]));
 }
+
+QModelIndex SymbolTreeModel::parent(const QModelIndex&) const { return {}; }
 
 int SymbolTreeModel::rowCount(const QModelIndex& parent) const
 {
-    if (parent.isValid() && parent.column() != 0)
-        return 0;
-    const std::int32_t e = entryOf(parent);
-    if (parent.isValid() && e == 0)
-        return 0;
-    const Entry& entry = m_entries[static_cast<std::size_t>(e)];
-    switch (stateOf(e)) {
-    case kAll: return entry.kidsCount;
-    case kPartial: return entry.shownCount;
-    default: return 0;
-    }
+    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
 }
 
-int SymbolTreeModel::columnCount(const QModelIndex&) const { return kColumnCount; }
+int SymbolTreeModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : kColumnCount; }
 
-bool SymbolTreeModel::hasChildren(const QModelIndex& parent) const { return rowCount(parent) > 0; }
-
-bool SymbolTreeModel::visible(std::int32_t e) const
+Node* SymbolTreeModel::node(const QModelIndex& index) const
 {
+    const std::int32_t e = entryOf(index);
+    return e > 0 ? m_entries[static_cast<std::size_t>(e)].node : nullptr;
+}
+
+QModelIndex SymbolTreeModel::indexOf(const Node* node, int column) const
+{
+    const std::int32_t e = entryOf(node);
+    if (e <= 0)
+        return {};
+    const std::int32_t row = m_entries[static_cast<std::size_t>(e)].flatRow;
+    return row >= 0 ? createIndex(row, column, static_cast<quintptr>(e)) : QModelIndex();
+}
+
+bool SymbolTreeModel::passesFilter(const Node* node) const
+{
+    std::int32_t e = entryOf(node);
+    if (e <= 0)
+        return false;
     while (e > 0) {
         const std::int32_t p = m_entries[static_cast<std::size_t>(e)].parent;
         const State s = stateOf(p);
@@ -229,36 +290,97 @@ bool SymbolTreeModel::visible(std::int32_t e) const
     return true;
 }
 
-Node* SymbolTreeModel::node(const QModelIndex& index) const
-{
-    const std::int32_t e = entryOf(index);
-    return e > 0 ? m_entries[static_cast<std::size_t>(e)].node : nullptr;
-}
-
-QModelIndex SymbolTreeModel::indexOf(const Node* node, int column) const
-{
-    if (!node || !node->SelectionItem || m_entries.size() < 2)
-        return {};
-    const auto* entry = static_cast<const Entry*>(node->SelectionItem);
-    const Entry* first = &m_entries[1];
-    const Entry* last = &m_entries.back();
-    if (std::less<const Entry*>()(entry, first) || std::less<const Entry*>()(last, entry))
-        return {};
-    const auto e = static_cast<std::int32_t>(entry - m_entries.data());
-    if (!visible(e))
-        return {};
-    return createIndex(rowOf(e), column, static_cast<quintptr>(e));
-}
-
 bool SymbolTreeModel::isTicked(const Node* node) const
 {
-    const QModelIndex i = indexOf(node);
-    if (i.isValid())
-        return m_entries[static_cast<std::size_t>(entryOf(i))].ticked;
-    for (std::size_t e = 1; e < m_entries.size(); ++e)  // a row hidden by the filter
-        if (m_entries[e].node == node)
-            return m_entries[e].ticked;
-    return false;
+    const std::int32_t e = entryOf(node);
+    return e > 0 && m_entries[static_cast<std::size_t>(e)].ticked;
+}
+
+int SymbolTreeModel::depth(const QModelIndex& index) const
+{
+    const std::int32_t e = entryOf(index);
+    return e > 0 ? m_entries[static_cast<std::size_t>(e)].depth : 0;
+}
+
+bool SymbolTreeModel::hasChildRows(const QModelIndex& index) const
+{
+    const std::int32_t e = entryOf(index);
+    return e > 0 && shownKidCount(e) > 0;
+}
+
+bool SymbolTreeModel::isExpanded(const QModelIndex& index) const
+{
+    const std::int32_t e = entryOf(index);
+    return e > 0 && openOf(e);
+}
+
+bool SymbolTreeModel::isExpanded(const Node* node) const
+{
+    const std::int32_t e = entryOf(node);
+    return e > 0 && openOf(e);
+}
+
+void SymbolTreeModel::setExpanded(const QModelIndex& index, bool expanded)
+{
+    const std::int32_t e = entryOf(index);
+    if (e <= 0 || openOf(e) == expanded)
+        return;
+    const Entry& entry = m_entries[static_cast<std::size_t>(e)];
+    const std::int32_t row = entry.flatRow;
+    if (row < 0) {  // not a row now: remembered for when it becomes one
+        setOpen(e, expanded);
+        return;
+    }
+    const auto first = static_cast<std::size_t>(row) + 1;
+    if (expanded) {
+        setOpen(e, true);
+        std::vector<std::int32_t> rows;
+        appendRows(e, rows);
+        if (rows.empty())
+            return;
+        beginInsertRows({}, static_cast<int>(first), static_cast<int>(first + rows.size() - 1));
+        m_rows.insert(m_rows.begin() + static_cast<std::ptrdiff_t>(first), rows.begin(), rows.end());
+        renumber(first);
+        endInsertRows();
+    } else {
+        std::size_t last = first;
+        while (last < m_rows.size() && m_entries[static_cast<std::size_t>(m_rows[last])].depth > entry.depth)
+            ++last;
+        if (last == first) {
+            setOpen(e, false);
+            return;
+        }
+        beginRemoveRows({}, static_cast<int>(first), static_cast<int>(last - 1));
+        for (std::size_t r = first; r < last; ++r)
+            m_entries[static_cast<std::size_t>(m_rows[r])].flatRow = -1;
+        m_rows.erase(m_rows.begin() + static_cast<std::ptrdiff_t>(first), m_rows.begin() + static_cast<std::ptrdiff_t>(last));
+        renumber(first);
+        setOpen(e, false);
+        endRemoveRows();
+    }
+}
+
+QModelIndex SymbolTreeModel::parentRow(const QModelIndex& index) const
+{
+    const std::int32_t e = entryOf(index);
+    if (e <= 0)
+        return {};
+    const std::int32_t p = m_entries[static_cast<std::size_t>(e)].parent;
+    if (p <= 0)
+        return {};
+    const std::int32_t row = m_entries[static_cast<std::size_t>(p)].flatRow;
+    return row >= 0 ? createIndex(row, 0, static_cast<quintptr>(p)) : QModelIndex();
+}
+
+std::uint64_t SymbolTreeModel::laterSiblings(const QModelIndex& index) const
+{
+    std::uint64_t bits = 0;
+    for (std::int32_t e = entryOf(index); e > 0; e = m_entries[static_cast<std::size_t>(e)].parent) {
+        const Entry& entry = m_entries[static_cast<std::size_t>(e)];
+        if (positionAmongShown(e) + 1 < shownKidCount(entry.parent) && entry.depth < 64)
+            bits |= std::uint64_t{1} << entry.depth;
+    }
+    return bits;
 }
 
 std::vector<Node*> SymbolTreeModel::tickedInTreeOrder() const
@@ -270,14 +392,30 @@ std::vector<Node*> SymbolTreeModel::tickedInTreeOrder() const
     return out;
 }
 
-std::vector<std::pair<int, QModelIndex>> SymbolTreeModel::visibleFileRows() const
+bool SymbolTreeModel::isFileRow(const QModelIndex& index) const
 {
-    std::vector<std::pair<int, QModelIndex>> out;
-    for (const std::int32_t e : m_fileRows)
-        if (visible(e))
-            out.emplace_back(static_cast<int>(m_entries[static_cast<std::size_t>(e)].topLevel),
-                             createIndex(rowOf(e), 0, static_cast<quintptr>(e)));
-    return out;
+    const Node* n = node(index);
+    return n && isFileRow(*n);
+}
+
+void SymbolTreeModel::expandFileRows(const std::function<void(int)>& doneTopLevel)
+{
+    beginResetModel();
+    // Rows were made top-level row by top-level row, whatever the sort order:
+    // the file rows of one lie between it and the next one made.
+    const Entry& root = m_entries[0];
+    std::vector<std::int32_t> tops(m_kids.begin() + root.kidsBegin, m_kids.begin() + root.kidsBegin + root.kidsCount);
+    std::sort(tops.begin(), tops.end());
+    std::size_t next = 0;
+    for (std::size_t k = 0; k < tops.size(); ++k) {
+        const std::int32_t end = k + 1 < tops.size() ? tops[k + 1] : static_cast<std::int32_t>(m_entries.size());
+        for (; next < m_fileRows.size() && m_fileRows[next] < end; ++next)
+            setOpen(m_fileRows[next], true);
+        if (doneTopLevel)
+            doneTopLevel(static_cast<int>(k + 1));
+    }
+    flatten();
+    endResetModel();
 }
 
 // ---------------------------------------------------------------------------
@@ -337,15 +475,12 @@ Qt::ItemFlags SymbolTreeModel::flags(const QModelIndex& index) const
     if (e <= 0)
         return Qt::NoItemFlags;
     const Entry& entry = m_entries[static_cast<std::size_t>(e)];
-    const Node& n = *entry.node;
-    Qt::ItemFlags f = Qt::ItemIsSelectable | Qt::ItemIsEnabled;
-    if (entry.kidsCount == 0)
-        f |= Qt::ItemNeverHasChildren;
-    if (n.IsLeaf) {
+    // Rows have no rows of their own: the tree lives in the flat list.
+    Qt::ItemFlags f = Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemNeverHasChildren;
+    if (entry.leaf)
         f |= Qt::ItemIsUserCheckable;
-        if (isUnsupported(n))
-            f &= ~Qt::ItemIsEnabled;  // the whole row is greyed and cannot be ticked
-    }
+    if (entry.unsupported)
+        f &= ~Qt::ItemIsEnabled;  // the whole row is greyed and cannot be ticked
     return f;
 }
 
@@ -438,13 +573,14 @@ void SymbolTreeModel::sort(int column, Qt::SortOrder order)
             m_entries[static_cast<std::size_t>(m_kids[static_cast<std::size_t>(entry.kidsBegin + r)])].sortedRow = r;
     }
     rebuildShownOrder();
+    flatten();
 
     QModelIndexList after;
     after.reserve(before.size());
     for (qsizetype i = 0; i < before.size(); ++i) {
         const std::int32_t e = ids[static_cast<std::size_t>(i)];
-        after.push_back(e > 0 && visible(e) ? createIndex(rowOf(e), before[i].column(), static_cast<quintptr>(e))
-                                            : QModelIndex());
+        const std::int32_t row = e > 0 ? m_entries[static_cast<std::size_t>(e)].flatRow : -1;
+        after.push_back(row >= 0 ? createIndex(row, before[i].column(), static_cast<quintptr>(e)) : QModelIndex());
     }
     changePersistentIndexList(before, after);
     emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
@@ -492,6 +628,11 @@ bool SymbolTreeModel::textMatches(std::string_view haystack) const
     return false;
 }
 
+std::string_view SymbolTreeModel::nameOf(const Entry& entry) const
+{
+    return std::string_view(m_names).substr(entry.nameBegin, entry.nameSize);
+}
+
 bool SymbolTreeModel::matches(const Entry& entry)
 {
     const auto cached = [this](std::vector<std::int8_t>& results, const std::vector<std::string_view>& texts,
@@ -503,14 +644,13 @@ bool SymbolTreeModel::matches(const Entry& entry)
             r = textMatches(texts[id]) ? 1 : 0;
         return r == 1;
     };
-    const Node& n = *entry.node;
-    if (cached(m_fileMatch, m_fileTexts, entry.fileId) || textMatches(n.Name) ||
+    if (cached(m_fileMatch, m_fileTexts, entry.fileId) || textMatches(nameOf(entry)) ||
         cached(m_typeMatch, m_typeTexts, entry.typeId))
         return true;
     char buf[16];
-    if (m_needleCanBeNumber && textMatches(printSigned(static_cast<std::int32_t>(n.Size), buf)))
+    if (m_needleCanBeNumber && textMatches(printSigned(static_cast<std::int32_t>(entry.size), buf)))
         return true;
-    return m_needleCanBeAddress && textMatches(printHex(n.Address, buf));
+    return m_needleCanBeAddress && textMatches(printHex(entry.address, buf));
 }
 
 bool SymbolTreeModel::filterVisit(std::int32_t e)
@@ -518,9 +658,8 @@ bool SymbolTreeModel::filterVisit(std::int32_t e)
     Entry& entry = m_entries[static_cast<std::size_t>(e)];
     entry.generation = m_generation;
     if (e != 0 && matches(entry)) {
-        entry.state = kAll;  // the row and everything below it, collapsed
-        if (entry.kidsCount)
-            m_expand.push_back(e);
+        entry.state = kAll;  // open, with everything below it collapsed
+        setOpen(e, true);
         return true;
     }
     bool any = false;
@@ -542,17 +681,15 @@ bool SymbolTreeModel::filterVisit(std::int32_t e)
         m_shown.push_back(kid);
     }
     entry.shownCount = row;
-    if (e != 0)
-        m_expand.push_back(e);
+    setOpen(e, true);
     return any;
 }
 
-void SymbolTreeModel::applyFilter(const QByteArray& text, std::vector<QModelIndex>& expand)
+void SymbolTreeModel::applyFilter(const QByteArray& text)
 {
     beginResetModel();
-    ++m_generation;
+    ++m_generation;  // every row starts collapsed and unfiltered
     m_shown.clear();
-    m_expand.clear();
     m_needle = text.left(255);
     for (char& c : m_needle)
         c = text::foldAscii(c);
@@ -560,14 +697,12 @@ void SymbolTreeModel::applyFilter(const QByteArray& text, std::vector<QModelInde
     root.generation = m_generation;
     if (m_needle.isEmpty()) {
         root.state = kAll;
-        for (std::int32_t k = 0; k < root.kidsCount; ++k) {
-            const std::int32_t kid = m_kids[static_cast<std::size_t>(root.kidsBegin + k)];
-            if (m_entries[static_cast<std::size_t>(kid)].kidsCount)
-                m_expand.push_back(kid);
-        }
+        for (std::int32_t k = 0; k < root.kidsCount; ++k)
+            setOpen(m_kids[static_cast<std::size_t>(root.kidsBegin + k)], true);
     } else {
         // Which printed numbers can hold the text at all.
-        m_needleCanBeNumber = std::all_of(m_needle.begin(), m_needle.end(), [](char c) { return (c >= '0' && c <= '9') || c == '-'; });
+        m_needleCanBeNumber =
+            std::all_of(m_needle.begin(), m_needle.end(), [](char c) { return (c >= '0' && c <= '9') || c == '-'; });
         m_needleCanBeAddress = std::all_of(m_needle.begin(), m_needle.end(), [](char c) {
             return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || c == 'x';
         });
@@ -575,9 +710,6 @@ void SymbolTreeModel::applyFilter(const QByteArray& text, std::vector<QModelInde
         m_typeMatch.assign(m_typeTexts.size(), -1);
         filterVisit(0);
     }
+    flatten();
     endResetModel();
-    expand.clear();
-    expand.reserve(m_expand.size());
-    for (const std::int32_t e : m_expand)
-        expand.push_back(createIndex(rowOf(e), 0, static_cast<quintptr>(e)));
 }

@@ -9,6 +9,7 @@
 #include "symbols/SymbolSelection.h"
 #include "symbols/SymbolTree.h"
 #include "symbols/SymbolTreeModel.h"
+#include "symbols/SymbolTreeView.h"
 #include "tests/app/FakeSampler.h"
 
 #include <QApplication>
@@ -18,7 +19,6 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
-#include <QTreeView>
 
 #include <gtest/gtest.h>
 
@@ -76,7 +76,7 @@ public:
     {
         auto tree = std::make_unique<SymbolTree>();
         m_tree = tree.get();
-        Node* f = file("/src/app/main.c");
+        Node* f = mainFile = file("/src/app/main.c");
         counter = var(f, nullptr, "counter", "unsigned int", 4, 0x2000000C, false);
         wide = var(f, nullptr, "wide", "long long unsigned int", 8, 0x20000018, false);
         cfg = record(f, nullptr, "cfg", "struct config", 8, 0x20001000);
@@ -92,19 +92,20 @@ public:
             elements.push_back(var(nullptr, buf, "buf[" + std::to_string(i) + "]", "int", 4, 0x20002000u + 4u * i, true));
         finish(buf);
 
-        f = file("/src/drivers/uart.c");
+        f = uartFile = file("/src/drivers/uart.c");
         uartState = var(f, nullptr, "uart_state", "unsigned char", 1, 0x30000000, false);
         mainMode = var(f, nullptr, "main_mode", "int", 4, 0x30000004, true);
         link = record(f, nullptr, "link", "struct main_link", 4, 0x30000008);
         linkId = var(nullptr, link, "id", "unsigned int", 4, 0x30000008, false);
         finish(link);
 
-        f = file("/src/lib/other.c");
+        f = otherFile = file("/src/lib/other.c");
         tick = var(f, nullptr, "tick", "unsigned int", 4, 0x40000000, false);
         db.setTree(std::move(tree));
     }
 
     SymbolDatabase db;
+    Node *mainFile, *uartFile, *otherFile;
     Node *counter, *wide, *cfg, *gain, *mode, *buf, *uartState, *mainMode, *link, *linkId, *tick;
     std::vector<Node*> elements;
 
@@ -165,10 +166,31 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog.get()));
     }
     SymbolTreeModel* model() const { return dialog->model(); }
-    QTreeView* view() const { return dialog->tree(); }
+    SymbolTreeView* view() const { return dialog->tree(); }
     QModelIndex row(const Node* n, int column = 0) const { return model()->indexOf(n, column); }
-    bool shown(const Node* n) const { return row(n).isValid(); }
-    bool expanded(const Node* n) const { return view()->isExpanded(row(n)); }
+    // Not hidden by the filter (its row may sit inside a collapsed one).
+    bool shown(const Node* n) const { return model()->passesFilter(n); }
+    bool expanded(const Node* n) const { return model()->isExpanded(n); }
+    // Opens every row, as clicking every arrow would.
+    void expandAll()
+    {
+        for (int r = 0; r < model()->rowCount(); ++r)
+            model()->setExpanded(model()->index(r, 0), true);
+    }
+    // The nodes of the rows directly below `parent`'s row, in display order.
+    std::vector<const Node*> childRows(const Node* parent) const
+    {
+        std::vector<const Node*> out;
+        const QModelIndex p = row(parent);
+        for (int r = p.row() + 1; r < model()->rowCount(); ++r) {
+            const QModelIndex i = model()->index(r, 0);
+            if (model()->depth(i) <= model()->depth(p))
+                break;
+            if (model()->depth(i) == model()->depth(p) + 1)
+                out.push_back(model()->node(i));
+        }
+        return out;
+    }
     void filter(const QString& s)
     {
         dialog->filterLine()->setText(s);
@@ -179,7 +201,21 @@ protected:
         ASSERT_TRUE(shown(n));
         ASSERT_TRUE(model()->setData(row(n, SymbolTreeModel::kColSelect), on ? Qt::Checked : Qt::Unchecked, Qt::CheckStateRole));
     }
-    int topRows() const { return model()->rowCount(); }
+    int topRows() const
+    {
+        int n = 0;
+        for (int r = 0; r < model()->rowCount(); ++r)
+            n += model()->depth(model()->index(r, 0)) == 0;
+        return n;
+    }
+    // The colour the view paints at `x` on the row of `n`.
+    QColor pixel(const Node* n, int x)
+    {
+        view()->selectionModel()->clearCurrentIndex();  // no focus frame over the row
+        const QImage image = view()->viewport()->grab().toImage();
+        const QRect r = view()->visualRect(row(n));
+        return image.pixelColor(x * image.width() / view()->viewport()->width(), r.center().y() * image.height() / view()->viewport()->height());
+    }
     std::vector<std::string> selectedNames() const
     {
         std::vector<std::string> out;
@@ -208,20 +244,26 @@ TEST_F(SymbolSelectionTest, TitleColumnsAndFileRows)
     EXPECT_FALSE(dialog->cancelButton()->autoDefault());
 
     ASSERT_EQ(topRows(), 3);
-    for (int r = 0; r < 3; ++r) {
-        const QModelIndex file = model()->index(r, 0);
-        EXPECT_TRUE(view()->isFirstColumnSpanned(r, {})) << r;
-        EXPECT_TRUE(view()->isExpanded(file)) << r;
+    const int typeColumn = view()->columnViewportPosition(SymbolTreeModel::kColType) + 4;
+    for (const Node* f : {t.mainFile, t.uartFile, t.otherFile}) {
+        const QModelIndex file = row(f);
+        ASSERT_TRUE(file.isValid());
+        EXPECT_TRUE(model()->isFileRow(file));
+        EXPECT_TRUE(expanded(f)) << f->File;
         EXPECT_EQ(file.data(Qt::BackgroundRole).value<QBrush>(), QBrush(Qt::lightGray));
-        EXPECT_TRUE(file.data().toString().startsWith("/src/"));
+        EXPECT_EQ(file.data().toString(), QString::fromUtf8(f->File.data(), static_cast<qsizetype>(f->File.size())));
+        // The grey runs on under the other columns: the first one spans the row.
+        EXPECT_EQ(pixel(f, typeColumn), QColor(Qt::lightGray)) << f->File;
     }
+    EXPECT_NE(pixel(t.counter, typeColumn), QColor(Qt::lightGray));
     // Cells of a variable row.
     EXPECT_EQ(row(t.counter, 0).data().toString(), "counter");
     EXPECT_EQ(row(t.counter, 1).data().toString(), "unsigned int");
     EXPECT_EQ(row(t.counter, 2).data(), QVariant(4u)) << "a number, so the column sorts numerically";
     EXPECT_EQ(row(t.counter, 3).data().toString(), "0x2000000C");
     EXPECT_FALSE(row(t.cfg, 0).data(Qt::BackgroundRole).isValid());
-    EXPECT_FALSE(view()->isExpanded(row(t.cfg))) << "only the file rows open at first";
+    EXPECT_FALSE(expanded(t.cfg)) << "only the file rows open at first";
+    EXPECT_FALSE(row(t.gain).isValid()) << "inside a collapsed row";
 }
 
 TEST_F(SymbolSelectionTest, OnlyLeavesHaveCheckBoxesAndSixtyFourBitLeavesAreDisabled)
@@ -238,7 +280,7 @@ TEST_F(SymbolSelectionTest, OnlyLeavesHaveCheckBoxesAndSixtyFourBitLeavesAreDisa
         {t.mode, true, true},    {t.buf, false, true},       {t.elements[2], true, true}, {t.link, false, true},
         {t.linkId, true, true},  {t.tick, true, true},
     };
-    view()->expandAll();
+    expandAll();
     for (const Case& c : cases) {
         const QModelIndex i = row(c.node, sel);
         ASSERT_TRUE(i.isValid()) << c.node->NameWithParents;
@@ -263,6 +305,7 @@ TEST_F(SymbolSelectionTest, AddressFilterIgnoresLetterCase)
     filter("0x2000");
     ASSERT_EQ(topRows(), 1) << "only main.c has addresses with 2000";
     EXPECT_EQ(model()->index(0, 0).data().toString(), "/src/app/main.c");
+    EXPECT_FALSE(shown(t.uartFile));
     for (const Node* n : {t.counter, t.wide, t.cfg, t.buf})
         EXPECT_TRUE(shown(n)) << n->Name;
     EXPECT_TRUE(expanded(t.cfg)) << "a matching row opens";
@@ -270,12 +313,13 @@ TEST_F(SymbolSelectionTest, AddressFilterIgnoresLetterCase)
     EXPECT_TRUE(shown(t.elements[1]));
     EXPECT_FALSE(shown(t.uartState));
     EXPECT_FALSE(shown(t.tick));
-    EXPECT_TRUE(view()->isExpanded(model()->index(0, 0))) << "the ancestor of matches opens";
+    EXPECT_TRUE(row(t.elements[1]).isValid()) << "the rows below a match are there to see";
+    EXPECT_TRUE(expanded(t.mainFile)) << "the ancestor of matches opens";
 
     // Hexadecimal digits typed in lower case find the printed upper-case ones.
     filter("0x2000000c");
     ASSERT_EQ(topRows(), 1);
-    EXPECT_EQ(model()->rowCount(model()->index(0, 0)), 1);
+    EXPECT_EQ(childRows(t.mainFile), std::vector<const Node*>{t.counter});
     EXPECT_TRUE(shown(t.counter));
     EXPECT_FALSE(shown(t.wide));
     filter("0X2000000C");
@@ -298,7 +342,8 @@ TEST_F(SymbolSelectionTest, NameFilterShowsFilesNamesAndTypes)
     EXPECT_TRUE(shown(t.linkId));
     EXPECT_FALSE(shown(t.uartState));
     EXPECT_FALSE(shown(t.tick));
-    EXPECT_TRUE(view()->isFirstColumnSpanned(row(t.mainMode).parent().row(), {}));
+    EXPECT_TRUE(expanded(t.uartFile)) << "above a match";
+    EXPECT_FALSE(row(t.gain).isValid()) << "inside the collapsed cfg";
 }
 
 TEST_F(SymbolSelectionTest, ClearingTheFilterLeavesOnlyTheFileRowsOpen)
@@ -307,10 +352,8 @@ TEST_F(SymbolSelectionTest, ClearingTheFilterLeavesOnlyTheFileRowsOpen)
     filter("main");
     filter("");
     ASSERT_EQ(topRows(), 3);
-    for (int r = 0; r < 3; ++r) {
-        EXPECT_TRUE(view()->isExpanded(model()->index(r, 0)));
-        EXPECT_TRUE(view()->isFirstColumnSpanned(r, {}));
-    }
+    for (const Node* f : {t.mainFile, t.uartFile, t.otherFile})
+        EXPECT_TRUE(expanded(f)) << f->File;
     for (const Node* n : {t.cfg, t.buf, t.link}) {
         EXPECT_TRUE(shown(n));
         EXPECT_FALSE(expanded(n)) << n->Name;
@@ -340,7 +383,7 @@ TEST_F(SymbolSelectionTest, OkSelectsInTickingOrderAfterTheRowsAlreadySelected)
     open();
     EXPECT_EQ(dialog->pending(), (std::vector<Node*>{t.mode, t.tick}));
     tick(t.uartState, true);
-    view()->expandAll();
+    expandAll();
     tick(t.elements[1], true);
     // A tick by keyboard, as the user gives it.
     const QModelIndex c = row(t.counter, SymbolTreeModel::kColSelect);
@@ -409,15 +452,53 @@ TEST_F(SymbolSelectionTest, ProgressStepsAndColumnSizes)
 TEST_F(SymbolSelectionTest, SortingIsNumericOnSizeAndKeepsOpenRows)
 {
     open();
-    view()->expand(row(t.cfg));
+    model()->setExpanded(row(t.cfg), true);
     view()->sortByColumn(SymbolTreeModel::kColSize, Qt::AscendingOrder);
-    const QModelIndex mainFile = row(t.counter).parent();
     std::vector<std::uint32_t> sizes;
-    for (int r = 0; r < model()->rowCount(mainFile); ++r)
-        sizes.push_back(model()->node(model()->index(r, 0, mainFile))->Size);
+    for (const Node* n : childRows(t.mainFile))
+        sizes.push_back(n->Size);
     EXPECT_EQ(sizes, (std::vector<std::uint32_t>{4, 8, 8, 12}));
     EXPECT_TRUE(expanded(t.cfg)) << "open rows stay open";
-    EXPECT_TRUE(expanded(t.cfg) && view()->isExpanded(mainFile));
+    EXPECT_EQ(childRows(t.cfg), (std::vector<const Node*>{t.mode, t.gain}));
+    view()->sortByColumn(SymbolTreeModel::kColName, Qt::AscendingOrder);
+    EXPECT_EQ(childRows(t.mainFile), (std::vector<const Node*>{t.buf, t.cfg, t.counter, t.wide}));
+}
+
+TEST_F(SymbolSelectionTest, RowsOpenByArrowDoubleClickAndKeys)
+{
+    open();
+    view()->setFocus();
+    // The arrow in front of the name.
+    const QRect arrow = view()->arrowRect(row(t.cfg));
+    ASSERT_FALSE(arrow.isEmpty());
+    EXPECT_TRUE(view()->arrowRect(row(t.counter)).isEmpty()) << "a leaf has no arrow";
+    QTest::mouseClick(view()->viewport(), Qt::LeftButton, {}, arrow.center());
+    EXPECT_TRUE(expanded(t.cfg));
+    EXPECT_TRUE(row(t.gain).isValid());
+    QTest::mouseClick(view()->viewport(), Qt::LeftButton, {}, view()->arrowRect(row(t.cfg)).center());
+    EXPECT_FALSE(expanded(t.cfg));
+    EXPECT_FALSE(row(t.gain).isValid());
+
+    // A double click on the name.
+    const QRect name = view()->visualRect(row(t.buf, SymbolTreeModel::kColType));
+    QTest::mouseDClick(view()->viewport(), Qt::LeftButton, {}, name.center());
+    EXPECT_TRUE(expanded(t.buf));
+    EXPECT_EQ(childRows(t.buf).size(), 3u);
+
+    // Right opens, Right again steps in, Left steps out and closes.
+    view()->setCurrentIndex(row(t.link));
+    QTest::keyClick(view(), Qt::Key_Right);
+    EXPECT_TRUE(expanded(t.link));
+    QTest::keyClick(view(), Qt::Key_Right);
+    EXPECT_EQ(model()->node(view()->currentIndex()), t.linkId);
+    QTest::keyClick(view(), Qt::Key_Left);
+    EXPECT_EQ(model()->node(view()->currentIndex()), t.link);
+    QTest::keyClick(view(), Qt::Key_Left);
+    EXPECT_FALSE(expanded(t.link));
+    QTest::keyClick(view(), Qt::Key_Plus);
+    EXPECT_TRUE(expanded(t.link));
+    QTest::keyClick(view(), Qt::Key_Minus);
+    EXPECT_FALSE(expanded(t.link));
 }
 
 // ---------------------------------------------------------------------------
