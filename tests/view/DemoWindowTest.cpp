@@ -1,0 +1,84 @@
+// The demo project in the real main window on the simulated target: the
+// project opens into the tool bar and the graph, F5 samples with the graph
+// following, F9 stops and holds the picture.
+#include "app/Controller.h"
+#include "gui/MainWindow.h"
+#include "gui/ProgressDialog.h"
+#include "probe/ProbeSampler.h"
+#include "tests/view/GraphTestSupport.h"
+#include "view/GraphContainer.h"
+#include "view/GraphWidget.h"
+#include "view/ToolBar.h"
+
+#include <QComboBox>
+#include <QCheckBox>
+#include <QScrollBar>
+
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+TEST(DemoWindow, OpensSamplesAndStopsFromTheKeys)
+{
+    const fs::path demo = fs::path(PLOTVIK_BIN_DIR) / "examples" / "demo" / "demo_bsq.plotvik";
+    if (!fs::exists(demo) || !fs::exists(fs::path(PLOTVIK_BIN_DIR) / "libTarvo_x64.so"))
+        GTEST_SKIP() << "demo project or probe library not built";
+    JobEngine engine;
+    auto ctl = std::make_unique<Controller>(engine, std::make_unique<ProbeSampler>());
+    auto window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }, 5000));
+    ctl->postOpenProjFile(demo.string(), nullptr, {});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->toolBar()->displayState() == ToolBar::kStateReady; }, 20000))
+        << "state " << window->toolBar()->displayState() << ", " << ctl->symbols().selected().size() << " symbols";
+    // The ELF file is parsed after the project opened; the window repaints again after it.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->updatesEnabled() && !ctl->elfParsing(); }, 30000));
+    EXPECT_FALSE(window->progressDialog()->isVisible());
+    const QString shots = qEnvironmentVariable("PLOTVIK_SHOTS");  // where to leave screenshots, if anywhere
+    auto shoot = [&](const char* name) {
+        if (!shots.isEmpty())
+            window->grab().save(shots + "/" + name);
+    };
+    shoot("demo-ready.png");
+
+    // The keys go to the active window (the progress dialog had the focus last).
+    QApplication::setActiveWindow(window.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    QTest::keyClick(window.get(), Qt::Key_F5);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning(); }, 10000));
+    GraphWidget* graph = window->graph()->graph();
+    EXPECT_TRUE(window->graph()->scrollBar()->isHidden());
+    // Real time: wait for more than one screen (10 s at 1 s per division would
+    // be long), so zoom out to 200 ms per division and let 2.5 s pass.
+    window->toolBar()->zoomBox()->setCurrentIndex(16);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().currentTimeStamp() > 2500000; }, 20000));
+    QTest::qWait(300);
+    shoot("demo-sampling.png");
+    EXPECT_TRUE(window->toolBar()->autoscrollBox()->isChecked());
+    EXPECT_GT(graph->startTime(), 0.0);  // autoscroll follows the newest sample
+    EXPECT_NEAR(graph->startTime() + graph->visibleSpan(), ctl->store().currentTimeStamp(), 600000);
+    const QImage live = graph->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const Node* sine = ctl->symbols().selected()[1];
+    EXPECT_GT(graphtest::pixelsOf(live, QColor(sine->GraphColor.red, sine->GraphColor.green, sine->GraphColor.blue)).size(),
+              200u);
+
+    QApplication::setActiveWindow(window.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    QTest::keyClick(window.get(), Qt::Key_F9);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !ctl->samplingRunning(); }, 10000));
+    QTest::qWait(300);
+    EXPECT_TRUE(graph->isHeld());
+    EXPECT_FALSE(window->graph()->scrollBar()->isHidden());
+    EXPECT_EQ(window->toolBar()->displayState(), ToolBar::kStateReady);
+    shoot("demo-stopped.png");
+
+    window->close();
+    QTest::qWait(100);
+    window->QMainWindow::close();
+    window.reset();
+    ctl.reset();
+}
