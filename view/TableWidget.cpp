@@ -239,12 +239,19 @@ void TableWidget::setCellText(int row, int column, const QString& text)
 {
     QTableWidgetItem* cell = item(row, column);
     // The cell being edited keeps the user's text.
-    if (cell && cell->text() != text && !(state() == EditingState && currentItem() == cell))
+    if (cell && cell->text() != text && !(state() == EditingState && currentItem() == cell)) {
+        // Measuring a column costs; only a longer text can need more room.
+        if (text.size() > cell->text().size())
+            m_mayNeedWidth = true;
         cell->setText(text);
+    }
 }
 
 void TableWidget::widenLiveColumns()
 {
+    if (!m_mayNeedWidth)
+        return;
+    m_mayNeedWidth = false;
     for (int c : {kColValue, kColMin, kColMax, kColAverage, kColYResolution, kColYOffset}) {
         const int wanted = std::max(sizeHintForColumn(c), horizontalHeader()->sectionSizeHint(c));
         if (wanted > columnWidth(c))

@@ -109,4 +109,5 @@ private:
     QPushButton* m_addButton = nullptr;  // owned by the table (cell widget)
     bool m_filling = false;              // our own item changes are not edits
     bool m_detached = false;
+    bool m_mayNeedWidth = false;  // a live cell got a longer text
 };

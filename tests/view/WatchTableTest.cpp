@@ -499,6 +499,24 @@ TEST_F(WatchTableTest, ValuesAtTheCursorAndStatisticsSinceTheStart)
     (void)f, (void)s, (void)b, (void)u;
 }
 
+TEST_F(WatchTableTest, LiveColumnsGrowWithTheirTexts)
+{
+    addSymbol("d", 8, kTypeDouble);
+    show();
+    table->show();
+    const int before = table->columnWidth(TableWidget::kColValue);
+    startStore();
+    double big = -1.23456789e-300;
+    std::uint64_t raw;
+    std::memcpy(&raw, &big, 8);
+    feed({{raw}, {raw}});
+    table->refresh();
+    EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300");
+    EXPECT_GT(table->columnWidth(TableWidget::kColValue), before);
+    const QString text = cell(0, TableWidget::kColValue);
+    EXPECT_GE(table->columnWidth(TableWidget::kColValue), table->fontMetrics().horizontalAdvance(text));
+}
+
 TEST_F(WatchTableTest, LiveColumnsWaitWhileTheStoreIsRewritten)
 {
     addSymbol("s", 2, kTypeS16);
