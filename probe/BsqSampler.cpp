@@ -52,6 +52,8 @@ int ProbeSampler::startBsq(const ProjectSettings& s, SymbolDatabase& symbols, Sa
     m_bsqRunning = true;
     if (tarvo::TargetIsHalted() & 0xFF)
         tarvo::Go();
+    // The target runs now: the read loop asks the views to refresh.
+    m_targetRunning = true;
     return r;
 }
 

@@ -353,7 +353,17 @@ void CurveRenderer::everySample(const Node& symbol, Decode, bool lines)
     }
 }
 
-void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& colour)
+void CurveRenderer::adoptColumns(const CurveRenderer& prepared)
+{
+    m_mode = prepared.m_mode;
+    m_grid = prepared.m_grid;
+    m_samples = prepared.m_samples;
+    m_startTime = prepared.m_startTime;
+    m_timePerDivision = prepared.m_timePerDivision;
+    m_runs = prepared.m_runs;
+}
+
+void CurveRenderer::build(const Node& symbol)
 {
     m_lines.clear();
     m_points.clear();
@@ -369,9 +379,19 @@ void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& co
         else
             reducePoints(symbol, decode);
     });
+}
+
+void CurveRenderer::paint(QPainter& painter, const QColor& colour)
+{
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, false);
     painter.setPen(QPen(colour, 2));
     flush(painter, colour);
     painter.restore();
+}
+
+void CurveRenderer::draw(QPainter& painter, const Node& symbol, const QColor& colour)
+{
+    build(symbol);
+    paint(painter, colour);
 }

@@ -38,6 +38,12 @@ public:
     void prepare(const GraphGeometry& grid, const VisibleSamples& samples, double startTime, double timePerDivision);
     // One symbol's curve: lines (draw style 0) or points, pen width 2.
     void draw(QPainter& painter, const Node& symbol, const QColor& colour);
+    // The same in two steps: build() only reads the store and may run on
+    // another thread; paint() draws what it built.
+    void build(const Node& symbol);
+    void paint(QPainter& painter, const QColor& colour);
+    // Takes the pixel columns another renderer prepared, to build beside it.
+    void adoptColumns(const CurveRenderer& prepared);
 
     // Segments and points handed to the painter by the last draw (figures for
     // the benchmark).

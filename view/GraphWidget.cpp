@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <thread>
 
 namespace {
 
@@ -280,6 +281,8 @@ void GraphWidget::_UpdateScreen() { invalidate(); }
 void GraphWidget::setCurveMode(CurveRenderer::Mode mode)
 {
     m_curves.setMode(mode);
+    for (CurveRenderer& b : m_builders)
+        b.setMode(mode);
     invalidate();
 }
 
@@ -399,12 +402,32 @@ void GraphWidget::drawLayer(const GraphGeometry& g)
     // frame shows the data it was asked for.
     applyAutoscroll(g);
     m_curves.prepare(g, visibleSamples(), m_startTime, m_timePerDivision);
+    std::vector<const Node*> shown;
     for (Node* n : m_symbols.selected()) {
         if (!n->ShowInGraph || !isActiveInSampling(*n))
             continue;
         autoRange(*n, g);
-        m_curves.draw(p, *n, colourOf(*n));
+        shown.push_back(n);
     }
+    // The curves are built on two threads (walking the samples is the bulk of
+    // the work) and painted in list order on this one.
+    if (m_builders.size() < shown.size())
+        m_builders.resize(shown.size());
+    for (std::size_t i = 0; i < shown.size(); ++i)
+        m_builders[i].adoptColumns(m_curves);
+    const auto buildEvery = [&](std::size_t first) {
+        for (std::size_t i = first; i < shown.size(); i += 2)
+            m_builders[i].build(*shown[i]);
+    };
+    if (shown.size() > 1) {
+        std::thread other(buildEvery, 1);
+        buildEvery(0);
+        other.join();
+    } else {
+        buildEvery(0);
+    }
+    for (std::size_t i = 0; i < shown.size(); ++i)
+        m_builders[i].paint(p, colourOf(*shown[i]));
 }
 
 void GraphWidget::drawCursor(QPainter& p, const GraphGeometry& g) const

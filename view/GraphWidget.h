@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 class QAction;
 class SampleStore;
@@ -134,7 +135,8 @@ private:
 
     SampleStore& m_store;
     SymbolDatabase& m_symbols;
-    CurveRenderer m_curves;
+    CurveRenderer m_curves;                 // maps the time stamps to pixel columns
+    std::vector<CurveRenderer> m_builders;  // one per shown curve, built in parallel
     QImage m_background;  // grid and axes
     QImage m_layer;       // background and curves
     bool m_layerDirty = true;
