@@ -16,6 +16,23 @@ const std::vector<CommandLine::Option>& CommandLine::options()
     return table;
 }
 
+namespace {
+
+// "/" starts options on Windows; elsewhere it starts every absolute path, so
+// there a "/..." argument naming a project file is that file.
+bool slashOption(const std::string& arg)
+{
+    if (arg[0] != '/')
+        return false;
+#ifdef _WIN32
+    return true;
+#else
+    return !text::equalsFolded(text::extension(arg), ".plotvik");
+#endif
+}
+
+}  // namespace
+
 int CommandLine::parse(const std::vector<std::string>& argv, int pass)
 {
     m_parsing = true;
@@ -25,7 +42,7 @@ int CommandLine::parse(const std::vector<std::string>& argv, int pass)
     const int bit = 1 << (pass - 1);
     for (std::size_t i = 1; i < argv.size(); ++i) {
         const std::string& arg = argv[i];
-        if (arg.empty() || (arg[0] != '-' && arg[0] != '/')) {
+        if (arg.empty() || (arg[0] != '-' && !slashOption(arg))) {
             if (!text::equalsFolded(text::extension(arg), ".plotvik")) {
                 Log::instance().line("CMDLINE: Incorrect command line option [%s] detected!", arg.c_str());
                 m_error = true;

@@ -20,6 +20,10 @@ constexpr int kTitleMargin = 150;
 
 QString fromStd(const std::string& s) { return QString::fromStdString(s); }
 
+// Button texts are shown as given: "Reparse & Match symbols" keeps its "&"
+// instead of turning it into a keyboard mnemonic.
+QString buttonText(const std::string& s) { return fromStd(s).replace(QLatin1Char('&'), QStringLiteral("&&")); }
+
 }  // namespace
 
 DIALOG_CustMsgBox::DIALOG_CustMsgBox(const MessageBoxRequest& request, QWidget* parent)
@@ -71,12 +75,12 @@ DIALOG_CustMsgBox::DIALOG_CustMsgBox(const MessageBoxRequest& request, QWidget* 
 
     auto* buttons = new QGridLayout;  // owned by the outer layout
     if (!request.button0.empty()) {
-        m_button0 = new QPushButton(fromStd(request.button0), this);
+        m_button0 = new QPushButton(buttonText(request.button0), this);
         connect(m_button0, &QPushButton::clicked, this, &DIALOG_CustMsgBox::_SlotOnBtn0);
         buttons->addWidget(m_button0, 0, 0);
     }
     if (!request.button1.empty()) {
-        m_button1 = new QPushButton(fromStd(request.button1), this);
+        m_button1 = new QPushButton(buttonText(request.button1), this);
         connect(m_button1, &QPushButton::clicked, this, &DIALOG_CustMsgBox::_SlotOnBtn1);
         buttons->addWidget(m_button1, 0, 1);
     }

@@ -154,6 +154,13 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
         for (const Node* oldNode : m_selected) {
             for (Node* n : m_matched) {
                 if (symtree::matches(*n, *oldNode)) {
+                    // The display settings travel with the symbol, so a project's
+                    // scales and styles survive opening it and a re-parse.
+                    n->DrawStyle = oldNode->DrawStyle;
+                    n->YOffset = oldNode->YOffset;
+                    n->YResolution = oldNode->YResolution;
+                    n->IsAutoConfig = oldNode->IsAutoConfig;
+                    n->ShowInGraph = oldNode->ShowInGraph;
                     n->GraphColor = oldNode->GraphColor;
                     n->HasGraphColor = oldNode->HasGraphColor;
                     n->SelectionItem = oldNode->SelectionItem;

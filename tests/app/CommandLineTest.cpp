@@ -48,11 +48,22 @@ TEST(CommandLine, SlashOptionsAndUnknownOptionsAreIgnored)
 {
     Recorder r;
     CommandLine cl = r.make();
-    EXPECT_EQ(cl.parse({"plotvik", "/openprjx.plotvik", "-bogus", "-QTXSearchRanges,1,2"}, 2), 0);
+    EXPECT_EQ(cl.parse({"plotvik", "/openprjx", "-bogus", "-QTXSearchRanges,1,2"}, 2), 0);
     EXPECT_FALSE(cl.projectNamed());
     EXPECT_TRUE(cl.qtxSearchRangeCommand().empty()) << "the ranges option acts in pass 1 only";
     EXPECT_FALSE(cl.error());
 }
+
+#ifndef _WIN32
+TEST(CommandLine, AnAbsoluteProjectPathIsAProjectNotASlashOption)
+{
+    Recorder r;
+    CommandLine cl = r.make();
+    EXPECT_EQ(cl.parse({"plotvik", "/home/u/demo.plotvik"}, 1), 0);
+    EXPECT_EQ(r.opened, std::vector<std::string>({"/home/u/demo.plotvik"}));
+    EXPECT_FALSE(cl.error());
+}
+#endif
 
 TEST(CommandLine, OtherExtensionsFailTheParse)
 {

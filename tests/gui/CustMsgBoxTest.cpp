@@ -121,6 +121,8 @@ TEST(CustMsgBox, ButtonsSitInOneRowInOrder)
     EXPECT_EQ(box.button(0)->text(), "Yes");
     EXPECT_EQ(box.button(1)->text(), "No");
     EXPECT_EQ(box.button(0)->y(), box.button(1)->y());
+    DIALOG_CustMsgBox ampersand(request("Reparse & Match symbols", "Reparse & Clear symbols", 0));
+    EXPECT_EQ(ampersand.button(0)->text(), "Reparse && Match symbols") << "an & is shown, not taken as a mnemonic";
     EXPECT_LT(box.button(0)->x(), box.button(1)->x());
     EXPECT_GT(box.button(0)->y(), box.textLabel()->y());
     box.reject();

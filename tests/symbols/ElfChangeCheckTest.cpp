@@ -105,6 +105,10 @@ struct ElfChangeFixture : ::testing::Test {
         }
         picked[1]->GraphColor = Rgb{0x12, 0x34, 0x56, 255};
         picked[1]->HasGraphColor = true;
+        picked[1]->YResolution = 50;
+        picked[1]->YOffset = -3;
+        picked[1]->DrawStyle = 1;
+        picked[1]->ShowInGraph = false;
         ctl->symbols().setSelected(picked);
         for (const Node* n : picked)
             oldAddress[n->NameWithParents] = n->Address;
@@ -184,6 +188,10 @@ TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     }
     EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
     EXPECT_TRUE(ctl->symbols().selected()[0]->HasGraphColor);
+    EXPECT_EQ(ctl->symbols().selected()[0]->YResolution, 50u) << "and so do its display settings";
+    EXPECT_EQ(ctl->symbols().selected()[0]->YOffset, -3.0);
+    EXPECT_EQ(ctl->symbols().selected()[0]->DrawStyle, 1);
+    EXPECT_FALSE(ctl->symbols().selected()[0]->ShowInGraph);
     EXPECT_FALSE(ElfTimeDiffers(ctl->symbols().elfTime(), t + 2s));
 }
 
