@@ -2,6 +2,7 @@
 // simulated target (in fast mode) and draws the recording with the graph.
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <fstream>
 #include <map>
 #include <tuple>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -29,9 +29,11 @@ struct Colour {
 std::vector<Colour> projectColours(const std::string& xml)
 {
     std::vector<Colour> out;
-    const std::regex rgb(R"re(GraphColorRed="(\d+)" GraphColorGreen="(\d+)" GraphColorBlue="(\d+)")re");
-    for (std::sregex_iterator it(xml.begin(), xml.end(), rgb), end; it != end; ++it)
-        out.push_back({std::stoi((*it)[1]), std::stoi((*it)[2]), std::stoi((*it)[3])});
+    const QRegularExpression rgb(R"re(GraphColorRed="(\d+)" GraphColorGreen="(\d+)" GraphColorBlue="(\d+)")re");
+    for (auto it = rgb.globalMatch(QString::fromStdString(xml)); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        out.push_back({m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()});
+    }
     return out;
 }
 
