@@ -123,7 +123,16 @@ void MainWindow::close() { emit _SignalClose(); }
 
 void MainWindow::enableUpdates(bool on)
 {
-    QMetaObject::invokeMethod(this, [this, on] { setUpdatesEnabled(on); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this,
+        [this, on] {
+            setUpdatesEnabled(on);
+            // Exposures that came while updates were off were dropped (the
+            // closed progress dialog left its picture behind): paint it all now.
+            if (on)
+                repaint();
+        },
+        Qt::QueuedConnection);
 }
 
 // ---------------------------------------------------------------------------
