@@ -485,8 +485,15 @@ void GraphWidget::paintFrame(QPainter& p)
     const GraphGeometry g = grid();
     if (m_cursorX < 0)
         m_cursorX = g.centreX;
-    if (m_layerDirty || m_layer.size() != size())
-        drawLayer(g);
+    // While a raw import rewrites the store the last picture stays (the layer
+    // stays dirty and is drawn on the repaint that follows the import).
+    if (m_layerDirty || m_layer.size() != size()) {
+        const bool drawn = m_store.tryRead([&] { drawLayer(g); });
+        if (!drawn && m_layer.size() != size()) {
+            m_layer = QImage(size(), QImage::Format_RGB32);
+            m_layer.fill(Qt::black);
+        }
+    }
     p.drawImage(0, 0, m_layer);
     drawCursor(p, g);
     drawMarkers(p, g);
