@@ -177,6 +177,15 @@ private:
     void readAttribute(Dwarf_Die die, Dwarf_Attribute attr, Die& d, bool& locationStatic);
     bool readUnsigned(Dwarf_Attribute attr, std::uint64_t& v);
     bool readSigned(Dwarf_Attribute attr, std::int64_t& v);
+    // A 32-bit unsigned attribute; `value` is left alone when it cannot be read.
+    bool readSize(Dwarf_Attribute attr, std::uint32_t& value)
+    {
+        std::uint64_t u = 0;
+        if (!readUnsigned(attr, u))
+            return false;
+        value = static_cast<std::uint32_t>(u);
+        return true;
+    }
     std::uint64_t readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which);
     void readLines(Dwarf_Die cuDie, Unit& unit);
     void drop(Dwarf_Error& err)
@@ -304,28 +313,20 @@ void Loader::readAttribute(Dwarf_Die die, Dwarf_Attribute attr, Die& d, bool& lo
     case DW_AT_specification:
     case DW_AT_abstract_origin: d.specRef = readRef(attr, index, 1); break;
     case DW_AT_byte_size:
-        if (readUnsigned(attr, u)) {
-            d.byteSize = static_cast<std::uint32_t>(u);
+        if (readSize(attr, d.byteSize))
             d.hasByteSize = true;
-        }
         break;
     case DW_AT_bit_size:
-        if (readUnsigned(attr, u)) {
-            d.bitSize = static_cast<std::uint32_t>(u);
+        if (readSize(attr, d.bitSize))
             d.hasBitSize = true;
-        }
         break;
     case DW_AT_bit_offset:
-        if (readUnsigned(attr, u)) {
-            d.bitOffset = static_cast<std::uint32_t>(u);
+        if (readSize(attr, d.bitOffset))
             d.hasBitOffset = true;
-        }
         break;
     case DW_AT_data_bit_offset:
-        if (readUnsigned(attr, u)) {
-            d.dataBitOffset = static_cast<std::uint32_t>(u);
+        if (readSize(attr, d.dataBitOffset))
             d.hasDataBitOffset = true;
-        }
         break;
     case DW_AT_data_member_location: {
         Dwarf_Half form = 0;
