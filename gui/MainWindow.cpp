@@ -40,6 +40,7 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     auto* placeholder = new QLabel(tr("No project open"), this);  // owned by the window
     placeholder->setAlignment(Qt::AlignCenter);
     setCentralWidget(placeholder);
+    m_placeholder = placeholder;
     m_menuBar = new MenuBar(this, this);
     setMenuBar(m_menuBar);
     m_statusBar = new StatusBar(this);
@@ -293,8 +294,10 @@ void MainWindow::_SlotOnUpdateGUI()
         if (!m_title.empty())
             setWindowTitle(QString::fromStdString(m_title));
     }
-    m_menuBar->updateEnabling(m_controller.samplingRunning(), m_controller.project().isOpen(),
-                              !m_controller.symbols().selected().empty());
+    const bool projectOpen = m_controller.project().isOpen();
+    m_menuBar->updateEnabling(m_controller.samplingRunning(), projectOpen, !m_controller.symbols().selected().empty());
+    // With a project open the graph and the table share the whole window.
+    m_placeholder->setVisible(!projectOpen);
     m_toolBar->updateDisplayState();
     if (!m_controller.samplingRunning())
         m_graph->refresh();

@@ -137,6 +137,7 @@ private:
     MenuBar* m_menuBar = nullptr;                // owned by the window
     StatusBar* m_statusBar = nullptr;            // owned by the window
     ProgressDialog* m_progressDialog = nullptr;  // owned by the window
+    QWidget* m_placeholder = nullptr;            // owned by the window; shown while no project is open
     QDockWidget* m_graphDock = nullptr;          // owned by the window
     QDockWidget* m_watchDock = nullptr;          // owned by the window
     GraphContainer* m_graph = nullptr;           // owned by the graph dock

@@ -207,6 +207,7 @@ TEST_F(MainWindowTest, MenuFollowsProjectAndSelection)
     MenuBar* menus = window->menus();
     emit window->_SignalUpdateGUI();
     EXPECT_FALSE(ctl->project().isOpen());
+    EXPECT_TRUE(window->centralWidget()->isVisible());  // "No project open"
     EXPECT_TRUE(menus->action(MenuBar::kOpenProject)->isEnabled());
     EXPECT_TRUE(menus->action(MenuBar::kNewProject)->isEnabled());
     EXPECT_FALSE(menus->action(MenuBar::kSaveProject)->isEnabled());

@@ -40,6 +40,7 @@ TEST(DemoWindow, OpensSamplesAndStopsFromTheKeys)
     // The ELF file is parsed after the project opened; the window repaints again after it.
     ASSERT_TRUE(QTest::qWaitFor([&] { return window->updatesEnabled() && !ctl->elfParsing(); }, 30000));
     EXPECT_FALSE(window->progressDialog()->isVisible());
+    EXPECT_TRUE(window->centralWidget()->isHidden());  // the views take the whole window
     const QString shots = qEnvironmentVariable("PLOTVIK_SHOTS");  // where to leave screenshots, if anywhere
     auto shoot = [&](const char* name) {
         if (!shots.isEmpty())
