@@ -90,6 +90,9 @@ std::string DebugInfo::symbolName(const Die& d) const
 
 const Die* DebugInfo::resolvedType(const Die& symbol) const
 {
+    // Every element of an array and every instance of a structure asks again.
+    if (symbol.typeCached)
+        return symbol.cachedType;
     const Die* t = namesATypedThing(symbol.tag) ? find(symbol.typeRef) : &symbol;
     // A declaration-only variable definition takes the type of its declaration.
     if (!t && symbol.tag == kTagVariable)
@@ -97,7 +100,10 @@ const Die* DebugInfo::resolvedType(const Die& symbol) const
             t = find(decl->typeRef);
     for (int hops = 0; t && isQualifier(t->tag) && hops < 64; ++hops)
         t = find(t->typeRef);
-    return t && isQualifier(t->tag) ? nullptr : t;
+    auto& d = const_cast<Die&>(symbol);
+    d.cachedType = t && isQualifier(t->tag) ? nullptr : t;
+    d.typeCached = true;
+    return d.cachedType;
 }
 
 std::uint32_t DebugInfo::byteSize(const Die* type) const

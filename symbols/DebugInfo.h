@@ -50,7 +50,9 @@ struct Die {
     bool inClass : 1 = false;
     bool textCached : 1 = false;
     bool fileCached : 1 = false;
+    bool typeCached : 1 = false;
     // Filled on first use.
+    const Die* cachedType = nullptr;
     std::string_view cachedText;
     std::string_view cachedFile;
 };

@@ -32,6 +32,12 @@ enum : std::uint32_t { kTagArray = 1, kTagClass = 2, kTagStruct = 19, kTagUnion 
 
 struct Node : SymbolDisplaySettings {
     std::uint32_t Tag = 0;
+    // The flags and 32-bit fields are placed to leave no padding: the tree
+    // holds a node for every array element.
+    bool IsSigned = false;
+    bool IsArray = false;
+    bool IsLeaf = false;
+    bool HasValue = false;  // sampling: the symbol has a current value
     std::string Name;             // at most 255 characters
     std::string NameWithParents;  // dotted path, the symbol's identity
     std::string_view Type;        // interned (text::intern), at most 255 characters
@@ -41,22 +47,17 @@ struct Node : SymbolDisplaySettings {
     std::uint32_t Size = 0;
     std::uint32_t NumDimensions = 0;
     std::vector<std::uint32_t> Dimensions;  // element count per dimension; non-empty marks an array node
-    bool IsSigned = false;
-    bool IsArray = false;
     std::uint32_t BitSize = 0;
     std::uint32_t BitOffset = 0;
-    bool IsLeaf = false;
+    std::int32_t LatestSlot = -1;  // sampling: slot of the newest value, -1 none
     double MaxValue = 0.0;
 
     // Links to user-interface items (not owned).
     void* SelectionItem = nullptr;
     void* TableRow = nullptr;
-    void* GraphCurve = nullptr;
 
     // Sampling fields.
     alloc::Block<std::uint64_t> Values;  // one 8-byte slot per store record
-    std::int32_t LatestSlot = -1;        // -1: none
-    bool HasValue = false;
     std::uint64_t SamplesSinceStart = 0;  // samples in the running mean YAvgSampled
 
     // Tree links (not owned: the tree's arena owns every node).

@@ -165,7 +165,6 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
                     n->HasGraphColor = oldNode->HasGraphColor;
                     n->SelectionItem = oldNode->SelectionItem;
                     n->TableRow = oldNode->TableRow;
-                    n->GraphCurve = oldNode->GraphCurve;
                     break;
                 }
             }

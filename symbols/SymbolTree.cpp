@@ -6,6 +6,7 @@
 #include "symbols/SymbolDatabase.h"
 
 #include <array>
+#include <charconv>
 
 namespace symtree {
 namespace {
@@ -17,6 +18,41 @@ constexpr std::uint16_t kTagInheritance = 0x1c;
 constexpr std::uint64_t kMaxElements = 1ull << 22;
 
 bool isRecord(std::uint32_t tag) { return tag == kTagStruct || tag == kTagUnion || tag == kTagClass; }
+
+// nameWithParents() for a node whose ancestors already carry theirs: the
+// nearest ancestor that is not an array level holds the whole prefix. The
+// builder sets a node's path before filling its children, so one append per
+// node replaces a walk to the top.
+std::string pathBelowParents(const Node& node)
+{
+    const Node* p = node.Parent;
+    while (p && p->IsArray)
+        p = p->Parent;
+    if (!p)
+        return node.Name;
+    std::string path;
+    path.reserve(p->NameWithParents.size() + 1 + node.Name.size());
+    path += p->NameWithParents;
+    path += '.';
+    path += node.Name;
+    return path;
+}
+
+// "name[i]", cut to the name limit.
+std::string elementName(const std::string& array, std::uint32_t index)
+{
+    char digits[16];
+    const auto end = std::to_chars(digits, digits + sizeof digits, index).ptr;
+    std::string name;
+    name.reserve(array.size() + static_cast<std::size_t>(end - digits) + 2);
+    name += array;
+    name += '[';
+    name.append(digits, end);
+    name += ']';
+    if (name.size() > text::kNameSize - 1)
+        name.resize(text::kNameSize - 1);
+    return name;
+}
 
 }  // namespace
 
@@ -144,6 +180,8 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
         if (node.Tag == kTagClass && parent->Tag == kTagClass)
             node.Name = "<Inherited>";
     }
+    // The name is final here; the children's paths start from this one.
+    node.NameWithParents = pathBelowParents(node);
 
     if (isRecord(node.Tag)) {
         for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c))
@@ -171,7 +209,6 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
     }
 
     classify(node);
-    node.NameWithParents = nameWithParents(node);
     if (m_hook)
         m_hook(node);
 }
@@ -186,16 +223,16 @@ void Builder::expand(const std::vector<std::uint32_t>& dims, std::size_t dim, st
         stride *= dims[k];
     for (std::uint32_t i = 0; i < dims[dim]; ++i) {
         Node& child = addChild(node);
-        child.Name = text::truncated(text::format(text::kNameSize, "%s[%u]", node.Name.c_str(), i), text::kNameSize);
+        child.Name = elementName(node.Name, i);
         child.Address = static_cast<std::uint32_t>(node.Address + i * stride);
         if (dim + 1 < dims.size()) {
             child.Parent = &node;
             child.IsArray = true;
+            child.NameWithParents = pathBelowParents(child);
             expand(dims, dim + 1, depth + 1, element, elementSize, child);
             child.Type = node.Type;
             child.File = node.File;
             classify(child);
-            child.NameWithParents = nameWithParents(child);
             if (m_hook)
                 m_hook(child);
         } else {

@@ -30,6 +30,20 @@ std::size_t countNodes(const Node* n)
     return count;
 }
 
+// One parse of the file into a fresh database; the time, and the node count.
+double parseOnce(const fs::path& elf, std::size_t& nodes)
+{
+    SymbolDatabase db;
+    const auto start = std::chrono::steady_clock::now();
+    if (db.parseElf(elf.string(), false, nullptr) != 0)
+        return -1.0;
+    const double took = seconds(start);
+    nodes = 0;
+    for (const Node* f : db.tree()->files)
+        nodes += 1 + countNodes(f->Children);
+    return took;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -44,32 +58,31 @@ int main(int argc, char** argv)
     std::printf("firmware: %d globals, %ju bytes, built in %.1f s\n", globals, static_cast<std::uintmax_t>(fs::file_size(elf)),
                 buildSeconds);
 
+    // The first parse runs on pages this process never had; on a virtual
+    // machine that returns freed memory to its host, first touch of new pages
+    // costs far more than on bare metal, and varies with the host. The second
+    // parse reuses the first one's pages and shows the program's own cost.
     std::size_t nodes = 0;
-    double ours = 0;
-    {
-        SymbolDatabase db;
-        const auto start = std::chrono::steady_clock::now();
-        if (db.parseElf(elf.string(), false, nullptr) != 0) {
-            std::fprintf(stderr, "parse failed\n");
-            return 1;
-        }
-        ours = seconds(start);
-        for (const Node* f : db.tree()->files)
-            nodes += 1 + countNodes(f->Children);
-    }
+    const double cold = parseOnce(elf, nodes);
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     const double peakMb = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    const double warm = parseOnce(elf, nodes);
+    if (cold < 0 || warm < 0) {
+        std::fprintf(stderr, "parse failed\n");
+        return 1;
+    }
 
     const std::string gdb = std::string(PLOTVIK_GDB) + " -batch -nx -readnow " + elf.string() + " >/dev/null 2>&1";
     const auto gdbStart = std::chrono::steady_clock::now();
     const int gdbResult = std::system(gdb.c_str());
     const double theirs = seconds(gdbStart);
 
-    std::printf("tree nodes:          %zu\n", nodes);
-    std::printf("parse and tree:      %.3f s   (goal < 1.5 s)\n", ours);
+    const auto ratio = [&](double ours) { return theirs > 0 ? ours / theirs : 0.0; };
+    std::printf("tree nodes:          %zu of %zu bytes\n", nodes, sizeof(Node));
+    std::printf("parse and tree:      %.3f s on new pages, %.3f s on reused pages   (goal < 1.5 s)\n", cold, warm);
     std::printf("gdb -batch -readnow: %.3f s%s\n", theirs, gdbResult == 0 ? "" : "   (gdb failed)");
-    std::printf("ratio ours/gdb:      %.2f   (goal < 0.5)\n", theirs > 0 ? ours / theirs : 0.0);
+    std::printf("ratio ours/gdb:      %.2f on new pages, %.2f on reused pages   (goal < 0.5)\n", ratio(cold), ratio(warm));
     std::printf("peak memory:         %.1f MB   (goal < 300 MB)\n", peakMb);
     fs::remove_all(dir);
     return 0;

@@ -2,6 +2,7 @@
 #include "TestElf.h"
 
 #include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolTree.h"
 
 #include <gtest/gtest.h>
 
@@ -82,6 +83,33 @@ TEST(Corpus, EveryImageLoadsWithItsDeclaringFiles)
             EXPECT_TRUE(nodes.count("deep.next.next.next.next.next.next.next.next.next.next.next.next.next.next.next.next."
                                     "next.next.next.next.next.next.next.next.next.next.next.next.next.next.next.v"));
         }
+    }
+}
+
+// The builder extends each parent's path; every node's path must still be
+// what a walk up its parents gives, array levels left out.
+TEST(Corpus, PathsEqualTheWalkUpTheParents)
+{
+    for (const char* image : kImages) {
+        SCOPED_TRACE(image);
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(corpus(image), false, nullptr), 0);
+        std::vector<const Node*> stack;
+        for (const Node* f : db.tree()->files)
+            for (const Node* n = f->Children; n; n = n->Next)
+                stack.push_back(n);
+        std::size_t checked = 0;
+        while (!stack.empty()) {
+            const Node* n = stack.back();
+            stack.pop_back();
+            if (!n->Type.empty()) {  // filled (nodes past the depth limit stay as created)
+                ASSERT_EQ(n->NameWithParents, symtree::nameWithParents(*n));
+                ++checked;
+            }
+            for (const Node* c = n->Children; c; c = c->Next)
+                stack.push_back(c);
+        }
+        EXPECT_GT(checked, 40u);
     }
 }
 
