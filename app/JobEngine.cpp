@@ -97,11 +97,16 @@ void JobEngine::run()
         }
         if (job->type < count && job->type == count - 1) {
             // Stop job: close the queue, drop what is still queued, signal.
+            // Dropped jobs get no completion, but their heap records are
+            // still freed (a stack record, like the stop job, has no block).
             {
                 std::lock_guard lock(m_mutex);
                 m_closed = true;
                 m_write = 0;
                 for (Slot& s : m_slots) {
+                    Job* queued = s.job;
+                    if (s.inUse && queued && queued != job && queued->owner && queued->type != count - 1)
+                        releaseJob(queued);
                     s.inUse = 0;
                     s.job = nullptr;
                 }
