@@ -46,13 +46,15 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     m_statusBar = new StatusBar(this);
     setStatusBar(m_statusBar);
     m_progressDialog = new ProgressDialog(this);
-    // Stand-ins until the graph and watch views arrive; the View menu shows and hides them.
-    m_graphDock = addPlaceholderDock(tr("Graph window"), Qt::TopDockWidgetArea);
-    m_watchDock = addPlaceholderDock(tr("Watch window"), Qt::BottomDockWidgetArea);
+    // The View menu shows and hides the two docks.
+    m_graphDock = addViewDock(tr("Graph window"), Qt::TopDockWidgetArea);
+    m_watchDock = addViewDock(tr("Watch window"), Qt::BottomDockWidgetArea);
     setUpGraph();
     setUpWatchTable();
     m_menuBar->updateEnabling(false, false, false);
     resize(1024, 700);
+    // The curves get the larger share of the height; the table scrolls.
+    resizeDocks({m_graphDock, m_watchDock}, {420, 220}, Qt::Vertical);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
 
@@ -349,7 +351,7 @@ void MainWindow::_SlotOnUpdateGraph()
     m_graph->graph()->invalidate();
 }
 
-QDockWidget* MainWindow::addPlaceholderDock(const QString& title, Qt::DockWidgetArea area)
+QDockWidget* MainWindow::addViewDock(const QString& title, Qt::DockWidgetArea area)
 {
     auto* dock = new QDockWidget(title, this);  // owned by the window
     dock->setObjectName(title);

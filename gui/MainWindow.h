@@ -122,7 +122,7 @@ private:
     bool onInterfaceThread() const { return std::this_thread::get_id() == m_guiThread; }
     MessageBoxAnswer runMessageBox(const MessageBoxRequest& request);
     std::string runFileDialog(const FileDialogRequest& request, bool save);
-    QDockWidget* addPlaceholderDock(const QString& title, Qt::DockWidgetArea area);
+    QDockWidget* addViewDock(const QString& title, Qt::DockWidgetArea area);
     void refreshStatusBar();
     void setUpGraph();
     void setUpWatchTable();
