@@ -342,6 +342,12 @@ void Controller::updateTitle()
         m_bridge->setTitle(windowTitle());
 }
 
+void Controller::markModified()
+{
+    m_project.setModified(true);
+    updateTitle();
+}
+
 int Controller::haltTarget()
 {
     if (!m_probeConnected || m_project.settings().IsQTXSession)

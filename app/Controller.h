@@ -122,6 +122,8 @@ public:
     // The window title from the project state.
     std::string windowTitle() const;
     void updateTitle();
+    // The user changed what the project file holds: mark it and show the "*".
+    void markModified();
     // Error box through the bridge.
     void showError(const std::string& text);
 

@@ -27,10 +27,8 @@ int exportData(Controller& c, Format format)
     // The project remembers the last export of each kind.
     ProjectSettings s = c.project().settings();
     (format == Format::Csv ? s.DataFile : s.RawFile) = path;
-    if (c.project().apply(s)) {
-        c.project().setModified(true);
-        c.updateTitle();
-    }
+    if (c.project().apply(s))
+        c.markModified();
     return format == Format::Csv ? ExportCsv(path, c.store(), c.symbols()) : ExportRaw(path, c.store(), c.symbols());
 }
 

@@ -341,6 +341,10 @@ void MainWindow::setUpGraph()
     connect(m_toolBar, &ToolBar::_SignalRefreshViews, this, &MainWindow::_SignalUpdateTable);
     // The watch table shows the values under the cursor.
     connect(m_graph->graph(), &GraphWidget::CursorChanged, this, &MainWindow::_SignalUpdateTable);
+    connect(m_graph->graph(), &GraphWidget::SymbolSettingsEdited, this, [this] {
+        m_controller.markModified();
+        emit _SignalUpdateTable();
+    });
     connect(m_graph->graph(), &GraphWidget::FrameRateMeasured, this,
             [this](int fps) { m_controller.setMeasuredFrameRate(fps); });
 }

@@ -553,6 +553,7 @@ void GraphWidget::mouseMoveEvent(QMouseEvent* event)
         else
             m_dragSymbol->YOffset += (m_lastMouseY - pos.y()) / 100.0;
         invalidate();
+        emit SymbolSettingsEdited();
     } else {
         if (m_draggingView) {
             switchAutoscrollOff();

@@ -91,6 +91,8 @@ signals:
     // Mouse wheel: -1 zooms in, +1 zooms out (one entry of the tool bar's list).
     void ZoomStepRequested(int step);
     void FrameRateMeasured(int fps);
+    // A zero marker was dragged: the symbol's Y offset changed.
+    void SymbolSettingsEdited();
 
 public slots:
     void _UpdateScreen();

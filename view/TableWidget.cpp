@@ -297,7 +297,7 @@ void TableWidget::_SlotOnItemChanged(QTableWidgetItem* changed)
         return;
     if (changed->column() == kColShow) {
         n->ShowInGraph = changed->checkState() == Qt::Checked;
-        updateViews();
+        settingsEdited();
     } else if (changed->column() == kColYOffset) {
         static const QRegularExpression pattern(QRegularExpression::anchoredPattern(QStringLiteral("[+-]?\\d*")));
         const QString text = changed->text();
@@ -308,7 +308,7 @@ void TableWidget::_SlotOnItemChanged(QTableWidgetItem* changed)
                 value = 0.0;  // "", "+" and "-" stand for 0
             if (std::fabs(value - n->YOffset) >= 0.01) {
                 n->YOffset = value;
-                updateViews();
+                settingsEdited();
                 return;
             }
         }
@@ -335,7 +335,7 @@ void TableWidget::_SlotOnColorBtnClicked()
                         static_cast<std::uint8_t>(chosen.blue()), 255};
     n->HasGraphColor = true;
     paintColorButton(button, *n);
-    updateViews();
+    settingsEdited();
 }
 
 void TableWidget::_SlotOnAddBtnClicked() { emit _SignalShowSymbolSelection(); }
@@ -381,7 +381,7 @@ void TableWidget::_SlotOnReleasedShowHide()
 {
     if (Node* n = selectedSymbol()) {
         n->ShowInGraph = !n->ShowInGraph;
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -389,7 +389,7 @@ void TableWidget::_SlotOnReleasedYOffsetUp()
 {
     if (Node* n = selectedSymbol()) {
         n->YOffset += 0.5;
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -397,7 +397,7 @@ void TableWidget::_SlotOnReleasedYOffsetDown()
 {
     if (Node* n = selectedSymbol()) {
         n->YOffset -= 0.5;
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -405,7 +405,7 @@ void TableWidget::_SlotOnReleasedYResUp()
 {
     if (Node* n = selectedSymbol()) {
         n->YResolution = scale::stepUp(n->YResolution, std::uint64_t{n->YResolution} + 1);
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -414,7 +414,7 @@ void TableWidget::_SlotOnReleasedYResDown()
     if (Node* n = selectedSymbol()) {
         if (n->YResolution > 0)
             n->YResolution = scale::stepDown(n->YResolution, n->YResolution - 1);
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -424,7 +424,7 @@ void TableWidget::_SlotOnReleasedDrawLine()
         // The menu entry toggles from its shown state: checked means lines.
         const bool lineNow = n->DrawStyle == 0 || n->DrawStyle == 2;
         n->DrawStyle = lineNow ? 1 : 0;
-        updateViews();
+        settingsEdited();
     }
 }
 
@@ -444,11 +444,17 @@ void TableWidget::_SlotOnReleasedRemoveSymbol()
         s.TriggerSymbol = nullptr;
         m_controller.project().apply(s);
     }
-    m_controller.project().setModified(true);
+    m_controller.markModified();
     n->TableRow = nullptr;
-    m_controller.updateTitle();
     rebuild();
     emit _SignalUpdateViews();
+}
+
+void TableWidget::settingsEdited()
+{
+    // A symbol's display settings are saved with the project.
+    m_controller.markModified();
+    updateViews();
 }
 
 void TableWidget::updateViews()

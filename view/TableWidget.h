@@ -102,6 +102,8 @@ private:
     void widenLiveColumns();
     // Every action ends here: this table and the other views show the change.
     void updateViews();
+    // An edit of a symbol's display settings: marks the project, then updateViews().
+    void settingsEdited();
 
     Controller& m_controller;
     CursorRecord m_cursorRecord;

@@ -377,9 +377,11 @@ TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
     Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
     w->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+    QSignalSpy edited(w.get(), &GraphWidget::SymbolSettingsEdited);
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(5, 300));
     QTest::mouseMove(w.get(), QPoint(5, 200));
     EXPECT_DOUBLE_EQ(a->YOffset, 1.0);
+    EXPECT_EQ(edited.count(), 1) << "the project is told of the new offset";
     QTest::mouseMove(w.get(), QPoint(5, 0));
     EXPECT_DOUBLE_EQ(a->YOffset, 3.0);  // zero line at the top edge of the grid
     QTest::mouseMove(w.get(), QPoint(5, -150));
@@ -391,10 +393,12 @@ TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
     a->YOffset = 4;
     w->update();
     const double before = a->YOffset;
+    edited.clear();
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(500, 400));
     QTest::mouseMove(w.get(), QPoint(500, 300));
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(500, 300));
     EXPECT_DOUBLE_EQ(a->YOffset, before);
+    EXPECT_EQ(edited.count(), 0);
     // Its tip at (5, 0) grabs it.
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(7, 3));
     QTest::mouseMove(w.get(), QPoint(7, 103));

@@ -242,9 +242,11 @@ TEST_F(WatchTableTest, YOffsetCellTakesSignedWholeNumbersOnly)
     QTableWidgetItem* offset = table->item(0, TableWidget::kColYOffset);
     QSignalSpy views(table.get(), &TableWidget::_SignalUpdateViews);
 
+    EXPECT_FALSE(ctl->project().isModified());
     offset->setText("3");
     EXPECT_DOUBLE_EQ(n->YOffset, 3.0);
     EXPECT_EQ(views.count(), 1);
+    EXPECT_TRUE(ctl->project().isModified()) << "the project file holds the offset";
 
     offset->setText("1.5");
     EXPECT_DOUBLE_EQ(n->YOffset, 3.0) << "a fraction does not match";
@@ -314,6 +316,22 @@ TEST_F(WatchTableTest, OffsetActionsMoveByHalfADivision)
     table->_SlotOnReleasedYOffsetDown();
     EXPECT_DOUBLE_EQ(n->YOffset, 0.5);
     EXPECT_EQ(cell(0, TableWidget::kColYOffset), "0.5");
+
+    // Every menu edit is a change to the project; a menu without a row changes nothing.
+    const std::pair<const char*, void (TableWidget::*)()> edits[] = {
+        {"show", &TableWidget::_SlotOnReleasedShowHide},     {"offset up", &TableWidget::_SlotOnReleasedYOffsetUp},
+        {"offset down", &TableWidget::_SlotOnReleasedYOffsetDown}, {"resolution up", &TableWidget::_SlotOnReleasedYResUp},
+        {"resolution down", &TableWidget::_SlotOnReleasedYResDown}, {"draw line", &TableWidget::_SlotOnReleasedDrawLine},
+    };
+    for (const auto& [name, slot] : edits) {
+        ctl->project().setModified(false);
+        (table.get()->*slot)();
+        EXPECT_TRUE(ctl->project().isModified()) << name;
+    }
+    table->clearSelection();
+    ctl->project().setModified(false);
+    table->_SlotOnReleasedYOffsetUp();
+    EXPECT_FALSE(ctl->project().isModified());
 }
 
 // --- show, draw style, context menu ------------------------------------------------
