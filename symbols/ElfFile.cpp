@@ -202,6 +202,9 @@ private:
     int m_addressSize = 4;
     int m_offsetSize = 4;
     std::uint32_t m_unit = 0;
+    // Offset of the DIE read last in the current unit; DIEs come in file order.
+    Dwarf_Off m_lastOffset = 0;
+    bool m_haveLast = false;
     bool m_failed = false;
     struct PendingSig {
         std::uint32_t die;
@@ -470,6 +473,14 @@ std::uint32_t Loader::record(Dwarf_Die die, Scopes& scopes, bool& ok)
         ok = false;
         return kNoDie;
     }
+    // An offset that does not grow means a damaged sibling link has turned
+    // the walk back on itself: the unit is broken, not endless.
+    if (m_haveLast && off <= m_lastOffset) {
+        ok = false;
+        return kNoDie;
+    }
+    m_lastOffset = off;
+    m_haveLast = true;
     d.tag = tag;
     d.offset = m_isInfo ? off : (off | kTypesSection);
     d.unit = m_unit;
@@ -666,6 +677,7 @@ long Loader::walkSection(bool isInfo, LoadStatistics& stats, long& linesMs)
         unit.version = version;
         unit.typeUnit = typeUnit;
         m_unit = static_cast<std::uint32_t>(m_info.m_units.size());
+        m_haveLast = false;
         bool ok = dwarf_siblingof_b(m_dbg, nullptr, isInfo, &cuDie, &err) == DW_DLV_OK;
         drop(err);
         if (ok) {

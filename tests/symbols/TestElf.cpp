@@ -42,22 +42,33 @@ std::uint16_t u16(const std::vector<unsigned char>& b, std::size_t off)
 }
 }  // namespace
 
-std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset)
+bool findSection(const std::vector<unsigned char>& image, const char* wanted, std::size_t& offset, std::size_t& size)
 {
-    std::vector<std::size_t> units;
+    if (image.size() < 52)
+        return false;
     const std::uint32_t shoff = u32(image, 32);
     const std::uint16_t shentsize = u16(image, 46), shnum = u16(image, 48), shstrndx = u16(image, 50);
     const std::size_t strtab = u32(image, shoff + shstrndx * shentsize + 16);
     for (std::uint16_t i = 0; i < shnum; ++i) {
         const std::size_t sh = shoff + i * shentsize;
         const char* name = reinterpret_cast<const char*>(image.data() + strtab + u32(image, sh));
-        if (std::strcmp(name, ".debug_info") != 0)
+        if (std::strcmp(name, wanted) != 0)
             continue;
-        sectionOffset = u32(image, sh + 16);
-        const std::size_t size = u32(image, sh + 20);
-        for (std::size_t off = 0; off + 4 <= size; off += 4 + u32(image, sectionOffset + off))
-            units.push_back(off);
+        offset = u32(image, sh + 16);
+        size = u32(image, sh + 20);
+        return true;
     }
+    return false;
+}
+
+std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset)
+{
+    std::vector<std::size_t> units;
+    std::size_t size = 0;
+    if (!findSection(image, ".debug_info", sectionOffset, size))
+        return units;
+    for (std::size_t off = 0; off + 4 <= size; off += 4 + u32(image, sectionOffset + off))
+        units.push_back(off);
     return units;
 }
 

@@ -1,0 +1,156 @@
+// Damaged ELF files, made by corrupting real firmware at random places with a
+// fixed seed: every one either loads or is refused with an error, never
+// crashes, and a tree that loads can be walked. (Before the loader checked
+// that DIE offsets grow, a damaged sibling link made it loop until memory ran
+// out.)
+#include "TestElf.h"
+
+#include "app/Report.h"
+#include "symbols/SymbolDatabase.h"
+#include "tests/app/TestBridge.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+#include <sys/resource.h>
+
+namespace {
+
+struct Walk {
+    std::size_t nodes = 0;
+    std::size_t leaves = 0;
+};
+
+void walk(const Node* n, Walk& w)
+{
+    for (; n; n = n->Next) {
+        ++w.nodes;
+        if (n->IsLeaf)
+            ++w.leaves;
+        walk(n->Children, w);
+    }
+}
+
+// Parses `bytes` as a file; a result of 0 must come with a tree, any other without.
+void parsesOrRefuses(const std::vector<unsigned char>& bytes, const std::string& what)
+{
+    testelf::ErrorCapture errors;  // the damaged files report through the handler, not to the user
+    SymbolDatabase db;
+    const int result = db.parseElf(testelf::writeTemp("malformed.elf", bytes), false, nullptr);
+    if (result != 0) {
+        EXPECT_EQ(db.tree(), nullptr) << what;
+        return;
+    }
+    ASSERT_NE(db.tree(), nullptr) << what;
+    Walk w;
+    for (const Node* f : db.tree()->files)
+        walk(f->Children, w);
+    EXPECT_LE(w.leaves, w.nodes) << what;
+}
+
+// Parses `path` with 300 MB of address space beyond what the process already
+// maps; 0 when the parse fails, leaves no tree and says why once.
+int parseUnderTightLimit(const std::string& path)
+{
+    long pages = 0;
+    if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(statm, "%ld", &pages) != 1)
+            pages = 0;
+        std::fclose(statm);
+    }
+    const rlim_t limit = static_cast<rlim_t>(pages) * 4096 + (rlim_t{300} << 20);
+    const rlimit address{limit, limit};
+    setrlimit(RLIMIT_AS, &address);
+    TestBridge bridge;
+    report::setBridge(&bridge);
+    SymbolDatabase db;
+    const int result = db.parseElf(path, false, &bridge);
+    const auto boxes = bridge.shown();
+    return result == -1 && db.tree() == nullptr && boxes.size() == 1 && boxes[0].text == "Insufficient memory!" ? 0 : 1;
+}
+
+}  // namespace
+
+TEST(MalformedElf, CorruptedSectionsLoadOrFailButNeverCrash)
+{
+    std::mt19937 random(20261122);
+    for (const char* image : {"shapes_c_dwarf4_O0.elf", "shapes_cpp_dwarf5_Os.elf", "shapes_c_newlib.elf"}) {
+        const std::vector<unsigned char> original = testelf::readBytes(testelf::corpus(image));
+        ASSERT_FALSE(original.empty()) << image;
+        for (const char* section : {".debug_info", ".debug_abbrev", ".debug_line", ".debug_str", ".debug_addr",
+                                    ".debug_line_str", ".symtab"}) {
+            std::size_t offset = 0, size = 0;
+            if (!testelf::findSection(original, section, offset, size) || size == 0)
+                continue;
+            for (int round = 0; round < 40; ++round) {
+                std::vector<unsigned char> bytes = original;
+                const int flips = 1 + static_cast<int>(random() % 8);
+                for (int k = 0; k < flips; ++k) {
+                    const std::size_t at = offset + random() % size;
+                    // Small numbers, all bits set, or noise: each trips a different check.
+                    const unsigned kind = random() % 3;
+                    bytes[at] = kind == 0 ? static_cast<unsigned char>(random() % 4)
+                                : kind == 1 ? 0xFF
+                                            : static_cast<unsigned char>(random());
+                }
+                parsesOrRefuses(bytes, std::string(image) + " " + section + " round " + std::to_string(round));
+            }
+        }
+    }
+}
+
+TEST(MalformedElf, HeadersAndTruncationsLoadOrFailButNeverCrash)
+{
+    std::mt19937 random(7);
+    const std::vector<unsigned char> original = testelf::readBytes(testelf::corpus("shapes_c_dwarf5_O0.elf"));
+    ASSERT_GT(original.size(), 52u);
+    // Every byte of the ELF header, set to a few telling values.
+    for (std::size_t at = 0; at < 52; ++at)
+        for (const unsigned char value : {0x00, 0x01, 0x7F, 0xFF}) {
+            std::vector<unsigned char> bytes = original;
+            bytes[at] = value;
+            parsesOrRefuses(bytes, "header byte " + std::to_string(at) + " = " + std::to_string(value));
+        }
+    // The section header table, damaged at random.
+    std::size_t shoff = 0;
+    std::memcpy(&shoff, original.data() + 32, 4);
+    for (int round = 0; round < 60 && shoff < original.size(); ++round) {
+        std::vector<unsigned char> bytes = original;
+        bytes[shoff + random() % (original.size() - shoff)] = static_cast<unsigned char>(random());
+        parsesOrRefuses(bytes, "section header round " + std::to_string(round));
+    }
+    // Cut at random lengths.
+    for (int round = 0; round < 40; ++round) {
+        const std::size_t length = random() % original.size();
+        parsesOrRefuses({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)},
+                        "cut at " + std::to_string(length));
+    }
+}
+
+// Memory running out during a parse (here a tree of one and a half million nodes,
+// about 430 MB, under a tight address-space limit) is reported, leaves no
+// tree and ends nothing.
+TEST(OutOfMemory, AParseThatRunsOutIsReportedAndLeavesNoTree)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer reserves more address space than the limit allows";
+#else
+    const std::string huge = testelf::corpus("huge.elf");
+    ASSERT_FALSE(testelf::readBytes(huge).empty());
+    EXPECT_EXIT(std::exit(parseUnderTightLimit(huge)), ::testing::ExitedWithCode(0), "");
+    // Without the limit the same file loads, every element a node.
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(huge, false, nullptr), 0);
+    ASSERT_EQ(db.tree()->files.size(), 1u);
+    const Node* buffer = db.tree()->files[0]->Children;
+    ASSERT_NE(buffer, nullptr);
+    std::size_t elements = 0;
+    for (const Node* e = buffer->Children; e; e = e->Next)
+        ++elements;
+    EXPECT_EQ(elements, 1500000u);
+#endif
+}
