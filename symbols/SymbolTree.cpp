@@ -13,9 +13,6 @@ namespace {
 
 constexpr std::uint16_t kTagMember = 0x0d;
 constexpr std::uint16_t kTagInheritance = 0x1c;
-// An array with more elements than this is left unexpanded: a damaged file
-// must not make the tree eat all memory.
-constexpr std::uint64_t kMaxElements = 1ull << 22;
 
 bool isRecord(std::uint32_t tag) { return tag == kTagStruct || tag == kTagUnion || tag == kTagClass; }
 
@@ -131,8 +128,8 @@ bool matches(const Node& a, const Node& b)
            text::equalsFolded(a.NameWithParents, b.NameWithParents) && text::equalsFolded(a.Type, b.Type);
 }
 
-Builder::Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled)
-    : m_info(info), m_arena(arena), m_hook(std::move(onFilled))
+Builder::Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled, TreeLimits limits)
+    : m_info(info), m_arena(arena), m_hook(std::move(onFilled)), m_limits(limits)
 {
 }
 
@@ -195,13 +192,14 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
         node.IsArray = true;
         node.Dimensions = m_info.dimensions(*type);
         node.NumDimensions = static_cast<std::uint32_t>(node.Dimensions.size());
-        std::uint64_t total = 1;
-        for (std::uint32_t n : node.Dimensions)
-            total = std::min<std::uint64_t>(total * n, kMaxElements + 1);
         const elf::Die* element = m_info.find(type->typeRef);
-        if (total > kMaxElements) {
-            Log::instance().line("Array %s with more than %llu elements is not expanded", node.Name.c_str(),
-                                 static_cast<unsigned long long>(kMaxElements));
+        const std::uint64_t added = nodesBelow(type, depth);
+        if (added > m_limits.arrayNodes) {
+            Log::instance().line("Array %s is not expanded: it would take more than %llu tree nodes", node.Name.c_str(),
+                                 static_cast<unsigned long long>(m_limits.arrayNodes));
+        } else if (m_nodes + added > m_limits.treeNodes) {
+            Log::instance().line("Array %s is not expanded: the symbol tree would grow past %llu nodes", node.Name.c_str(),
+                                 static_cast<unsigned long long>(m_limits.treeNodes));
         } else if (element && !node.Dimensions.empty()) {
             const std::uint32_t elementSize = m_info.byteSize(m_info.resolvedType(*element));
             expand(node.Dimensions, 0, depth, element, elementSize, node);
@@ -211,6 +209,36 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
     classify(node);
     if (m_hook)
         m_hook(node);
+}
+
+std::uint64_t Builder::nodesBelow(const elf::Die* type, std::uint32_t depth)
+{
+    // Counts what fill() and expand() would create, stopping just past the
+    // array limit; memoised per type and depth, since every element of an
+    // array of structures asks again.
+    const std::uint64_t cap = m_limits.arrayNodes + 1;
+    if (!type || depth >= kMaxDepth || type->tag == kTagSubprogram)
+        return 0;
+    const auto key = std::make_pair(type, depth);
+    if (const auto it = m_below.find(key); it != m_below.end())
+        return it->second;
+    const auto add = [&](std::uint64_t a, std::uint64_t b) { return std::min(a + b, cap); };
+    const auto times = [&](std::uint64_t a, std::uint64_t b) { return b != 0 && a > cap / b ? cap : std::min(a * b, cap); };
+    std::uint64_t count = 0;
+    if (isRecord(type->tag)) {
+        for (const elf::Die* c = m_info.child(*type); c && count < cap; c = m_info.sibling(*c))
+            if ((c->tag == kTagMember && !c->declaration) || (type->tag == kTagClass && c->tag == kTagInheritance))
+                count = add(count, 1 + nodesBelow(m_info.resolvedType(*c), depth + 1));
+    } else if (type->tag == kTagArray) {
+        const std::vector<std::uint32_t> dims = m_info.dimensions(*type);
+        const elf::Die* element = m_info.find(type->typeRef);
+        // Innermost first: an element's own subtree, then one level of indexes at a time.
+        count = element ? nodesBelow(m_info.resolvedType(*element), depth + static_cast<std::uint32_t>(dims.size())) : 0;
+        for (std::size_t k = dims.size(); k-- > 0;)
+            count = times(dims[k], 1 + count);
+    }
+    m_below.emplace(key, count);
+    return count;
 }
 
 void Builder::expand(const std::vector<std::uint32_t>& dims, std::size_t dim, std::uint32_t depth, const elf::Die* element,

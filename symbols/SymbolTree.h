@@ -4,8 +4,11 @@
 
 #include "symbols/Node.h"
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace elf {
 class DebugInfo;
@@ -26,12 +29,21 @@ std::string nameWithParents(const Node& node);
 // True when File, Name, NameWithParents and Type are equal, folding A-Z.
 bool matches(const Node& a, const Node& b);
 
+// An array whose expansion would add more than `arrayNodes` nodes is left
+// unexpanded, and so is any array once the tree would pass `treeNodes`: a
+// damaged file, or a huge buffer of structures in external memory, must not
+// make the tree eat all memory (a node takes about 300 bytes).
+struct TreeLimits {
+    std::uint64_t arrayNodes = std::uint64_t{1} << 22;
+    std::uint64_t treeNodes = std::uint64_t{1} << 23;
+};
+
 // Fills nodes from the walk. `onFilled` sees every node once it is filled and
 // classified (the matching hook).
 class Builder {
 public:
     using Hook = std::function<void(Node&)>;
-    Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled);
+    Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled, TreeLimits limits = {});
 
     void fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32_t depth, bool nameSet);
     std::size_t nodes() const { return m_nodes; }
@@ -40,11 +52,15 @@ private:
     Node& addChild(Node& parent);
     void expand(const std::vector<std::uint32_t>& dims, std::size_t dim, std::uint32_t depth, const elf::Die* element,
                 std::uint32_t elementSize, Node& node);
+    // Nodes that filling an object of `type` at `depth` adds below it.
+    std::uint64_t nodesBelow(const elf::Die* type, std::uint32_t depth);
 
     const elf::DebugInfo& m_info;
     NodeArena& m_arena;
     Hook m_hook;
+    TreeLimits m_limits;
     std::size_t m_nodes = 0;
+    std::map<std::pair<const elf::Die*, std::uint32_t>, std::uint64_t> m_below;
 };
 
 }  // namespace symtree

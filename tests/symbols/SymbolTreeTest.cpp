@@ -414,3 +414,60 @@ TEST(SymbolTree, HookSeesEveryFilledNodeOnce)
     f.fill(f.variable("m", f.array(i32, {2, 2}), 0), [&](Node& n) { seen.push_back(n.NameWithParents); });
     EXPECT_EQ(seen, (std::vector<std::string>{"m[0][0]", "m[0][1]", "m[0]", "m[1][0]", "m[1][1]", "m[1]", "m"}));
 }
+
+namespace {
+std::size_t countBelow(const Node* n)
+{
+    std::size_t count = 0;
+    for (const Node* c = n->Children; c; c = c->Next)
+        count += 1 + countBelow(c);
+    return count;
+}
+}  // namespace
+
+// The node limits count what an expansion would add (elements, their
+// members, the index levels), not just elements.
+TEST(SymbolTree, ArraysTooBigForTheTreeStayUnexpanded)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto pair = f.record(kTagStruct, "pair", 8);
+    f.member(pair, "a", i32, 0);
+    f.member(pair, "b", i32, 4);
+    const auto small = f.variable("small", f.array(pair, {3, 2}), 0x100);  // 3 + 6 + 12 = 21 nodes below
+    const auto wide = f.variable("wide", f.array(pair, {10}), 0x200);      // 10 elements, 30 nodes
+    const auto flat = f.variable("flat", f.array(i32, {30}), 0x300);       // 30 nodes
+    const auto more = f.variable("more", f.array(i32, {30}), 0x400);
+
+    symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{29, 60});
+    const auto fill = [&](std::uint32_t var) {
+        Node* n = f.arena.create();
+        builder.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
+        return n;
+    };
+    const Node* s = fill(small);
+    EXPECT_EQ(countBelow(s), 21u);
+    EXPECT_NE(findPath(s, "small[2][1].b"), nullptr);
+    // 30 nodes are over the array limit of 29, though only 10 elements.
+    const Node* w = fill(wide);
+    EXPECT_EQ(w->Children, nullptr);
+    EXPECT_EQ(w->Dimensions, (std::vector<std::uint32_t>{10}));
+    EXPECT_EQ(w->NameWithParents, "wide");
+    EXPECT_EQ(countBelow(fill(flat)), 0u) << "30 is over the array limit of 29 too";
+    // Within an array limit of 30, the second array of 30 would pass the tree's 59.
+    symtree::Builder roomy(f.info, f.arena, {}, symtree::TreeLimits{30, 59});
+    const auto fillRoomy = [&](std::uint32_t var) {
+        Node* n = f.arena.create();
+        roomy.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
+        return n;
+    };
+    EXPECT_EQ(countBelow(fillRoomy(flat)), 30u);
+    EXPECT_EQ(countBelow(fillRoomy(more)), 0u);
+    EXPECT_EQ(roomy.nodes(), 30u);
+
+    // Sizes that overflow any product are refused, not wrapped.
+    FakeDwarf g;
+    const auto c = g.base("char", 1, 8);
+    const Node* huge = g.fill(g.variable("huge", g.array(c, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}), 0));
+    EXPECT_EQ(huge->Children, nullptr);
+}
