@@ -86,19 +86,9 @@ void SymbolDatabase::retire(std::unique_ptr<SymbolTree> old)
         m_detached.push_back(std::move(old));
 }
 
-int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge)
+std::unique_ptr<SymbolTree> SymbolDatabase::buildTree(const elf::DebugInfo& info, Bridge* bridge)
 {
-    m_matched.clear();
-    std::unique_ptr<SymbolTree> old = std::move(m_tree);
-
-    elf::FilePtr file(elf::open(path, false));
-    if (!file) {
-        report::error("Could not open ELF file!");
-        retire(std::move(old));
-        return -1;
-    }
     auto tree = std::make_unique<SymbolTree>();
-    const elf::DebugInfo& info = file->debugInfo();
     const auto& globals = info.globals();
     const int limit = static_cast<int>(globals.size());
     if (bridge)
@@ -141,6 +131,35 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
     }
     if (bridge)
         bridge->progress(limit, "Parsing ELF file ...", kProgressEnd, limit);
+    return tree;
+}
+
+int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge)
+{
+    m_matched.clear();
+    std::unique_ptr<SymbolTree> old = std::move(m_tree);
+
+    elf::FilePtr file;
+    std::unique_ptr<SymbolTree> tree;
+    try {
+        file.reset(elf::open(path, false));
+        if (file)
+            tree = buildTree(file->debugInfo(), bridge);
+    } catch (const std::bad_alloc&) {
+        // A file too big for this machine's memory leaves no tree, not no program.
+        m_matched.clear();
+        tree.reset();
+        if (bridge)
+            bridge->progress(0, "Parsing ELF file ...", kProgressEnd, 0);
+        report::error("Insufficient memory!");
+        retire(std::move(old));
+        return -1;
+    }
+    if (!file) {
+        report::error("Could not open ELF file!");
+        retire(std::move(old));
+        return -1;
+    }
 
     m_tree = std::move(tree);
     std::error_code ec;

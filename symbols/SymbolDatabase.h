@@ -12,6 +12,9 @@
 #include <vector>
 
 class Bridge;
+namespace elf {
+class DebugInfo;
+}
 
 // Storage of a tree's nodes: nodes never move, the arena frees them together.
 // Nodes come in chunks, as one allocation per node dominated parse time.
@@ -74,6 +77,9 @@ public:
     const std::vector<Node*>& matched() const { return m_matched; }
 
 private:
+    // The tree of the walk's global variables; throws std::bad_alloc when
+    // memory runs out.
+    std::unique_ptr<SymbolTree> buildTree(const elf::DebugInfo& info, Bridge* bridge);
     // Frees a replaced tree unless selected symbols still point into it.
     void retire(std::unique_ptr<SymbolTree> old);
 
