@@ -17,9 +17,26 @@ std::vector<unsigned char> readBytes(const std::string& path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+namespace {
+// The test program's own folder for written files, removed when it ends
+// (by the process that made it: a death test's child exits too).
+struct TempFolder {
+    pid_t owner = ::getpid();
+    std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("plotvik-symbols-" + std::to_string(owner));
+    ~TempFolder()
+    {
+        std::error_code ec;
+        if (::getpid() == owner)
+            std::filesystem::remove_all(path, ec);
+    }
+};
+}  // namespace
+
 std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes)
 {
-    const auto dir = std::filesystem::temp_directory_path() / ("plotvik-symbols-" + std::to_string(::getpid()));
+    static TempFolder folder;
+    const auto& dir = folder.path;
     std::filesystem::create_directories(dir);
     const std::string path = (dir / name).string();
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
