@@ -1,4 +1,5 @@
 #include "SimTestSupport.h"
+#include "tests/TempFolder.h"
 
 #include <chrono>
 #include <filesystem>
@@ -11,9 +12,7 @@ namespace simtest {
 std::string writeScript(const std::string& name, const std::string& text)
 {
     namespace fs = std::filesystem;
-    const fs::path dir = fs::temp_directory_path() / ("plotvik-sim-" + std::to_string(::getpid()));
-    fs::create_directories(dir);
-    const fs::path p = dir / name;
+    const fs::path p = testtemp::folder() / name;
     std::ofstream(p) << text;
     return p.string();
 }

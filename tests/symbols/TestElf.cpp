@@ -1,4 +1,5 @@
 #include "TestElf.h"
+#include "tests/TempFolder.h"
 
 #include <unistd.h>
 
@@ -17,27 +18,9 @@ std::vector<unsigned char> readBytes(const std::string& path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-namespace {
-// The test program's own folder for written files, removed when it ends
-// (by the process that made it: a death test's child exits too).
-struct TempFolder {
-    pid_t owner = ::getpid();
-    std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("plotvik-symbols-" + std::to_string(owner));
-    ~TempFolder()
-    {
-        std::error_code ec;
-        if (::getpid() == owner)
-            std::filesystem::remove_all(path, ec);
-    }
-};
-}  // namespace
-
 std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes)
 {
-    static TempFolder folder;
-    const auto& dir = folder.path;
-    std::filesystem::create_directories(dir);
+    const auto& dir = testtemp::folder();
     const std::string path = (dir / name).string();
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
