@@ -34,16 +34,6 @@ DIALOG_CustMsgBox* visibleBox()
     return nullptr;
 }
 
-bool pumpUntil(const std::function<bool()>& pred, int ms = 5000)
-{
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (pred())
-            return true;
-        QTest::qWait(5);
-    }
-    return pred();
-}
-
 class MainWindowTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -52,7 +42,7 @@ protected:
         window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         // Start-up has run once the initialisation job's refresh came through.
-        ASSERT_TRUE(pumpUntil([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
     }
     void TearDown() override
     {
@@ -121,7 +111,7 @@ TEST_F(MainWindowTest, WorkerMessageBoxBlocksUntilAnsweredOnInterfaceThread)
         result = window->messageBox(r).result;
         returned = true;
     });
-    const bool done = pumpUntil([&] { return returned.load(); });
+    const bool done = QTest::qWaitFor([&] { return returned.load(); });
     worker.join();
     ASSERT_TRUE(done);
     EXPECT_TRUE(blockedWhileShown);
@@ -162,16 +152,16 @@ TEST_F(MainWindowTest, WorkerProgressDrivesTheProgressDialog)
         window->progress(200, "", kProgressEnd, 0);
         step = 3;
     });
-    ASSERT_TRUE(pumpUntil([&] { return step.load() == 1; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return step.load() == 1; }));
     EXPECT_TRUE(dialog->isVisible());
     EXPECT_EQ(dialog->labelText(), "Parsing ELF file ...");
     EXPECT_EQ(dialog->maximum(), 200);
     go = true;
-    ASSERT_TRUE(pumpUntil([&] { return step.load() == 2; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return step.load() == 2; }));
     EXPECT_EQ(dialog->value(), 150);
     EXPECT_TRUE(dialog->isVisible());
     go = false;
-    ASSERT_TRUE(pumpUntil([&] { return step.load() == 3; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return step.load() == 3; }));
     worker.join();
     EXPECT_FALSE(dialog->isVisible());
 }

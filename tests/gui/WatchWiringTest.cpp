@@ -33,16 +33,6 @@
 
 namespace {
 
-bool pumpUntil(const std::function<bool()>& pred, int ms = 5000)
-{
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (pred())
-            return true;
-        QTest::qWait(5);
-    }
-    return pred();
-}
-
 // Acts on the first visible top-level widget of type T once it shows, from
 // inside the modal loop that shows it.
 template <typename T>
@@ -82,7 +72,7 @@ protected:
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        ASSERT_TRUE(pumpUntil([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
         table = window->watchTable();
         ASSERT_NE(table, nullptr);
     }
@@ -181,7 +171,7 @@ TEST_F(WatchWiringTest, ANewSelectionGetsColoursAndRows)
     ctl->symbols().setSelected(list);
     std::thread worker([&] { window->assignColors(); });
     worker.join();
-    ASSERT_TRUE(pumpUntil([&] { return table->symbolRowCount() == 4; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return table->symbolRowCount() == 4; }));
     EXPECT_TRUE(extra->HasGraphColor);
 }
 
@@ -279,7 +269,7 @@ TEST_F(WatchWiringTest, ExportRawAndImportItAgain)
     importRaw->setEnabled(true);
     importRaw->trigger();
     ASSERT_TRUE(ctl->waitForQueue(5000));
-    ASSERT_TRUE(pumpUntil([&] { return cell(0, TableWidget::kColMax) != "N/A"; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return cell(0, TableWidget::kColMax) != "N/A"; }));
     EXPECT_EQ(ctl->store().recordCount(), recorded - 1) << "the export leaves out the newest record";
     EXPECT_EQ(cell(1, TableWidget::kColMax), QString::number(200 + recorded - 1));
 }

@@ -27,16 +27,6 @@
 
 namespace {
 
-bool pumpUntil(const std::function<bool()>& pred, int ms = 5000)
-{
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (pred())
-            return true;
-        QTest::qWait(5);
-    }
-    return pred();
-}
-
 SymbolSelection* openDialog()
 {
     for (QWidget* w : QApplication::topLevelWidgets())
@@ -509,7 +499,7 @@ TEST(SymbolSelectionWindow, OpensFromTheMainWindowWithTheWorkerParked)
     JobEngine engine;
     auto ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
     auto window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
-    ASSERT_TRUE(pumpUntil([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }));
     ASSERT_TRUE(ctl->waitForQueue(5000));
 
     // The dialog is modal: it is looked at from a timer inside its own loop.
@@ -534,7 +524,7 @@ TEST(SymbolSelectionWindow, OpensFromTheMainWindowWithTheWorkerParked)
     });
     probe.start();
     window->showSymbolSelection();  // as a job or the watch table's button asks
-    ASSERT_TRUE(pumpUntil([&] { return seen && openDialog() == nullptr; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return seen && openDialog() == nullptr; }));
     EXPECT_EQ(title, "Select Symbols");
     EXPECT_TRUE(parked);
     EXPECT_TRUE(secondDropped);

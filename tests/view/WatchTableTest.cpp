@@ -26,16 +26,6 @@
 
 namespace {
 
-bool pumpUntil(const std::function<bool()>& pred, int ms = 5000)
-{
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (pred())
-            return true;
-        QTest::qWait(5);
-    }
-    return pred();
-}
-
 class WatchTableTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -299,7 +289,7 @@ TEST_F(WatchTableTest, YOffsetIsTypedIntoTheCellEditor)
     QTest::keyClicks(editor, "-4");
     QTest::keyClick(editor, Qt::Key_Return);
     // The delegate commits from the event loop.
-    EXPECT_TRUE(pumpUntil([&] { return n->YOffset != 0.0; }, 1000));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return n->YOffset != 0.0; }, 1000));
     EXPECT_DOUBLE_EQ(n->YOffset, -4.0);
     EXPECT_EQ(offset->text(), "-4");
 }
@@ -557,7 +547,7 @@ TEST_F(WatchTableTest, WhileSamplingTheAddButtonAndRemovalAreOff)
     Node* n = addSymbol("counter", 4, kTypeU32);
     show();
     ASSERT_EQ(ctl->postStartReading(), 0);
-    ASSERT_TRUE(pumpUntil([&] { return ctl->samplingRunning() && ctl->store().recordCount() > 6; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning() && ctl->store().recordCount() > 6; }));
     table->_SlotOnUpdateTable();
     EXPECT_FALSE(table->addButton()->isEnabled());
     selectRow(0);
