@@ -148,7 +148,6 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
     } catch (const std::bad_alloc&) {
         // A file too big for this machine's memory leaves no tree, not no program.
         m_matched.clear();
-        tree.reset();
         if (bridge)
             bridge->progress(0, "Parsing ELF file ...", kProgressEnd, 0);
         report::error("Insufficient memory!");
