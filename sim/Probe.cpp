@@ -9,6 +9,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
 namespace sim {
@@ -55,6 +56,31 @@ std::string libraryDir()
     if (dladdr(reinterpret_cast<void*>(&anchor), &info) == 0 || info.dli_fname == nullptr)
         return {};
     return fs::path(info.dli_fname).parent_path().string();
+}
+
+// Finds the QTX control block (word-aligned) in the ranges: its address, 0 = none.
+uint32_t scanControlBlock(const std::vector<std::pair<uint32_t, uint32_t>>& ranges,
+                          const std::function<bool(uint32_t, void*, uint32_t)>& read)
+{
+    std::vector<uint8_t> mem;
+    for (const auto& [address, size] : ranges) {
+        if (!Target::isMapped(address, size))
+            continue;
+        mem.resize(size);
+        if (!read(address, mem.data(), size))
+            continue;
+        for (uint32_t off = 0; off + kQtxHeader <= size; off += 4) {
+            if (std::memcmp(mem.data() + off, kQtxId, sizeof kQtxId) != 0)
+                continue;
+            uint32_t numUp = 0;
+            uint32_t numDown = 0;
+            std::memcpy(&numUp, mem.data() + off + 16, 4);
+            std::memcpy(&numDown, mem.data() + off + 20, 4);
+            if (numUp <= Probe::kMaxQtxChannels && numDown <= Probe::kMaxQtxChannels)
+                return address + off;
+        }
+    }
+    return 0;
 }
 
 bool exists(const std::string& p)
@@ -135,12 +161,18 @@ void Probe::configJtag(int, int)
 int Probe::execCommand(const char* command, char* error, int errorSize)
 {
     std::string err;
+    std::string answer;
     {
         std::lock_guard lk(m_mutex);
-        err = command != nullptr ? runCommand(command) : "No command given.";
+        if (command != nullptr && lower(trim(command)) == "getbsqstatus")
+            answer = bsqStatus();
+        else
+            err = command != nullptr ? runCommand(command) : "No command given.";
     }
+    // A query answers through the same buffer the errors use, and succeeds.
+    const std::string& text = err.empty() ? answer : err;
     if (error != nullptr && errorSize > 0)
-        std::snprintf(error, static_cast<size_t>(errorSize), "%s", err.c_str());
+        std::snprintf(error, static_cast<size_t>(errorSize), "%s", text.c_str());
     return err.empty() ? 0 : -1;
 }
 
@@ -261,6 +293,7 @@ int Probe::connect()
     cfg.fast = m_script.fast.value_or(false);
     cfg.clockHz = m_script.clockHz.value_or(cfg.clockHz);
     cfg.sliceInstructions = m_script.sliceInstructions.value_or(cfg.sliceInstructions);
+    cfg.dropWhenFull = !cfg.fast || m_script.dropWhenFull.value_or(false);
     auto target = std::make_unique<Target>(cfg, std::move(image));
     if (auto err = target->start(); !err.empty()) {
         m_lastError = err;
@@ -430,6 +463,13 @@ int Probe::bsqRead(void* dst, uint32_t size)
     return static_cast<int>(m_target->bsqRead(static_cast<uint8_t*>(dst), std::min<uint32_t>(size, 0x7FFFFFFF)));
 }
 
+std::string Probe::bsqStatus() const
+{
+    if (!m_target || !m_bsqRunning)
+        return "queued=0 dropped=0";
+    return "queued=" + std::to_string(m_target->bsqQueued()) + " dropped=" + std::to_string(m_target->bsqDropped());
+}
+
 int Probe::bsqStop()
 {
     std::lock_guard lk(m_mutex);
@@ -440,38 +480,25 @@ int Probe::bsqStop()
     return 0;
 }
 
-uint64_t Probe::bsqDropped()
+
+std::vector<std::pair<uint32_t, uint32_t>> Probe::searchRanges() const
 {
-    std::lock_guard lk(m_mutex);
-    return m_target ? m_target->bsqDropped() : 0;
+    auto ranges = m_searchRanges;
+    if (ranges.empty())
+        ranges.emplace_back(Target::kRamBase, Target::kRamSize);
+    return ranges;
 }
 
 bool Probe::findControlBlock()
 {
-    std::vector<std::pair<uint32_t, uint32_t>> ranges = m_searchRanges;
-    if (ranges.empty())
-        ranges.emplace_back(Target::kRamBase, Target::kRamSize);
-    std::vector<uint8_t> mem;
-    for (const auto& [address, size] : ranges) {
-        if (!Target::isMapped(address, size))
-            continue;
-        mem.resize(size);
-        if (!m_target->read(address, mem.data(), size))
-            continue;
-        for (uint32_t off = 0; off + kQtxHeader <= size; off += 4) { // the block is word-aligned
-            if (std::memcmp(mem.data() + off, kQtxId, sizeof kQtxId) != 0)
-                continue;
-            uint32_t numUp = 0;
-            uint32_t numDown = 0;
-            std::memcpy(&numUp, mem.data() + off + 16, 4);
-            std::memcpy(&numDown, mem.data() + off + 20, 4);
-            if (numUp > kMaxQtxChannels || numDown > kMaxQtxChannels)
-                continue;
-            m_cbAddress = address + off;
-            return true;
-        }
-    }
-    return false;
+    m_cbAddress = scanControlBlock(searchRanges(),
+                                   [this](uint32_t address, void* dst, uint32_t size) {
+                                       return m_target->read(address, dst, size);
+                                   });
+    if (m_cbAddress == 0)
+        return false;
+    holdForDrainedChannels();
+    return true;
 }
 
 bool Probe::readChannel(uint32_t index, uint32_t (&words)[7])
@@ -491,9 +518,13 @@ int Probe::qtxControl(uint32_t command, void* arg)
             return -1;
         m_qtxStarted = true;
         m_cbAddress = 0;
+        m_drainedChannels = 0;
+        holdForDrainedChannels();
         return 0;
     case TARVO_QTX_CMD_STOP:
         m_qtxStarted = false;
+        if (m_target)
+            m_target->setReaderHold({});
         return 0;
     case TARVO_QTX_CMD_GETNUMBUF: {
         if (!m_target || !m_qtxStarted)
@@ -575,7 +606,52 @@ int Probe::qtxRead(uint32_t channel, char* dst, uint32_t max)
         result = static_cast<int>(n);
         return true;
     });
+    if (result >= 0 && channel < kMaxQtxChannels && (m_drainedChannels & (1u << channel)) == 0) {
+        m_drainedChannels |= 1u << channel;
+        holdForDrainedChannels();
+    }
+    m_target->readerDone();
     return result;
+}
+
+void Probe::holdForDrainedChannels()
+{
+    // In fast mode the core waits while a channel the program drains is half
+    // full, so the firmware never finds its ring full for lack of host time.
+    // Until the first read every channel counts; after it, channels nobody
+    // reads may fill up and the firmware drops there, as on real hardware.
+    // The hold looks for the control block itself: the firmware may fill its
+    // rings before the program's search finds the block.
+    const uint32_t drained = m_drainedChannels != 0 ? m_drainedChannels : ~0u;
+    m_target->setReaderHold([cb = m_cbAddress, ranges = searchRanges(), drained,
+                             slices = 0u](const Target::Access& mem) mutable {
+        if (cb == 0) {
+            if (slices++ % 16 != 0)
+                return false; // a whole-RAM search on every slice would slow the core down
+            cb = scanControlBlock(ranges, [&mem](uint32_t address, void* dst, uint32_t size) {
+                return mem.read(address, dst, size);
+            });
+            if (cb == 0)
+                return false;
+        }
+        uint32_t numUp = 0;
+        if (!mem.read(cb + 16, &numUp, 4))
+            return false;
+        for (uint32_t i = 0; i < std::min(numUp, kMaxQtxChannels); ++i) {
+            uint32_t ch[7];
+            if ((drained & (1u << i)) == 0 || !mem.read(cb + kQtxHeader + i * kQtxChannelSize, ch, sizeof ch))
+                continue;
+            const uint32_t size = ch[2];
+            const uint32_t wr = ch[3];
+            const uint32_t rd = ch[4];
+            if (size == 0 || wr >= size || rd >= size)
+                continue;
+            const uint32_t used = wr >= rd ? wr - rd : size - rd + wr;
+            if (used >= size / 2)
+                return true;
+        }
+        return false;
+    });
 }
 
 } // namespace sim

@@ -57,18 +57,19 @@ public:
     int bsqRead(void* dst, uint32_t size);
     int bsqStop();
 
-    // For diagnosis and the benchmark: records dropped by the BSQ FIFO since its start.
-    uint64_t bsqDropped();
 
 private:
     Probe();
     std::string runCommand(const std::string& command);
+    std::string bsqStatus() const; // "queued=N dropped=M": records waiting and dropped since the start
     std::string resolveScript(const std::string& path) const;
     std::string firmwarePath() const;
     bool readFails(); // fault injection: FailReadAfter
     bool findControlBlock();
+    std::vector<std::pair<uint32_t, uint32_t>> searchRanges() const;
     bool readChannel(uint32_t index, uint32_t (&words)[7]);
     void closeLocked();
+    void holdForDrainedChannels();
 
     std::mutex m_mutex;
     std::string m_libraryDir;
@@ -85,6 +86,7 @@ private:
     bool m_bsqRunning = false;
     bool m_qtxStarted = false;
     uint32_t m_cbAddress = 0; // 0 = control block not found
+    uint32_t m_drainedChannels = 0; // bit per up-channel the program reads
     std::vector<std::pair<uint32_t, uint32_t>> m_searchRanges; // address, size
 };
 

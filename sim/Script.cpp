@@ -96,6 +96,10 @@ std::string parseScript(std::string_view text, const std::string& folder, Script
             if (!parseU32(value, n) || n < 64 || n > 1000000)
                 return where + ": SliceInstructions takes 64 .. 1000000";
             out.sliceInstructions = n;
+        } else if (key == "dropwhenfull") {
+            if (!parseU32(value, n) || n > 1)
+                return where + ": DropWhenFull takes 0 or 1";
+            out.dropWhenFull = n == 1;
         } else {
             return where + ": unknown key \"" + std::string(trim(l.substr(0, eq))) + "\"";
         }
@@ -126,6 +130,8 @@ void mergeScript(Script& base, const Script& top)
         base.fast = top.fast;
     if (top.clockHz)
         base.clockHz = top.clockHz;
+    if (top.dropWhenFull)
+        base.dropWhenFull = top.dropWhenFull;
     if (top.serialNumber)
         base.serialNumber = top.serialNumber;
     if (top.device)

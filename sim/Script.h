@@ -19,6 +19,7 @@ struct Script {
     std::optional<std::string> deviceDialog; // "cancel" or a device name
     std::optional<uint32_t> failReadAfter;
     std::optional<uint32_t> sliceInstructions;
+    std::optional<bool> dropWhenFull; // fast mode: a full BSQ FIFO drops instead of waiting
 };
 
 // Parses script text. `folder` is the folder relative paths are resolved

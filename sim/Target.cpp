@@ -67,6 +67,7 @@ Target::~Target()
         m_halted = true;
     }
     m_runCv.notify_all();
+    wakeReaderWaiter();
     if (m_thread.joinable())
         m_thread.join();
 }
@@ -143,6 +144,7 @@ void Target::halt()
         m_halted = true;
     }
     m_runCv.notify_all();
+    wakeReaderWaiter();
     // Once the engine is ours, the slice in flight has ended and no other starts.
     std::lock_guard engine(m_engineMutex);
 }
@@ -274,8 +276,10 @@ void Target::bsqStart(std::vector<BsqBlock> blocks, uint32_t periodUs, size_t fi
         m_fifoHead = 0;
         m_fifoCount = 0;
         m_fifoDropped = 0;
+        ++m_reads;
+        m_readerCv.notify_all();
     }
-    std::lock_guard engine(m_engineMutex);
+    ProbeSide engine(*this);
     m_blocks = std::move(blocks);
     m_record.assign(recordSize, 0);
     m_periodUs = periodUs;
@@ -291,13 +295,15 @@ void Target::bsqStart(std::vector<BsqBlock> blocks, uint32_t periodUs, size_t fi
 void Target::bsqStop()
 {
     {
-        std::lock_guard engine(m_engineMutex);
+        ProbeSide engine(*this);
         m_bsqOn = false;
         m_blocks.clear();
     }
     std::lock_guard fifo(m_fifoMutex);
     m_fifoHead = 0;
     m_fifoCount = 0;
+    ++m_reads;
+    m_readerCv.notify_all();
 }
 
 uint32_t Target::bsqRead(uint8_t* dst, uint32_t max)
@@ -311,6 +317,8 @@ uint32_t Target::bsqRead(uint8_t* dst, uint32_t max)
         m_fifoHead = (m_fifoHead + 1) % m_fifoCapacity;
     }
     m_fifoCount -= n;
+    ++m_reads;
+    m_readerCv.notify_all();
     return static_cast<uint32_t>(n * m_fifoRecordSize);
 }
 
@@ -320,14 +328,25 @@ uint64_t Target::bsqDropped() const
     return m_fifoDropped;
 }
 
+size_t Target::bsqQueued() const
+{
+    std::lock_guard fifo(m_fifoMutex);
+    return m_fifoCount;
+}
+
 uint32_t Target::bsqRecordSize() const
 {
     std::lock_guard fifo(m_fifoMutex);
     return m_fifoRecordSize;
 }
 
-void Target::sampleBsq(uint64_t stampUs)
+bool Target::sampleBsq(uint64_t stampUs)
 {
+    if (!m_config.dropWhenFull) {
+        std::lock_guard fifo(m_fifoMutex);
+        if (m_fifoRecordSize == m_record.size() && m_fifoCount == m_fifoCapacity)
+            return false;
+    }
     const auto stamp = static_cast<uint32_t>(stampUs);
     std::memcpy(m_record.data(), &stamp, 4);
     size_t at = 4;
@@ -338,14 +357,50 @@ void Target::sampleBsq(uint64_t stampUs)
     }
     std::lock_guard fifo(m_fifoMutex);
     if (m_fifoRecordSize != m_record.size())
-        return; // a restart with another layout is under way
+        return true; // a restart with another layout is under way
     if (m_fifoCount == m_fifoCapacity) {
         ++m_fifoDropped;
-        return;
+        return true;
     }
     const size_t slot = (m_fifoHead + m_fifoCount) % m_fifoCapacity;
     std::memcpy(m_fifo.data() + slot * m_fifoRecordSize, m_record.data(), m_fifoRecordSize);
     ++m_fifoCount;
+    return true;
+}
+
+void Target::setReaderHold(std::function<bool(const Access&)> mustWait)
+{
+    {
+        ProbeSide engine(*this);
+        m_readerHold = std::move(mustWait);
+    }
+    readerDone();
+}
+
+void Target::readerDone()
+{
+    std::lock_guard fifo(m_fifoMutex);
+    ++m_reads;
+    m_readerCv.notify_all();
+}
+
+uint64_t Target::readerProgress() const
+{
+    std::lock_guard fifo(m_fifoMutex);
+    return m_reads;
+}
+
+void Target::waitForReader(uint64_t seenReads)
+{
+    // Only a read, a stop, a halt or the end of the target frees the core.
+    std::unique_lock fifo(m_fifoMutex);
+    m_readerCv.wait(fifo, [&] { return m_reads != seenReads || m_halted.load() || m_quit.load(); });
+}
+
+void Target::wakeReaderWaiter()
+{
+    std::lock_guard fifo(m_fifoMutex);
+    m_readerCv.notify_all();
 }
 
 void Target::runLoop()
@@ -360,19 +415,25 @@ void Target::runLoop()
         }
         while (m_waiters.load() > 0)
             std::this_thread::yield();
-        step();
+        // A read between the step and the wait must not be missed: count first.
+        const uint64_t seen = readerProgress();
+        if (!step()) {
+            waitForReader(seen);
+            continue;
+        }
         pace();
     }
 }
 
-void Target::step()
+bool Target::step()
 {
     std::lock_guard engine(m_engineMutex);
     if (m_halted.load() || !m_uc)
-        return;
+        return true;
     // Records due now are taken before the core moves on.
     while (m_bsqOn && m_cycles >= m_nextSampleCycles) {
-        sampleBsq(m_nextSampleUs);
+        if (!sampleBsq(m_nextSampleUs))
+            return false;
         m_nextSampleUs += m_periodUs;
         m_nextSampleCycles = toCycles(m_nextSampleUs);
     }
@@ -387,7 +448,7 @@ void Target::step()
         m_cycles = std::max(to, now + 1);
         if (m_cycles >= m_wakeCycles)
             m_sleeping = false;
-        return;
+        return true;
     }
     const uint64_t count = std::min<uint64_t>(m_config.sliceInstructions, sampleAt - now);
     m_sleepRequested = false;
@@ -404,10 +465,15 @@ void Target::step()
         std::snprintf(where, sizeof where, " at 0x%08X", m_pc);
         m_fault = std::string("core locked up: ") + uc_strerror(err) + where;
         m_halted = true;
-        return;
+        return true;
     }
     if (m_sleepRequested && m_wakeCycles > m_cycles)
         m_sleeping = true;
+    if (!m_config.dropWhenFull && m_readerHold) {
+        const Access memory(m_uc.get());
+        return !m_readerHold(memory);
+    }
+    return true;
 }
 
 void Target::pace()

@@ -26,6 +26,10 @@ struct TargetConfig {
     uint32_t clockHz = 64'000'000;
     bool fast = false;                 // run as fast as the host allows
     uint32_t sliceInstructions = 2000; // longest stretch run without a look at the probe
+    // A full BSQ FIFO drops the newest record and counts it, as a real probe
+    // must. Off, the target's virtual time waits for the reader instead, so
+    // fast mode gives the same records whatever the host's load.
+    bool dropWhenFull = true;
 };
 
 struct BsqBlock {
@@ -76,6 +80,12 @@ public:
     };
     bool transact(const std::function<bool(Access&)>& steps);
 
+    // Fast mode without drops: after each slice the core asks `mustWait`
+    // (under the engine, so it sees a consistent memory) and, when it answers
+    // yes, sleeps until the next readerDone(). Empty = never waits.
+    void setReaderHold(std::function<bool(const Access&)> mustWait);
+    void readerDone();
+
     uint64_t timeUs() const;
     uint64_t executedInstructions() const;
 
@@ -86,6 +96,7 @@ public:
     // Moves whole records into dst; returns the bytes moved.
     uint32_t bsqRead(uint8_t* dst, uint32_t max);
     uint64_t bsqDropped() const;
+    size_t bsqQueued() const;
     uint32_t bsqRecordSize() const;
 
 private:
@@ -96,9 +107,12 @@ private:
 
     std::string buildEngine();
     void runLoop();
-    void step();
+    bool step(); // false: the core must wait for the reader before it moves on
+    void waitForReader(uint64_t seenReads);
+    void wakeReaderWaiter();
+    uint64_t readerProgress() const;
     void pace();
-    void sampleBsq(uint64_t stampUs);
+    bool sampleBsq(uint64_t stampUs); // false: not taken, the FIFO is full and waits
     uint64_t toUs(uint64_t cycles) const;
     uint64_t toCycles(uint64_t us) const; // first cycle at or after `us`
     class ProbeSide;
@@ -126,6 +140,7 @@ private:
     uint64_t m_nextSampleUs = 0;
     uint64_t m_nextSampleCycles = 0;
     std::vector<uint8_t> m_record;
+    std::function<bool(const Access&)> m_readerHold;
 
     // BSQ FIFO: whole records in a ring; the newest record is dropped when full.
     mutable std::mutex m_fifoMutex;
@@ -135,12 +150,16 @@ private:
     size_t m_fifoHead = 0;     // oldest record
     size_t m_fifoCount = 0;
     uint64_t m_fifoDropped = 0;
+    // Where the core waits for a reader (see TargetConfig::dropWhenFull): every
+    // BSQ or up-channel read counts, so the run thread looks again after each.
+    std::condition_variable m_readerCv;
+    uint64_t m_reads = 0;
 
     // Run control.
     std::mutex m_runMutex;
     std::condition_variable m_runCv;
     std::atomic<bool> m_halted{true};
-    bool m_quit = false;
+    std::atomic<bool> m_quit{false};
     // Probe-side callers waiting for the engine: the run thread lets them in
     // first, so that a fast-running core cannot starve the probe.
     mutable std::atomic<int> m_waiters{0};

@@ -13,7 +13,7 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
     Script s;
     const auto err = parseScript("# demo\n  Firmware = fw/demo.elf \n// comment\nFast = 1\nClockHz = 0x3D09000\n"
                                  "SerialNumber = 42\nDevice = \"AM3210F4\"\nDeviceDialog = cancel\n"
-                                 "FailReadAfter = 5\nSliceInstructions = 500\n",
+                                 "FailReadAfter = 5\nSliceInstructions = 500\nDropWhenFull = 1\n",
                                  "/base/dir", s);
     ASSERT_EQ(err, "");
     EXPECT_EQ(s.firmware.value_or(""), "/base/dir/fw/demo.elf");
@@ -24,6 +24,7 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
     EXPECT_EQ(s.deviceDialog.value_or(""), "cancel");
     EXPECT_EQ(s.failReadAfter.value_or(0), 5u);
     EXPECT_EQ(s.sliceInstructions.value_or(0), 500u);
+    EXPECT_EQ(s.dropWhenFull.value_or(false), true);
 }
 
 TEST(SimScript, AbsoluteFirmwarePathStays)
@@ -46,6 +47,7 @@ TEST(SimScript, ErrorsNameTheLine)
         {"Colour = red\n", "Colour"},
         {"Device =\n", "Device"},
         {"FailReadAfter = x\n", "FailReadAfter"},
+        {"DropWhenFull = 2\n", "DropWhenFull"},
     };
     for (const auto& c : cases) {
         Script s;

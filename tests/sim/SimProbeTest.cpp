@@ -70,6 +70,7 @@ TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
     TARVO_BSQ_CAPS caps{};
     ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
     EXPECT_GT(caps.MaxFreq, 1000u);
+    ASSERT_TRUE(waitForTick(1));
     for (const uint32_t period : {1000u, 2000u, 5000u}) {
         SCOPED_TRACE(period);
         const auto blocks = demoBlocks();
@@ -91,6 +92,7 @@ TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
 TEST_F(SimProbe, BsqSamplesBetweenMillisecondsSeeTheLastUpdate)
 {
     ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    ASSERT_TRUE(waitForTick(1));
     const TARVO_BSQ_BLOCK tick{kTick, 4, 0, 0};
     ASSERT_EQ(TARVO_BSQ_Start(&tick, 1, 250, 1), 0);
     const auto data = readBsq(8, 2000);
@@ -102,13 +104,15 @@ TEST_F(SimProbe, BsqSamplesBetweenMillisecondsSeeTheLastUpdate)
 
 TEST_F(SimProbe, BsqFifoIsBoundedAndCountsWhatItDrops)
 {
-    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    // As a real probe does when asked: a full FIFO drops instead of waiting.
+    ASSERT_EQ(connectWith("Fast = 1\nDropWhenFull = 1\n"), 0);
     // Large records fill the probe's memory quickly.
     const TARVO_BSQ_BLOCK big{0x20000000, 1016, 0, 0};
     const uint32_t record = 1020;
     ASSERT_EQ(TARVO_BSQ_Start(&big, 1, 10, 1), 0);
     const size_t capacity = (4u * 1024 * 1024) / record;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    ASSERT_TRUE(waitFor([] { return bsqStatus().dropped > 0; }));
+    EXPECT_EQ(bsqStatus().queued, capacity);
     std::vector<uint8_t> buf((capacity + 100) * record);
     const int n = TARVO_BSQ_Read(buf.data(), uint32_t(buf.size()));
     ASSERT_EQ(n, int(capacity * record)) << "the FIFO holds exactly its capacity";
@@ -121,12 +125,50 @@ TEST_F(SimProbe, BsqFifoIsBoundedAndCountsWhatItDrops)
     EXPECT_GT(get<uint32_t>(&more[0]) - lastKept, 10u);
 }
 
+TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
+{
+    const auto blocks = demoBlocks();
+    constexpr size_t kWant = 70000; // more than the FIFO holds
+    auto run = [&](bool waitTillFull, uint32_t readSize) {
+        std::vector<uint8_t> all;
+        EXPECT_EQ(connectWith("Fast = 1\n"), 0);
+        EXPECT_EQ(TARVOARM_Reset(), 0); // target time 0, halted
+        EXPECT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        TARVOARM_Go();
+        const size_t capacity = (4u * 1024 * 1024) / kDemoRecord;
+        if (waitTillFull) {
+            EXPECT_TRUE(waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits at a full FIFO";
+        }
+        std::vector<uint8_t> buf(readSize);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (all.size() < kWant * kDemoRecord && std::chrono::steady_clock::now() < end) {
+            const int n = TARVO_BSQ_Read(buf.data(), readSize);
+            if (n < 0)
+                break;
+            all.insert(all.end(), buf.begin(), buf.begin() + n);
+        }
+        EXPECT_EQ(bsqStatus().dropped, 0u);
+        TARVO_BSQ_Stop();
+        TARVOARM_Close();
+        all.resize(std::min(all.size(), kWant * kDemoRecord));
+        return all;
+    };
+    const auto eager = run(false, kDemoRecord * 1000);
+    const auto late = run(true, kDemoRecord * 3 + 5);
+    ASSERT_EQ(eager.size(), kWant * kDemoRecord);
+    EXPECT_EQ(get<uint32_t>(eager.data()), 0u);
+    checkPeriod(eager, kDemoRecord, 100);
+    for (size_t at = 10 * kDemoRecord; at < eager.size(); at += 997 * kDemoRecord)
+        checkDemoRecord(&eager[at]);
+    EXPECT_TRUE(eager == late) << "the records depend on the script and the reads only";
+}
+
 TEST_F(SimProbe, BsqReadDeliversWholeRecordsOnly)
 {
     ASSERT_EQ(connectWith("Fast = 1\n"), 0);
     const TARVO_BSQ_BLOCK blocks[2] = {{kTick, 4, 0, 0}, {kSawtooth, 2, 0, 0}};
     ASSERT_EQ(TARVO_BSQ_Start(blocks, 2, 1000, 1), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(waitFor([] { return bsqStatus().queued >= 2; }));
     uint8_t small[25];
     const int n = TARVO_BSQ_Read(small, sizeof small);
     EXPECT_EQ(n, 20) << "two 10-byte records fit into 25 bytes";
@@ -135,7 +177,9 @@ TEST_F(SimProbe, BsqReadDeliversWholeRecordsOnly)
 
 TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
 {
-    ASSERT_EQ(connectWith("Fast = 0\n"), 0);
+    // Fast mode: the core waits while the channel is half full, so a reader
+    // that pauses loses nothing, as the pauses below show.
+    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
     int count = TARVO_QTX_ERR_NOT_FOUND;
     for (int i = 0; i < 2000 && count == TARVO_QTX_ERR_NOT_FOUND; ++i) {
@@ -162,10 +206,11 @@ TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
         ASSERT_GE(n, 0);
         ASSERT_LE(n, int(sizes[i % 6]));
         stream.insert(stream.end(), buf, buf + n);
-        if (n == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (n == 0 || i % 100 == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(n == 0 ? 1 : 20));
     }
     ASSERT_GE(stream.size(), 300u * 15);
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr), 0);
     uint32_t previous = 0;
     for (size_t at = 0; at + 15 <= stream.size(); at += 15) {
         const uint8_t* r = &stream[at];
@@ -181,13 +226,13 @@ TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
         EXPECT_EQ(get<int16_t>(r + 12), sawtoothAt(t));
         EXPECT_EQ(r[14], stateAt(t));
     }
-    EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr), 0);
     EXPECT_LT(TARVO_QTXTERMINAL_Read(0, buf, sizeof buf), 0) << "no reads after stop";
 }
 
 TEST_F(SimProbe, QtxBlockOutsideTheSearchRangesIsNotFound)
 {
     ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    ASSERT_TRUE(waitForTick(1)) << "the firmware sets up its channels at start-up";
     EXPECT_NE(TARVO_ExecCommand("SetQTXSearchRanges 0x20000000", nullptr, 0), 0) << "address without size";
     EXPECT_NE(TARVO_ExecCommand("SetQTXSearchRanges 0x2000000g 0x100", nullptr, 0), 0);
     ASSERT_EQ(TARVO_ExecCommand("SetQTXSearchRanges 0x20020000 0x1000", nullptr, 0), 0);

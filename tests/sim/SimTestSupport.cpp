@@ -2,6 +2,7 @@
 #include "tests/TempFolder.h"
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -28,7 +29,8 @@ int connectWith(const std::string& scriptText, const std::string& device)
     const std::string dev = "device = " + device;
     if (TARVOARM_ExecCommand(dev.c_str(), err, sizeof err) != 0 || err[0] != '\0')
         return -102;
-    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", scriptText);
+    // Settings stay for the rest of the process: each test starts from the defaults.
+    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", "DropWhenFull = 0\n" + scriptText);
     if (TARVOARM_ExecCommand(script.c_str(), err, sizeof err) != 0 || err[0] != '\0')
         return -103;
     TARVOARM_TIF_Select(TARVO_TIF_SWD);
@@ -50,6 +52,41 @@ std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return all;
+}
+
+bool waitForTick(uint32_t tick)
+{
+    const TARVO_BSQ_BLOCK block{0x20000000, 4, 0, 0}; // g_tick_ms
+    if (TARVO_BSQ_Start(&block, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP) != 0)
+        return false;
+    bool reached = false;
+    uint8_t buf[8 * 64];
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!reached && std::chrono::steady_clock::now() < end) {
+        const int n = TARVO_BSQ_Read(buf, sizeof buf);
+        if (n < 0)
+            break;
+        for (int at = 0; at + 8 <= n; at += 8)
+            reached = reached || get<uint32_t>(buf + at + 4) >= tick;
+        if (n == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    TARVO_BSQ_Stop();
+    return reached;
+}
+
+BsqStatus bsqStatus()
+{
+    char text[128] = "";
+    BsqStatus s;
+    unsigned long long queued = 0;
+    unsigned long long dropped = 0;
+    if (TARVOARM_ExecCommand("GetBsqStatus", text, sizeof text) == 0
+        && std::sscanf(text, "queued=%llu dropped=%llu", &queued, &dropped) == 2) {
+        s.queued = queued;
+        s.dropped = dropped;
+    }
+    return s;
 }
 
 } // namespace simtest

@@ -3,10 +3,12 @@
 
 #include "probe/TarvoApi.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace simtest {
@@ -44,6 +46,34 @@ std::string writeScript(const std::string& name, const std::string& text);
 int connectWith(const std::string& scriptText, const std::string& device = "PVK-SIM-M4");
 
 // Reads BSQ records until at least `want` arrived or `timeoutMs` passed.
-std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 10000);
+std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 20000);
+
+// Waits until the demo firmware has finished its start-up and counts ticks,
+// so that every record taken from now on follows its formulas. Uses (and
+// stops) a BSQ of the tick. False when the tick never reached `tick`.
+bool waitForTick(uint32_t tick);
+
+struct BsqStatus {
+    uint64_t queued = 0;
+    uint64_t dropped = 0;
+};
+// The simulated probe's BSQ FIFO, without taking records out of it.
+BsqStatus bsqStatus();
+
+// Polls `done` until it holds or `timeoutMs` passed.
+template <typename Pred>
+bool waitFor(Pred done, int timeoutMs = 20000);
+
+template <typename Pred>
+bool waitFor(Pred done, int timeoutMs)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return done();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
 
 } // namespace simtest
