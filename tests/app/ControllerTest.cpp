@@ -227,10 +227,12 @@ TEST_F(ControllerFixture, AStartAfterAPauseKeepsOneReadLoop)
     ctl->postReadPause();
     ctl->postStartReading();
     drain();
-    // One loop reads about every 10 ms; count reads over a fixed stretch.
+    // One loop sleeps 10 ms between reads; count reads over a measured stretch,
+    // so that a host that oversleeps cannot make two loops of one.
     const int before = sampler->reads;
-    std::this_thread::sleep_for(200ms);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() - before >= 10; }));
     const int reads = sampler->reads - before;
-    EXPECT_LE(reads, 21) << "more reads than one loop can make";
-    EXPECT_GE(reads, 1);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_LE(reads, ms / 10 + 2) << "more reads than one loop can make in " << ms << " ms";
 }
