@@ -1,7 +1,8 @@
 // Sampling throughput: how many values per second the sample store takes in,
 // and whether the whole chain (controller, jobs, binding, simulated probe)
-// keeps up with BSQ at 100 kHz and 8 symbols in fast mode without losing a
-// record. Prints figures. Usage: bench_probe [seconds of BSQ, default 3]
+// keeps up with BSQ at 100 kHz and 8 symbols without losing a record, in fast
+// mode or, with "realtime", paced to the wall clock as a real target runs.
+// Prints figures. Usage: bench_probe [seconds of BSQ, default 3] [realtime]
 #include "app/Controller.h"
 #include "app/JobEngine.h"
 #include "probe/ProbeSampler.h"
@@ -98,7 +99,7 @@ struct BenchBridge final : Bridge {
     int progress(int, const std::string&, int, int) override { return 0; }
 };
 
-void benchBsqEndToEnd(double seconds)
+void benchBsqEndToEnd(double seconds, bool realTime)
 {
     const fs::path bin = PLOTVIK_BIN_DIR;
     if (!fs::exists(bin / "demo.elf")) {
@@ -106,7 +107,7 @@ void benchBsqEndToEnd(double seconds)
         return;
     }
     const fs::path script = fs::temp_directory_path() / ("plotvik-bench-" + std::to_string(::getpid()) + ".TarvoScript");
-    std::ofstream(script) << "Firmware = " << (bin / "demo.elf").string() << "\nFast = 1\n";
+    std::ofstream(script) << "Firmware = " << (bin / "demo.elf").string() << "\nFast = " << (realTime ? 0 : 1) << "\n";
 
     JobEngine engine;
     BenchBridge bridge;
@@ -167,9 +168,9 @@ void benchBsqEndToEnd(double seconds)
     engine.stopAndWait([] {});
     ctl.setBridge(nullptr);
     fs::remove(script);
-    std::printf("BSQ end to end, 100 kHz, %zu symbols, fast mode: %llu records in %.2f s wall (%.0f records/s, %.2f s of "
+    std::printf("BSQ end to end, 100 kHz, %zu symbols, %s: %llu records in %.2f s wall (%.0f records/s, %.2f s of "
                 "target time), %llu gaps in the time stamps%s\n",
-                chosen.size(), static_cast<unsigned long long>(checked), wall, checked / wall, checked * 10e-6,
+                chosen.size(), realTime ? "real time" : "fast mode", static_cast<unsigned long long>(checked), wall, checked / wall, checked * 10e-6,
                 static_cast<unsigned long long>(gaps), stillRunning ? "" : ", sampling stopped early");
 }
 
@@ -181,7 +182,8 @@ int main(int argc, char** argv)
     QStandardPaths::setTestModeEnabled(true);
     tarvo::setApplicationPath(QCoreApplication::applicationFilePath().toStdString());
     const double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
+    const bool realTime = argc > 2 && std::strcmp(argv[2], "realtime") == 0;
     benchStoreIngest();
-    benchBsqEndToEnd(seconds);
+    benchBsqEndToEnd(seconds, realTime);
     return 0;
 }
