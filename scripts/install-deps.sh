@@ -9,7 +9,7 @@ packages=(
   libunicorn-dev
   gcc-arm-none-eabi libnewlib-arm-none-eabi binutils-arm-none-eabi
   googletest libgtest-dev libbenchmark-dev
-  gdb-multiarch
+  gdb-multiarch qemu-system-arm
   xvfb xauth imagemagick
 )
 

@@ -8,6 +8,10 @@ int main(void);
 
 void Reset_Handler(void);
 void Default_Handler(void);
+void SysTick_Handler(void);
+
+/* A board port that uses SysTick defines its own handler. */
+__attribute__((weak)) void SysTick_Handler(void) {}
 
 __attribute__((noreturn)) void Default_Handler(void)
 {
@@ -18,7 +22,7 @@ __attribute__((noreturn)) void Default_Handler(void)
 __attribute__((section(".isr_vector"), used)) static void (*const vectors[16])(void) = {
     (void (*)(void))(&_estack), Reset_Handler, Default_Handler, Default_Handler,
     Default_Handler, Default_Handler, Default_Handler, 0, 0, 0, 0,
-    Default_Handler, Default_Handler, 0, Default_Handler, Default_Handler,
+    Default_Handler, Default_Handler, 0, Default_Handler, SysTick_Handler,
 };
 
 static void zero(uint32_t* p, uint32_t* end)

@@ -21,14 +21,17 @@
  * Every tick, up-channel 0 "Plotvik_t4f4f4i2u1" gets one 15-byte record:
  * uint32 time stamp t * 1000 (us), float g_sine, float g_cosine,
  * int16 g_sawtooth, uint8 g_state.
+ *
+ * The tick comes from the board (boards/): the simulated target's timer, or
+ * SysTick on a real Cortex-M4 board.
  */
 #include <math.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <string.h>
 
+#include "board.h"
 #include "qtx.h"
-#include "sim_target.h"
 
 #define DEMO_VAR __attribute__((section(".demo_vars")))
 
@@ -117,6 +120,7 @@ static void send_record(uint32_t t)
 
 int main(void)
 {
+    board_init();
     qtx_init();
     qtx_config_up(0, "Plotvik_t4f4f4i2u1", qtx_buffer, sizeof qtx_buffer);
     uint32_t t = 0;
@@ -126,8 +130,7 @@ int main(void)
     for (;;) {
         /* Catch up tick by tick, so that no tick is skipped even if an update
          * ever took longer than a millisecond. */
-        const uint32_t next_us = (t + 1u) * 1000u;
-        simt_sleep_until(next_us);
+        board_wait_tick(t + 1u);
         ++t;
         update(t);
         send_record(t);
