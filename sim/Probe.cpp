@@ -1,6 +1,7 @@
 #include "sim/Probe.h"
 
 #include "sim/Devices.h"
+#include "sim/Qtx.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,9 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kQtxId[16] = "PLOTVIK QTX CB";
-constexpr uint32_t kQtxHeader = 24;      // id, num_up, num_down
-constexpr uint32_t kQtxChannelSize = 28; // name, buffer, size, wr_off, rd_off, flags, dropped
+constexpr uint32_t kQtxHeader = qtx::kHeader;
+constexpr uint32_t kQtxChannelSize = qtx::kChannelSize;
 
 std::string lower(std::string s)
 {
@@ -58,29 +58,15 @@ std::string libraryDir()
     return fs::path(info.dli_fname).parent_path().string();
 }
 
-// Finds the QTX control block (word-aligned) in the ranges: its address, 0 = none.
-uint32_t scanControlBlock(const std::vector<std::pair<uint32_t, uint32_t>>& ranges,
-                          const std::function<bool(uint32_t, void*, uint32_t)>& read)
+// Finds the QTX control block in the ranges the simulated target maps.
+uint32_t scanControlBlock(const qtx::Ranges& ranges, const qtx::Read& read)
 {
-    std::vector<uint8_t> mem;
-    for (const auto& [address, size] : ranges) {
-        if (!Target::isMapped(address, size))
-            continue;
-        mem.resize(size);
-        if (!read(address, mem.data(), size))
-            continue;
-        for (uint32_t off = 0; off + kQtxHeader <= size; off += 4) {
-            if (std::memcmp(mem.data() + off, kQtxId, sizeof kQtxId) != 0)
-                continue;
-            uint32_t numUp = 0;
-            uint32_t numDown = 0;
-            std::memcpy(&numUp, mem.data() + off + 16, 4);
-            std::memcpy(&numDown, mem.data() + off + 20, 4);
-            if (numUp <= Probe::kMaxQtxChannels && numDown <= Probe::kMaxQtxChannels)
-                return address + off;
-        }
+    qtx::Ranges mapped;
+    for (const auto& r : ranges) {
+        if (Target::isMapped(r.first, r.second))
+            mapped.push_back(r);
     }
-    return 0;
+    return qtx::scan(mapped, read);
 }
 
 bool exists(const std::string& p)
@@ -115,6 +101,18 @@ const char* Probe::open()
         m_openError = "No Tarvo found with the selected serial number or host.";
         return m_openError.c_str();
     }
+    if (m_viaGdb) {
+        // The connection and the server's greeting happen here, so that a
+        // wrong address or a server of another kind is reported at once.
+        m_remote.reset();
+        std::string error;
+        m_remote = gdb::Remote::open(m_gdbHost, m_gdbPort, error);
+        if (!m_remote) {
+            m_openError = error;
+            m_lastError = error;
+            return m_openError.c_str();
+        }
+    }
     m_open = true;
     return nullptr;
 }
@@ -128,6 +126,7 @@ void Probe::close()
 void Probe::closeLocked()
 {
     m_target.reset();
+    m_remote.reset();
     m_bsqRunning = false;
     m_qtxStarted = false;
     m_cbAddress = 0;
@@ -140,6 +139,7 @@ int Probe::selectBySerial(uint32_t serial)
 {
     std::lock_guard lk(m_mutex);
     const uint32_t own = m_script.serialNumber.value_or(kDefaultSerial);
+    m_viaGdb = false;
     m_selectionFailed = serial != own;
     return m_selectionFailed ? -1 : 0;
 }
@@ -147,9 +147,11 @@ int Probe::selectBySerial(uint32_t serial)
 int Probe::selectIp(const char* host)
 {
     std::lock_guard lk(m_mutex);
-    const std::string h = host != nullptr ? lower(trim(host)) : std::string();
-    // The simulated probe listens on the local host only.
-    m_selectionFailed = !(h == "localhost" || h == "127.0.0.1" || h == "::1");
+    // "TCP/IP" reaches a GDB server at HOST[:PORT]; the simulated target stays on "USB".
+    m_viaGdb = host != nullptr && gdb::parseAddress(trim(host), m_gdbHost, m_gdbPort);
+    m_selectionFailed = !m_viaGdb;
+    if (m_selectionFailed)
+        m_lastError = "Expected HOST or HOST:PORT, got \"" + std::string(host != nullptr ? host : "") + "\".";
     return m_selectionFailed ? 1 : 0;
 }
 
@@ -188,6 +190,14 @@ std::string Probe::runCommand(const std::string& command)
         const auto sp = text.find_first_of(" \t");
         key = lower(text.substr(0, sp));
         value = sp == std::string::npos ? std::string() : trim(text.substr(sp + 1));
+    }
+    if (key == "device" && m_viaGdb) {
+        // The GDB server knows its target; the name only labels it.
+        if (value.empty())
+            return "No device name given.";
+        m_remoteDevice = value;
+        m_device = findDevice(value);
+        return {};
     }
     if (key == "device") {
         const int index = findDevice(value);
@@ -275,6 +285,17 @@ int Probe::connect()
     std::lock_guard lk(m_mutex);
     if (!m_open)
         return -1;
+    if (m_viaGdb) {
+        if (!m_remote)
+            return -1;
+        if (m_remote->connected())
+            return 0;
+        if (auto err = m_remote->connect(m_script.attach.value_or(false)); !err.empty()) {
+            m_lastError = err;
+            return -1;
+        }
+        return 0;
+    }
     if (m_target)
         return 0;
     if (m_device < 0 && m_script.device)
@@ -346,6 +367,8 @@ int Probe::deviceInfo(int index, TARVO_DEVICE_INFO* info)
 int Probe::hasCapEx(int cap)
 {
     std::lock_guard lk(m_mutex);
+    if (cap == TARVO_EMU_CAP_EX_BSQ && m_viaGdb)
+        return 1; // sampled by the library over memory reads
     if (cap != TARVO_EMU_CAP_EX_BSQ || m_device < 0)
         return 0;
     return devices()[static_cast<size_t>(m_device)].hasBsq ? 1 : 0;
@@ -360,6 +383,11 @@ int Probe::serialNumber()
 void Probe::go()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote) {
+        if (m_remote->go() != 0)
+            m_lastError = m_remote->lastError();
+        return;
+    }
     if (m_target)
         m_target->go();
 }
@@ -367,6 +395,8 @@ void Probe::go()
 int Probe::halt()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return remoteResult(m_remote->halt());
     if (!m_target)
         return -1;
     m_target->halt();
@@ -376,6 +406,8 @@ int Probe::halt()
 int Probe::reset()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return remoteResult(m_remote->reset());
     if (!m_target)
         return -1;
     m_target->reset();
@@ -392,15 +424,27 @@ int Probe::isOpen()
 int Probe::isConnected()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return m_remote->connected() ? 1 : 0;
     return m_target ? 1 : 0;
 }
 
 int Probe::isHalted()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return m_remote->isHalted();
     if (!m_target)
         return -1;
     return m_target->isHalted() ? 1 : 0;
+}
+
+int Probe::remoteResult(int rc)
+{
+    // A failed call keeps the back end's reason where the library keeps its last error.
+    if (rc < 0 && m_remote)
+        m_lastError = m_remote->lastError();
+    return rc;
 }
 
 bool Probe::readFails()
@@ -416,11 +460,12 @@ int Probe::bsqCaps(TARVO_BSQ_CAPS* caps)
     std::lock_guard lk(m_mutex);
     if (caps == nullptr)
         return -1;
-    if (m_device >= 0 && !devices()[static_cast<size_t>(m_device)].hasBsq)
+    if (!m_viaGdb && m_device >= 0 && !devices()[static_cast<size_t>(m_device)].hasBsq)
         return -1;
     *caps = {};
     caps->SizeOfStruct = sizeof(TARVO_BSQ_CAPS);
-    caps->MaxFreq = kMaxFreqHz;
+    // Over a GDB server: the rate measured on this connection at connect.
+    caps->MaxFreq = m_remote ? m_remote->sustainableHz() : kMaxFreqHz;
     caps->MaxNumBlocks = kMaxBlocks;
     caps->MaxRecordSize = kMaxRecordSize;
     caps->FifoSize = kFifoBytes;
@@ -430,6 +475,11 @@ int Probe::bsqCaps(TARVO_BSQ_CAPS* caps)
 int Probe::bsqStart(const TARVO_BSQ_BLOCK* blocks, uint32_t count, uint32_t periodUs, uint32_t)
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote) {
+        const int rc = m_remote->bsqStart(blocks, count, periodUs);
+        m_bsqRunning = rc >= 0;
+        return remoteResult(rc);
+    }
     if (!m_target)
         return TARVO_BSQ_ERR_GENERIC;
     if (!devices()[static_cast<size_t>(m_device)].hasBsq)
@@ -456,6 +506,8 @@ int Probe::bsqStart(const TARVO_BSQ_BLOCK* blocks, uint32_t count, uint32_t peri
 int Probe::bsqRead(void* dst, uint32_t size)
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote && m_bsqRunning)
+        return remoteResult(m_remote->bsqRead(dst, size));
     if (!m_target || !m_bsqRunning || dst == nullptr)
         return -1;
     if (readFails())
@@ -465,6 +517,8 @@ int Probe::bsqRead(void* dst, uint32_t size)
 
 std::string Probe::bsqStatus() const
 {
+    if (m_remote)
+        return m_remote->bsqStatus();
     if (!m_target || !m_bsqRunning)
         return "queued=0 dropped=0";
     return "queued=" + std::to_string(m_target->bsqQueued()) + " dropped=" + std::to_string(m_target->bsqDropped());
@@ -473,6 +527,10 @@ std::string Probe::bsqStatus() const
 int Probe::bsqStop()
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote) {
+        m_bsqRunning = false;
+        return m_remote->bsqStop();
+    }
     if (!m_target)
         return -1;
     m_target->bsqStop();
@@ -484,17 +542,21 @@ int Probe::bsqStop()
 std::vector<std::pair<uint32_t, uint32_t>> Probe::searchRanges() const
 {
     auto ranges = m_searchRanges;
-    if (ranges.empty())
-        ranges.emplace_back(Target::kRamBase, Target::kRamSize);
+    if (ranges.empty()) {
+        // On a real board only the start of RAM is sure to exist.
+        ranges.emplace_back(Target::kRamBase, m_viaGdb ? kGdbSearchSize : Target::kRamSize);
+    }
     return ranges;
+}
+
+qtx::Read Probe::targetReader() const
+{
+    return [this](uint32_t address, void* dst, uint32_t size) { return m_target->read(address, dst, size); };
 }
 
 bool Probe::findControlBlock()
 {
-    m_cbAddress = scanControlBlock(searchRanges(),
-                                   [this](uint32_t address, void* dst, uint32_t size) {
-                                       return m_target->read(address, dst, size);
-                                   });
+    m_cbAddress = scanControlBlock(searchRanges(), targetReader());
     if (m_cbAddress == 0)
         return false;
     holdForDrainedChannels();
@@ -503,15 +565,14 @@ bool Probe::findControlBlock()
 
 bool Probe::readChannel(uint32_t index, uint32_t (&words)[7])
 {
-    uint32_t numUp = 0;
-    if (!m_target->read(m_cbAddress + 16, &numUp, 4) || index >= std::min(numUp, kMaxQtxChannels))
-        return false;
-    return m_target->read(m_cbAddress + kQtxHeader + index * kQtxChannelSize, words, sizeof words);
+    return qtx::channel(m_cbAddress, index, targetReader(), words);
 }
 
 int Probe::qtxControl(uint32_t command, void* arg)
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return remoteResult(m_remote->qtxControl(command, arg, searchRanges()));
     switch (command) {
     case TARVO_QTX_CMD_START:
         if (!m_target)
@@ -549,15 +610,8 @@ int Probe::qtxControl(uint32_t command, void* arg)
             || !readChannel(static_cast<uint32_t>(desc->BufferIndex), ch))
             return -1;
         std::memset(desc->acName, 0, sizeof desc->acName);
-        if (ch[0] != 0) {
-            char name[sizeof desc->acName] = {};
-            for (uint32_t i = 0; i + 1 < sizeof name; ++i) {
-                if (!m_target->read(ch[0] + i, &name[i], 1) || name[i] == '\0')
-                    break;
-            }
-            std::memcpy(desc->acName, name, sizeof name);
-            desc->acName[sizeof desc->acName - 1] = '\0';
-        }
+        const std::string name = qtx::channelName(ch[0], targetReader());
+        std::memcpy(desc->acName, name.data(), std::min(name.size(), sizeof desc->acName - 1));
         desc->SizeOfBuffer = ch[2];
         desc->Flags = ch[5];
         return 0;
@@ -570,6 +624,8 @@ int Probe::qtxControl(uint32_t command, void* arg)
 int Probe::qtxRead(uint32_t channel, char* dst, uint32_t max)
 {
     std::lock_guard lk(m_mutex);
+    if (m_remote)
+        return remoteResult(m_remote->qtxRead(channel, dst, max));
     if (!m_target || !m_qtxStarted || dst == nullptr)
         return -1;
     if (m_cbAddress == 0 && !findControlBlock())
@@ -580,31 +636,11 @@ int Probe::qtxRead(uint32_t channel, char* dst, uint32_t max)
     int result = -1;
     const uint32_t cb = m_cbAddress;
     m_target->transact([&](Target::Access& mem) {
-        uint32_t numUp = 0;
-        uint32_t ch[7];
-        const uint32_t at = cb + kQtxHeader + channel * kQtxChannelSize;
-        if (!mem.read(cb + 16, &numUp, 4) || channel >= std::min(numUp, kMaxQtxChannels) || !mem.read(at, ch, sizeof ch))
-            return false;
-        const uint32_t buffer = ch[1];
-        const uint32_t size = ch[2];
-        const uint32_t wr = ch[3];
-        const uint32_t rd = ch[4];
-        if (size == 0) {
-            result = 0; // channel being set up
-            return true;
-        }
-        if (wr >= size || rd >= size || !Target::isMapped(buffer, size))
-            return false;
-        const uint32_t avail = wr >= rd ? wr - rd : size - rd + wr;
-        const uint32_t n = std::min({avail, max, uint32_t(0x7FFFFFFF)});
-        const uint32_t first = std::min(n, size - rd);
-        if (!mem.read(buffer + rd, dst, first) || !mem.read(buffer, dst + first, n - first))
-            return false;
-        const uint32_t next = (rd + n) % size;
-        if (!mem.write(at + 16, &next, 4))
-            return false;
-        result = static_cast<int>(n);
-        return true;
+        result = qtx::drain(
+            cb, channel, dst, max, [&mem](uint32_t a, void* d, uint32_t n) { return mem.read(a, d, n); },
+            [&mem](uint32_t a, const void* src, uint32_t n) { return mem.write(a, src, n); },
+            [](uint32_t a, uint32_t n) { return Target::isMapped(a, n); });
+        return result >= 0;
     });
     if (result >= 0 && channel < kMaxQtxChannels && (m_drainedChannels & (1u << channel)) == 0) {
         m_drainedChannels |= 1u << channel;

@@ -1,11 +1,13 @@
-// The simulated probe: session state, command strings, device list, BSQ and
-// QTX on top of the simulated target. One instance per process; every public
+// The probe: session state, command strings, device list, BSQ and QTX on top
+// of the simulated target ("USB") or of a GDB server ("TCP/IP", gdb/). One instance per process; every public
 // function is safe to call from any thread.
 #pragma once
 
 #include "probe/TarvoApi.h"
+#include "sim/Qtx.h"
 #include "sim/Script.h"
 #include "sim/Target.h"
+#include "sim/gdb/Remote.h"
 
 #include <cstdint>
 #include <memory>
@@ -25,6 +27,7 @@ public:
     static constexpr uint32_t kMaxRecordSize = 1024;
     static constexpr uint32_t kFifoBytes = 4 * 1024 * 1024;
     static constexpr uint32_t kMaxQtxChannels = 16;
+    static constexpr uint32_t kGdbSearchSize = 64 * 1024; // default QTX search behind a GDB server
 
     static Probe& instance();
 
@@ -65,9 +68,11 @@ private:
     std::string resolveScript(const std::string& path) const;
     std::string firmwarePath() const;
     bool readFails(); // fault injection: FailReadAfter
+    int remoteResult(int rc);
     bool findControlBlock();
     std::vector<std::pair<uint32_t, uint32_t>> searchRanges() const;
     bool readChannel(uint32_t index, uint32_t (&words)[7]);
+    qtx::Read targetReader() const;
     void closeLocked();
     void holdForDrainedChannels();
 
@@ -82,6 +87,12 @@ private:
     uint32_t m_speedKHz = 4000;
     std::string m_lastError;
     std::unique_ptr<Target> m_target;
+    // "TCP/IP": a GDB server at this address instead of the simulated target.
+    bool m_viaGdb = false;
+    std::string m_gdbHost;
+    uint16_t m_gdbPort = gdb::Remote::kDefaultPort;
+    std::unique_ptr<gdb::Remote> m_remote;
+    std::string m_remoteDevice;
     uint32_t m_readsOk = 0;
     bool m_bsqRunning = false;
     bool m_qtxStarted = false;

@@ -100,6 +100,10 @@ std::string parseScript(std::string_view text, const std::string& folder, Script
             if (!parseU32(value, n) || n > 1)
                 return where + ": DropWhenFull takes 0 or 1";
             out.dropWhenFull = n == 1;
+        } else if (key == "attach") {
+            if (!parseU32(value, n) || n > 1)
+                return where + ": Attach takes 0 or 1";
+            out.attach = n == 1;
         } else {
             return where + ": unknown key \"" + std::string(trim(l.substr(0, eq))) + "\"";
         }
@@ -142,6 +146,8 @@ void mergeScript(Script& base, const Script& top)
         base.failReadAfter = top.failReadAfter;
     if (top.sliceInstructions)
         base.sliceInstructions = top.sliceInstructions;
+    if (top.attach)
+        base.attach = top.attach;
 }
 
 } // namespace sim

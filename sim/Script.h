@@ -20,6 +20,7 @@ struct Script {
     std::optional<uint32_t> failReadAfter;
     std::optional<uint32_t> sliceInstructions;
     std::optional<bool> dropWhenFull; // fast mode: a full BSQ FIFO drops instead of waiting
+    std::optional<bool> attach;       // GDB server: beside a debugger, leave the run state alone
 };
 
 // Parses script text. `folder` is the folder relative paths are resolved

@@ -1,4 +1,5 @@
 // The simulated probe through its C API, running the demo firmware.
+#include "LoopbackPort.h"
 #include "SimTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -348,9 +349,18 @@ TEST_F(SimProbe, SelectionBySerialNumberAndHost)
     EXPECT_NE(TARVOARM_IsOpen(), 0);
     TARVOARM_Close();
 
-    EXPECT_NE(TARVOARM_SelectIP("192.0.2.7", 0) & 0xFF, 0);
-    EXPECT_EQ(TARVOARM_SelectIP("localhost", 0) & 0xFF, 0);
-    EXPECT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
+    // "TCP/IP" names a GDB server: a malformed address fails the selection,
+    // nothing listening fails the open at once with the reason.
+    EXPECT_NE(TARVOARM_SelectIP("localhost:notaport", 0) & 0xFF, 0);
+    EXPECT_NE(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
+    const std::string address = "127.0.0.1:" + std::to_string(freeLoopbackPort());
+    EXPECT_EQ(TARVOARM_SelectIP(address.c_str(), 0) & 0xFF, 0);
+    const char* error = TARVOARM_OpenEx(nullptr, nullptr);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(std::string(error), "No GDB server is listening at " + address + " (connection refused).");
+    EXPECT_EQ(TARVOARM_IsOpen(), 0);
+    EXPECT_GE(TARVOARM_EMU_SelectByUSBSN(own), 0);
+    EXPECT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr) << "USB reaches the simulated target again";
     TARVOARM_Close();
 
     // A script changes the probe's serial number for later selections.

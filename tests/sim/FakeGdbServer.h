@@ -1,0 +1,202 @@
+// A scripted GDB server on one end of a socket pair: a little target memory,
+// a run state, and the ways real servers treat packets while the core runs.
+#pragma once
+
+#include "sim/gdb/Link.h"
+#include "sim/gdb/Packet.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <poll.h>
+#include <utility>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+class FakeGdbServer {
+public:
+    enum class Style {
+        Background, // answers reads while running (OpenOCD)
+        StopReply,  // stops and drops the packet, answering a stop reply (QEMU 7.2)
+        Silent,     // drops every byte but the interrupt while running (Black Magic Probe)
+    };
+
+    explicit FakeGdbServer(Style style) : m_style(style)
+    {
+        int fds[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
+            std::abort();
+        m_clientFd = fds[0];
+        m_fd = fds[1];
+        m_ram.assign(0x400, 0);
+        m_thread = std::thread([this] { serve(); });
+    }
+    ~FakeGdbServer()
+    {
+        m_quit = true;
+        m_thread.join();
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+
+    // The client's end, handed over once.
+    std::unique_ptr<sim::gdb::Link> takeLink() { return std::make_unique<sim::gdb::Link>(std::exchange(m_clientFd, -1)); }
+
+    static constexpr uint32_t kRamBase = 0x20000000;
+    void poke(uint32_t address, const void* src, size_t n)
+    {
+        std::lock_guard lk(m_mutex);
+        std::memcpy(m_ram.data() + (address - kRamBase), src, n);
+    }
+    void peek(uint32_t address, void* dst, size_t n)
+    {
+        std::lock_guard lk(m_mutex);
+        std::memcpy(dst, m_ram.data() + (address - kRamBase), n);
+    }
+    bool running() const { return m_running; }
+    int count(const std::string& prefix) const
+    {
+        std::lock_guard lk(m_mutex);
+        int n = 0;
+        for (const auto& p : m_log)
+            n += p.rfind(prefix, 0) == 0 ? 1 : 0;
+        return n;
+    }
+
+    // Behaviour switches, set before use.
+    std::string supported = "PacketSize=400";
+    std::map<std::string, std::string> monitor; // command -> console output ("" = unknown command)
+    bool nakFirst = false;       // the first packet is answered with "-"
+    bool runLength = false;      // memory replies use run-length where they can
+    std::atomic<int> closeAfterReads{-1}; // drop the connection after this many "m" packets
+
+private:
+    void send(const std::string& bytes)
+    {
+        if (m_fd >= 0)
+            (void)::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    void reply(const std::string& payload)
+    {
+        std::string framed = sim::gdb::framePacket(payload);
+        // Repeat counts 6 and 7 would be "#" and "$": servers never send those.
+        if (runLength && payload.size() >= 16 && payload.size() <= 90 && payload.find_first_not_of('0') == std::string::npos) {
+            // "0" followed by "*" and the repeat count + 29, checksum over what is sent.
+            std::string body = "0*";
+            body += static_cast<char>(29 + payload.size() - 1);
+            uint8_t sum = 0;
+            for (const char c : body)
+                sum = static_cast<uint8_t>(sum + c);
+            char cs[3];
+            std::snprintf(cs, sizeof cs, "%02x", sum);
+            framed = "$" + body + "#" + cs;
+        }
+        send(framed);
+    }
+
+    void serve()
+    {
+        sim::gdb::PacketParser parser;
+        char buf[4096];
+        while (!m_quit && m_fd >= 0) {
+            pollfd p{m_fd, POLLIN, 0};
+            if (::poll(&p, 1, 10) <= 0)
+                continue;
+            const ssize_t n = ::recv(m_fd, buf, sizeof buf, 0);
+            if (n <= 0)
+                break;
+            for (ssize_t i = 0; i < n; ++i) {
+                if (buf[i] == 0x03) {
+                    if (m_running) {
+                        m_running = false;
+                        reply("T02");
+                    }
+                    continue;
+                }
+                parser.feed(&buf[i], 1);
+                while (parser.hasEvent()) {
+                    auto e = parser.takeEvent();
+                    if (e.kind == sim::gdb::Event::Kind::Packet)
+                        handle(e.payload);
+                    if (m_fd < 0)
+                        return;
+                }
+            }
+        }
+    }
+
+    void handle(const std::string& packet)
+    {
+        if (m_running && m_style == Style::Silent)
+            return;
+        if (nakFirst) {
+            nakFirst = false;
+            send("-");
+            return;
+        }
+        send("+");
+        {
+            std::lock_guard lk(m_mutex);
+            m_log.push_back(packet);
+        }
+        if (m_running && m_style == Style::StopReply) {
+            m_running = false;
+            reply("T02thread:01;");
+            return;
+        }
+        if (packet.rfind("qSupported", 0) == 0)
+            return reply(supported);
+        if (packet == "?")
+            return reply("T05");
+        if (packet == "c") {
+            m_running = true;
+            return;
+        }
+        if (packet[0] == 'm' || packet[0] == 'M') {
+            if (packet[0] == 'm' && closeAfterReads >= 0 && closeAfterReads-- == 0) {
+                ::close(m_fd);
+                m_fd = -1;
+                return;
+            }
+            const uint32_t address = static_cast<uint32_t>(std::strtoul(packet.c_str() + 1, nullptr, 16));
+            const uint32_t size = static_cast<uint32_t>(std::strtoul(packet.c_str() + packet.find(',') + 1, nullptr, 16));
+            if (address == 0 && packet[0] == 'm')
+                return reply(std::string(size * 2, '0')); // the vector table
+            if (address < kRamBase || address + size > kRamBase + m_ram.size())
+                return reply("E14");
+            std::lock_guard lk(m_mutex);
+            if (packet[0] == 'm')
+                return reply(sim::gdb::toHex(m_ram.data() + (address - kRamBase), size));
+            const auto bytes = sim::gdb::fromHex(packet.substr(packet.find(':') + 1));
+            std::memcpy(m_ram.data() + (address - kRamBase), bytes->data(), size);
+            return reply("OK");
+        }
+        if (packet.rfind("qRcmd,", 0) == 0) {
+            const auto raw = sim::gdb::fromHex(packet.substr(6));
+            const std::string command(raw->begin(), raw->end());
+            const auto it = monitor.find(command);
+            const std::string out = it != monitor.end() ? it->second + "\n" : "unknown command: '" + command + "'\n";
+            reply("O" + sim::gdb::toHex(out.data(), out.size()));
+            return reply("OK");
+        }
+        reply("");
+    }
+
+    Style m_style;
+    int m_fd = -1;
+    int m_clientFd = -1;
+    std::atomic<bool> m_quit{false};
+    std::atomic<bool> m_running{false};
+    mutable std::mutex m_mutex;
+    std::vector<uint8_t> m_ram;
+    std::vector<std::string> m_log;
+    std::thread m_thread;
+};
