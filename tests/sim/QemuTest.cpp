@@ -1,0 +1,194 @@
+// The probe library's GDB back end against a real GDB server: QEMU's gdbstub
+// running the demo firmware on mps2-an386 (stop-read-continue sampling).
+#include "QemuBoard.h"
+#include "SimTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace simtest;
+
+namespace {
+
+// QEMU on a loaded machine is slow to start: a generous bound, never a measure.
+constexpr int kPatienceMs = 60000;
+
+class QemuDemo : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (QemuBoard::qemuPath().empty())
+            GTEST_SKIP() << "qemu-system-arm is not installed";
+        m_board = std::make_unique<QemuBoard>(std::string(PLOTVIK_BIN_DIR) + "/demo_mps2_an386.elf");
+        ASSERT_TRUE(m_board->ready());
+        ASSERT_EQ(TARVOARM_SelectIP(m_board->address().c_str(), 0) & 0xFF, 0);
+        const char* error = TARVOARM_OpenEx(nullptr, nullptr);
+        ASSERT_EQ(error, nullptr) << error;
+        char err[1024] = "";
+        ASSERT_EQ(TARVOARM_ExecCommand("device = MPS2-AN386", err, sizeof err), 0) << err;
+        ASSERT_EQ(TARVOARM_Connect(), 0);
+    }
+    void TearDown() override
+    {
+        TARVO_BSQ_Stop();
+        TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr);
+        TARVOARM_Close();
+        m_board.reset();
+    }
+
+    // Appends whatever BSQ has; returns the records read so far.
+    size_t pull(std::vector<uint8_t>& into, uint32_t recordSize)
+    {
+        uint8_t buf[64 * 1024];
+        const int n = TARVO_BSQ_Read(buf, sizeof buf / recordSize * recordSize);
+        if (n > 0)
+            into.insert(into.end(), buf, buf + n);
+        m_readFailed = n < 0;
+        return into.size() / recordSize;
+    }
+    bool m_readFailed = false;
+    std::unique_ptr<QemuBoard> m_board;
+};
+
+uint32_t tickOf(const std::vector<uint8_t>& recs, size_t i, uint32_t size) { return get<uint32_t>(&recs[i * size + 4]); }
+
+} // namespace
+
+TEST_F(QemuDemo, ConnectReportsStopReadContinueAndARate)
+{
+    char status[256] = "";
+    ASSERT_EQ(TARVOARM_ExecCommand("GetBsqStatus", status, sizeof status), 0);
+    EXPECT_NE(std::string(status).find("mode=stop-read-continue"), std::string::npos) << status;
+    EXPECT_NE(TARVOARM_EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ), 0);
+    TARVO_BSQ_CAPS caps{};
+    ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
+    EXPECT_GT(caps.MaxFreq, 0u);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1); // QEMU started halted and stays so
+}
+
+TEST_F(QemuDemo, BsqAtOneKilohertzForTwoSecondsFollowsTheFirmwaresFormulas)
+{
+    const TARVO_BSQ_BLOCK blocks[] = {
+        {kTick, 4, 0, 0},     {kSine, 4, 0, 0},      {kCosine, 4, 0, 0},         {kSawtooth, 2, 0, 0},
+        {kState, 1, 0, 0},    {kCounter64, 8, 0, 0}, {kChannels + 8, 2, 0, 0},
+    };
+    const uint32_t size = 4 + 4 + 4 + 4 + 2 + 1 + 8 + 2;
+    ASSERT_EQ(TARVO_BSQ_Start(blocks, 7, 1000, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+    TARVO_Go();
+    std::vector<uint8_t> recs;
+    ASSERT_TRUE(waitFor([&] {
+        const size_t n = pull(recs, size);
+        return n > 1 && get<uint32_t>(&recs[(n - 1) * size]) - get<uint32_t>(&recs[0]) >= 2'000'000;
+    }, kPatienceMs)) << recs.size() / size << " records";
+    size_t checked = 0;
+    uint32_t prevStamp = 0;
+    uint32_t prevTick = 0;
+    for (size_t i = 0; i < recs.size() / size; ++i) {
+        const uint8_t* r = &recs[i * size];
+        const uint32_t stamp = get<uint32_t>(r);
+        const uint32_t t = get<uint32_t>(r + 4);
+        EXPECT_GE(stamp, prevStamp);
+        EXPECT_GE(t, prevTick);
+        prevStamp = stamp;
+        prevTick = t;
+        if (t == 0)
+            continue; // before the firmware's first update
+        // The core stops wherever it is, also inside an update, which writes
+        // the tick last: each value belongs to the record's tick or the next.
+        const auto either = [t](auto value, auto at) { return value == at(t) || value == at(t + 1); };
+        const auto near = [t](float value, float (*at)(uint32_t)) {
+            return std::abs(value - at(t)) < 1e-3f || std::abs(value - at(t + 1)) < 1e-3f;
+        };
+        EXPECT_TRUE(near(get<float>(r + 8), sineAt)) << t;
+        EXPECT_TRUE(near(get<float>(r + 12), cosineAt)) << t;
+        EXPECT_TRUE(either(get<int16_t>(r + 16), sawtoothAt)) << t;
+        EXPECT_TRUE(either(r[18], stateAt)) << t;
+        EXPECT_TRUE(either(get<uint64_t>(r + 19), [](uint32_t x) { return uint64_t(x) * 0x100000001ull; })) << t;
+        EXPECT_TRUE(either(get<uint16_t>(r + 27), [](uint32_t x) { return uint16_t((x + 100u) % 4096u); })) << t;
+        ++checked;
+    }
+    EXPECT_GT(checked, 0u);
+}
+
+TEST_F(QemuDemo, QtxRecordsArriveFramed)
+{
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
+    TARVO_Go();
+    uint32_t up = TARVO_QTX_DIR_UP;
+    int channels = TARVO_QTX_ERR_NOT_FOUND;
+    ASSERT_TRUE(waitFor([&] { return (channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up)) != TARVO_QTX_ERR_NOT_FOUND; }, kPatienceMs));
+    ASSERT_GE(channels, 1);
+    TARVO_QTX_CHANNEL_DESC desc{};
+    desc.BufferIndex = 0;
+    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc), 0);
+    EXPECT_STREQ(desc.acName, "Plotvik_t4f4f4i2u1");
+    std::vector<uint8_t> bytes;
+    ASSERT_TRUE(waitFor([&] {
+        char buf[4096];
+        const int n = TARVO_QTXTERMINAL_Read(0, buf, sizeof buf);
+        if (n > 0)
+            bytes.insert(bytes.end(), buf, buf + n);
+        return n < 0 || bytes.size() >= 200 * 15;
+    }, kPatienceMs));
+    ASSERT_GE(bytes.size(), 200u * 15);
+    uint32_t prev = 0;
+    for (size_t i = 0; i + 15 <= bytes.size(); i += 15) {
+        const uint8_t* r = &bytes[i];
+        const uint32_t stamp = get<uint32_t>(r);
+        ASSERT_EQ(stamp % 1000u, 0u) << "record " << i / 15 << " is not framed";
+        const uint32_t t = stamp / 1000u;
+        if (i > 0) {
+            EXPECT_GT(stamp, prev);
+        }
+        prev = stamp;
+        EXPECT_NEAR(get<float>(r + 4), sineAt(t), 1e-3);
+        EXPECT_NEAR(get<float>(r + 8), cosineAt(t), 1e-3);
+        EXPECT_EQ(get<int16_t>(r + 12), sawtoothAt(t));
+        EXPECT_EQ(r[14], stateAt(t));
+    }
+}
+
+TEST_F(QemuDemo, HaltGoAndResetControlTheCore)
+{
+    const TARVO_BSQ_BLOCK blocks[] = {{kTick, 4, 0, 0}};
+    ASSERT_EQ(TARVO_BSQ_Start(blocks, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+    TARVOARM_Go();
+    EXPECT_EQ(TARVOARM_IsHalted(), 0);
+    std::vector<uint8_t> recs;
+    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) >= 50; }, kPatienceMs));
+
+    ASSERT_EQ(TARVOARM_Halt(), 0);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    recs.clear();
+    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) >= 20; }, kPatienceMs));
+    const uint32_t halted = tickOf(recs, 19, 8);
+    for (size_t i = 10; i < 20; ++i)
+        EXPECT_EQ(tickOf(recs, i, 8), halted) << "the core moved while halted";
+
+    TARVOARM_Go();
+    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) > halted; }, kPatienceMs));
+    const uint32_t before = tickOf(recs, recs.size() / 8 - 1, 8);
+
+    ASSERT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    TARVOARM_Go();
+    // The firmware starts again from tick 0.
+    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) < before; }, kPatienceMs));
+}
+
+TEST_F(QemuDemo, KilledServerStopsSamplingAndKeepsTheData)
+{
+    const TARVO_BSQ_BLOCK blocks[] = {{kTick, 4, 0, 0}};
+    ASSERT_EQ(TARVO_BSQ_Start(blocks, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+    TARVO_Go();
+    std::vector<uint8_t> recs;
+    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) >= 20; }, kPatienceMs));
+    m_board->kill();
+    ASSERT_TRUE(waitFor([&] {
+        pull(recs, 8);
+        return m_readFailed;
+    }, kPatienceMs));
+    EXPECT_GE(recs.size() / 8, 20u);
+    EXPECT_EQ(TARVOARM_IsConnected(), 0);
+}
