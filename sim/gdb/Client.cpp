@@ -135,6 +135,17 @@ std::optional<std::string> Client::request(std::string_view payload, int timeout
     return receive(timeoutMs);
 }
 
+bool Client::sendRaw(std::string_view bytes)
+{
+    if (m_lost)
+        return false;
+    if (!m_link->send(bytes)) {
+        markLost();
+        return false;
+    }
+    return true;
+}
+
 bool Client::interrupt()
 {
     if (m_lost)

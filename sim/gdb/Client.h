@@ -37,6 +37,10 @@ public:
     std::optional<std::string> receive(int timeoutMs = kReplyTimeoutMs);
     // send() then receive().
     std::optional<std::string> request(std::string_view payload, int timeoutMs = kReplyTimeoutMs);
+    // Sends bytes as they are (framed packets, the interrupt byte) without
+    // waiting for acks: a batch of requests costs one round trip. Late acks
+    // are skipped by receive().
+    bool sendRaw(std::string_view bytes);
     // The interrupt byte (0x03), outside any packet.
     bool interrupt();
 

@@ -517,18 +517,7 @@ void Remote::sampleLoop()
             std::unique_lock lk(m_mutex);
             if (m_wake.wait_until(lk, next, [this] { return m_stopSampling.load(); }))
                 return;
-            spanData.resize(m_spans.size());
-            const bool ok = access([&] {
-                // The core is still (or the server reads it at once): this is the sample's moment.
-                stamp = static_cast<uint32_t>(
-                    std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_epoch).count());
-                for (size_t i = 0; i < m_spans.size(); ++i) {
-                    spanData[i].resize(m_spans[i].size);
-                    if (!readLocked(m_spans[i].address, spanData[i].data(), m_spans[i].size))
-                        return false;
-                }
-                return true;
-            });
+            const bool ok = sampleSpans(spanData, stamp);
             if (!ok) {
                 std::lock_guard fl(m_fifoMutex);
                 m_samplingFailed = true;
@@ -555,6 +544,69 @@ void Remote::sampleLoop()
         if (const auto now = Clock::now(); next + period < now)
             next = now;
     }
+}
+
+bool Remote::sampleSpans(std::vector<std::vector<uint8_t>>& data, uint32_t& stamp)
+{
+    if (m_lost)
+        return false;
+    // One batch: interrupt (where the server needs it), every span's read,
+    // so a record costs one round trip; "continue" goes without waiting.
+    const bool pause = m_running && m_mode != Mode::Background;
+    std::string batch;
+    if (pause)
+        batch += '\x03';
+    for (const Span& s : m_spans)
+        batch += framePacket("m" + hex32(s.address) + "," + hex32(s.size));
+    if (!m_client.sendRaw(batch)) {
+        lose();
+        return false;
+    }
+    const auto failed = [this](const char* what) {
+        if (m_client.lost())
+            lose();
+        else
+            fail("The GDB server at " + m_where + " " + what + ".");
+        return false;
+    };
+    if (pause) {
+        for (;;) {
+            const auto reply = m_client.receive();
+            if (!reply)
+                return failed("did not stop the target");
+            if (isStopReply(*reply))
+                break;
+        }
+        m_running = false;
+    }
+    stamp = static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_epoch).count());
+    data.resize(m_spans.size());
+    bool ok = true;
+    for (size_t i = 0; i < m_spans.size(); ++i) {
+        auto reply = m_client.receive();
+        while (reply && isStopReply(*reply)) {
+            m_running = false; // stopped by itself (background mode)
+            reply = m_client.receive();
+        }
+        if (!reply)
+            return failed("did not answer a read");
+        const auto bytes = isErrorReply(*reply) ? std::nullopt : fromHex(*reply);
+        if (!bytes || bytes->size() != m_spans[i].size) {
+            fail("The GDB server refused to read " + std::to_string(m_spans[i].size) + " bytes at "
+                 + address8(m_spans[i].address) + " (" + reply->substr(0, 16) + ").");
+            ok = false; // the other replies are still to be taken off the line
+            continue;
+        }
+        data[i] = std::move(*bytes);
+    }
+    if (pause) {
+        if (!m_client.sendRaw(framePacket("c"))) {
+            lose();
+            return false;
+        }
+        m_running = true;
+    }
+    return ok;
 }
 
 void Remote::stopSampler()

@@ -96,6 +96,7 @@ private:
     bool stopCore();                                 // interrupt and wait for the stop reply
     bool resumeCore();
     bool readLocked(uint32_t address, void* dst, uint32_t size);
+    bool sampleSpans(std::vector<std::vector<uint8_t>>& data, uint32_t& stamp);
     bool writeLocked(uint32_t address, const void* src, uint32_t size);
     std::string detectMode();
     void measureRate();
