@@ -28,6 +28,9 @@ struct holder {
     int lost;
 } holder_var;
 
+/* A zero-length array (a GNU extension): an ordinary row, not a cut one. */
+int empty_run[0];
+
 int intact_counter = 1;
 struct intact_pair {
     int a;
