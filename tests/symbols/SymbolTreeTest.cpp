@@ -547,8 +547,11 @@ TEST(SymbolTree, TypeChainsThatComeBackLeaveNoType)
     f.info.m_dies[td].typeRef = f.key(cv);  // typedef -> const -> typedef ...
     const auto self = f.qualifier(0x16, i32);
     f.info.m_dies[self].typeRef = f.key(self);
-    for (const auto type : {cv, self}) {
-        const auto v = f.variable("v", type, 0x100);
+    // Every entry first: the records cache pointers to each other.
+    const auto viaCv = f.variable("v", cv, 0x100), viaSelf = f.variable("v", self, 0x100);
+    const auto arr = f.variable("a", f.array(self, {4}), 0x100);
+    const auto ok = f.variable("ok", f.qualifier(0x35, f.qualifier(0x16, i32)), 0x100);
+    for (const auto v : {viaCv, viaSelf}) {
         Node* n = f.fill(v);
         EXPECT_EQ(f.info.typeTrouble(f.die(v)), elf::DebugInfo::TypeTrouble::Loop);
         EXPECT_TRUE(n->Type.empty());
@@ -556,12 +559,11 @@ TEST(SymbolTree, TypeChainsThatComeBackLeaveNoType)
         EXPECT_EQ(n->Size, 0u);
         EXPECT_EQ(n->TypeID, kTypeNone);
     }
-    Node* a = f.fill(f.variable("a", f.array(self, {4}), 0x100));
+    Node* a = f.fill(arr);
     EXPECT_EQ(a->Children, nullptr);
     EXPECT_EQ(a->Unexpanded, kCutTypeTrouble);
     EXPECT_FALSE(a->IsLeaf);
     // A chain that ends properly is no trouble.
-    const auto ok = f.variable("ok", f.qualifier(0x35, f.qualifier(0x16, i32)), 0x100);
     EXPECT_EQ(f.info.typeTrouble(f.die(ok)), elf::DebugInfo::TypeTrouble::None);
     EXPECT_EQ(f.fill(ok)->TypeID, kTypeS32);
 }
@@ -570,16 +572,20 @@ TEST(SymbolTree, TypeChainsThatComeBackLeaveNoType)
 // budget; up to the last byte they are.
 TEST(SymbolTree, ArraysPastTheAddressSpaceStayUnexpanded)
 {
+    // Every entry first: the records cache pointers to each other.
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5);
-    const Node* past = f.fill(f.variable("past", f.array(i32, {4}), 0xFFFFFFF4u));
+    const auto c8 = f.base("char", 1, 8);
+    const auto pastVar = f.variable("past", f.array(i32, {4}), 0xFFFFFFF4u);
+    const auto edgeVar = f.variable("edge", f.array(i32, {3}), 0xFFFFFFF4u);
+    const auto wideVar = f.variable("wide", f.array(c8, {0x10000, 0x10001}), 0);
+    const Node* past = f.fill(pastVar);
     EXPECT_EQ(past->Children, nullptr);
     EXPECT_EQ(past->Unexpanded, kCutAddressSpace);
-    const Node* edge = f.fill(f.variable("edge", f.array(i32, {3}), 0xFFFFFFF4u));
+    const Node* edge = f.fill(edgeVar);
     EXPECT_EQ(countBelow(edge), 3u);
     EXPECT_EQ(edge->Unexpanded, kCutNone);
-    const Node* wide = f.fill(f.variable("wide", f.array(f.base("char", 1, 8), {0x10000, 0x10001}), 0));
-    EXPECT_EQ(wide->Unexpanded, kCutAddressSpace);
+    EXPECT_EQ(f.fill(wideVar)->Unexpanded, kCutAddressSpace);
 }
 
 // A reference that names no entry drops that variable or member.
@@ -601,6 +607,7 @@ TEST(SymbolTree, DanglingReferencesDropTheVariableOrMember)
     const auto viaTypedef = f.variable("via", brokenTypedef, 0x100);
     const auto none = f.variable("none", i32, 0x100);
     f.info.m_dies[none].typeRef = 0;  // no type at all is no damage
+    const auto v = f.variable("v", rec, 0x200);
 
     NodeArena arena;
     symtree::Builder builder(f.info, arena, {});
@@ -608,7 +615,6 @@ TEST(SymbolTree, DanglingReferencesDropTheVariableOrMember)
     EXPECT_FALSE(builder.accepts(f.die(far)));
     EXPECT_FALSE(builder.accepts(f.die(viaTypedef)));
     EXPECT_TRUE(builder.accepts(f.die(none)));
-    const auto v = f.variable("v", rec, 0x200);
     ASSERT_TRUE(builder.accepts(f.die(v)));
     Node* n = f.fill(v);
     EXPECT_NE(findPath(n, "v.kept"), nullptr);
