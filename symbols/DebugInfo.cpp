@@ -21,6 +21,7 @@ enum : std::uint16_t {
 
 constexpr std::size_t kTextLimit = 512;  // every intermediate type text
 constexpr int kMaxLinks = 25;
+constexpr int kMaxQualifiers = 64;  // typedefs and qualifiers in a row
 
 void prepend(std::string& text, std::string_view front)
 {
@@ -93,32 +94,60 @@ const Die* DebugInfo::resolvedType(const Die& symbol) const
     // Every element of an array and every instance of a structure asks again.
     if (symbol.typeCached)
         return symbol.cachedType;
-    const Die* t = namesATypedThing(symbol.tag) ? find(symbol.typeRef) : &symbol;
-    // A declaration-only variable definition takes the type of its declaration.
-    if (!t && symbol.tag == kTagVariable)
-        if (const Die* decl = find(symbol.specRef))
-            t = find(decl->typeRef);
-    for (int hops = 0; t && isQualifier(t->tag) && hops < 64; ++hops)
-        t = find(t->typeRef);
     auto& d = const_cast<Die&>(symbol);
-    d.cachedType = t && isQualifier(t->tag) ? nullptr : t;
+    // A reference that names no entry is damage, unlike no reference at all.
+    const auto dangles = [this](const Die& from) { return from.badTypeRef || (from.typeRef != 0 && !find(from.typeRef)); };
+    bool dangling = false, loops = false;
+    const Die* t = &symbol;
+    if (namesATypedThing(symbol.tag)) {
+        dangling = dangles(symbol);
+        t = find(symbol.typeRef);
+        // A declaration-only variable definition takes the type of its declaration.
+        if (!t && !dangling && symbol.tag == kTagVariable)
+            if (const Die* decl = find(symbol.specRef)) {
+                dangling = dangles(*decl);
+                t = find(decl->typeRef);
+            }
+    }
+    // No real chain is this long: past it the chain has come back to itself.
+    for (int hops = 0; t && isQualifier(t->tag); ++hops) {
+        if (hops == kMaxQualifiers) {
+            loops = true;
+            t = nullptr;
+        } else {
+            dangling = dangles(*t);
+            t = find(t->typeRef);
+        }
+    }
+    d.cachedType = t;
+    d.typeLoops = loops;
+    d.typeDangles = dangling && !t;
     d.typeCached = true;
     return d.cachedType;
 }
 
-std::uint32_t DebugInfo::byteSize(const Die* type) const
+DebugInfo::TypeTrouble DebugInfo::typeTrouble(const Die& symbol) const
 {
-    if (!type)
+    resolvedType(symbol);
+    return symbol.typeLoops ? TypeTrouble::Loop : symbol.typeDangles ? TypeTrouble::Dangling : TypeTrouble::None;
+}
+
+std::uint32_t DebugInfo::byteSize(const Die* type) const { return byteSize(type, 0); }
+
+std::uint32_t DebugInfo::byteSize(const Die* type, int nesting) const
+{
+    // Arrays of arrays nest; damaged ones can nest in a circle.
+    if (!type || nesting > kMaxQualifiers)
         return 0;
     if (type->hasByteSize || type->tag != kTagArray)
         return type->byteSize;
     // gcc leaves the size off array types: count times element size.
     const Die* element = find(type->typeRef);
-    for (int hops = 0; element && isQualifier(element->tag) && hops < 64; ++hops)
+    for (int hops = 0; element && isQualifier(element->tag) && hops < kMaxQualifiers; ++hops)
         element = find(element->typeRef);
     if (!element || element == type)
         return 0;
-    std::uint64_t size = byteSize(element);
+    std::uint64_t size = byteSize(element, nesting + 1);
     for (std::uint32_t n : dimensions(*type)) {
         size *= n;
         if (size > 0xFFFFFFFFull)

@@ -51,6 +51,9 @@ struct Die {
     bool textCached : 1 = false;
     bool fileCached : 1 = false;
     bool typeCached : 1 = false;
+    bool badTypeRef : 1 = false;  // DW_AT_type present but unreadable (set by the loader)
+    bool typeLoops : 1 = false;   // with typeCached: the typedef/qualifier chain runs in a circle
+    bool typeDangles : 1 = false; // with typeCached: a reference on the way names no entry
     // Filled on first use.
     const Die* cachedType = nullptr;
     std::string_view cachedText;
@@ -87,8 +90,14 @@ public:
     // demangling the linkage name so that namespace and class members differ.
     std::string symbolName(const Die& d) const;
     // The type a symbol works with: typedefs and qualifiers looked through.
-    // A type record stands for itself.
+    // A type record stands for itself. nullptr when the symbol has no type, or
+    // when typeTrouble() says why it has none although it names one.
     const Die* resolvedType(const Die& symbol) const;
+    // Why a symbol that names a type gets none: damaged files can hold a
+    // typedef or qualifier chain that comes back to itself, or a reference
+    // that points where no entry starts (outside its unit, say).
+    enum class TypeTrouble { None, Loop, Dangling };
+    TypeTrouble typeTrouble(const Die& symbol) const;
     std::uint32_t byteSize(const Die* type) const;
     bool isSigned(const Die* type) const;
     // The printed type text (interned, at most 255 characters).
@@ -111,6 +120,7 @@ public:
 
 private:
     std::string buildTypeText(const Die& symbol, int depth) const;
+    std::uint32_t byteSize(const Die* type, int nesting) const;
 };
 
 // Result of evaluating a location expression.

@@ -186,7 +186,9 @@ private:
         value = static_cast<std::uint32_t>(u);
         return true;
     }
-    std::uint64_t readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which);
+    // The key of a reference's target, 0 when it has none yet (a type
+    // signature, resolved at the end) or, with `ok` false, when it is unreadable.
+    std::uint64_t readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which, bool& ok);
     void readLines(Dwarf_Die cuDie, Unit& unit);
     void drop(Dwarf_Error& err)
     {
@@ -263,26 +265,31 @@ bool Loader::readSigned(Dwarf_Attribute attr, std::int64_t& v)
     return false;  // a bound given by an expression or a reference: not a constant
 }
 
-std::uint64_t Loader::readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which)
+std::uint64_t Loader::readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which, bool& ok)
 {
     Dwarf_Error err = nullptr;
     Dwarf_Half form = 0;
+    ok = false;
     if (dwarf_whatform(attr, &form, &err) != DW_DLV_OK) {
         drop(err);
         return 0;
     }
     if (form == DW_FORM_ref_sig8) {
         PendingSig p{dieIndex, which, {}};
-        if (dwarf_formsig8(attr, &p.sig, &err) == DW_DLV_OK)
+        if (dwarf_formsig8(attr, &p.sig, &err) == DW_DLV_OK) {
             m_pending.push_back(p);
+            ok = true;
+        }
         drop(err);
         return 0;
     }
+    // libdwarf refuses a unit-relative offset past the unit's end.
     Dwarf_Off off = 0;
     if (dwarf_global_formref(attr, &off, &err) != DW_DLV_OK) {
         drop(err);
         return 0;
     }
+    ok = true;
     return m_isInfo ? off : (off | kTypesSection);
 }
 
@@ -312,9 +319,18 @@ void Loader::readAttribute(Dwarf_Die die, Dwarf_Attribute attr, Die& d, bool& lo
             d.linkage = str;
         break;
     }
-    case DW_AT_type: d.typeRef = readRef(attr, index, 0); break;
+    case DW_AT_type: {
+        bool ok = false;
+        d.typeRef = readRef(attr, index, 0, ok);
+        d.badTypeRef = !ok;
+        break;
+    }
     case DW_AT_specification:
-    case DW_AT_abstract_origin: d.specRef = readRef(attr, index, 1); break;
+    case DW_AT_abstract_origin: {
+        bool ok = false;
+        d.specRef = readRef(attr, index, 1, ok);
+        break;
+    }
     case DW_AT_byte_size:
         if (readSize(attr, d.byteSize))
             d.hasByteSize = true;

@@ -27,6 +27,16 @@ enum TypeId : std::int32_t {
     kTypeBitField = 14,
 };
 
+// Why the tree builder left a node without (all of) its children: its limits
+// keep damaged or enormous debug information from eating all memory.
+enum Cut : std::uint8_t {
+    kCutNone = 0,
+    kCutVariableBudget = 1,  // its variable used up its share of nodes
+    kCutTreeBudget = 2,      // the tree used up its nodes
+    kCutAddressSpace = 3,    // an array whose elements would run past 4 GB
+    kCutTypeTrouble = 4,     // an array whose element type loops or dangles
+};
+
 // Debug-information tags the tree acts on.
 enum : std::uint32_t { kTagArray = 1, kTagClass = 2, kTagStruct = 19, kTagUnion = 23, kTagSubprogram = 46 };
 
@@ -50,6 +60,7 @@ struct Node : SymbolDisplaySettings {
     std::uint32_t BitSize = 0;
     std::uint32_t BitOffset = 0;
     std::int32_t LatestSlot = -1;  // sampling: slot of the newest value, -1 none
+    std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     double MaxValue = 0.0;
 
     // Links to user-interface items (not owned).

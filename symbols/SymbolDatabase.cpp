@@ -107,7 +107,7 @@ std::unique_ptr<SymbolTree> SymbolDatabase::buildTree(const elf::DebugInfo& info
     int lastReported = 0;
     for (int i = 0; i < limit; ++i) {
         const elf::Die& symbol = info.die(globals[static_cast<std::size_t>(i)]);
-        if (symbol.hasAddress) {
+        if (symbol.hasAddress && builder.accepts(symbol)) {
             const std::string_view declared = info.declFile(symbol);
             Node* node = tree->arena.create();
             if (!fileNode || declared != previousFile) {

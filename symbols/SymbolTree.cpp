@@ -59,6 +59,11 @@ void classify(Node& node)
         node.TypeID = kTypeNone;
         return;
     }
+    // Left without its children by the builder's limits: nothing to sample.
+    if (node.Unexpanded != kCutNone) {
+        node.TypeID = kTypeNone;
+        return;
+    }
     node.IsLeaf = true;
     if (node.TypeID == kTypeBitField)
         return;
@@ -129,16 +134,68 @@ bool matches(const Node& a, const Node& b)
 }
 
 Builder::Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled, TreeLimits limits)
-    : m_info(info), m_arena(arena), m_hook(std::move(onFilled)), m_limits(limits)
+    : m_info(info), m_arena(arena), m_hook(std::move(onFilled)), m_limits(limits),
+      m_variableBudget(std::min(limits.variableNodes, limits.treeNodes / 2))
 {
 }
 
-Node& Builder::addChild(Node& parent)
+bool Builder::accepts(const elf::Die& symbol)
 {
+    if (m_info.typeTrouble(symbol) != elf::DebugInfo::TypeTrouble::Dangling)
+        return true;
+    Log::instance().line("Variable %s is left out: its type reference points to no entry of its unit",
+                         m_info.symbolName(symbol).c_str());
+    return false;
+}
+
+bool Builder::firstNote(const void* about, int kind)
+{
+    // An array of structures would repeat the line for every element.
+    return m_noted.emplace(about, kind).second;
+}
+
+void Builder::beginVariable()
+{
+    const std::uint64_t left = m_limits.treeNodes - std::min(m_nodes, m_limits.treeNodes);
+    m_variableStart = m_nodes;
+    m_variableBudget = std::min(m_limits.variableNodes, left / 2);
+    m_stopped = kCutNone;
+}
+
+Cut Builder::overBudget(std::uint64_t count) const
+{
+    const std::uint64_t variable = m_nodes - m_variableStart + count;
+    if (variable > m_limits.variableNodes)
+        return kCutVariableBudget;
+    if (m_nodes + count > m_limits.treeNodes || variable > m_variableBudget)
+        return kCutTreeBudget;
+    return kCutNone;
+}
+
+void Builder::charge(const Node& node) { m_nodes += (node.Name.size() + node.NameWithParents.size()) / 128; }
+
+Node* Builder::addChild(Node& parent)
+{
+    if (const Cut cut = m_stopped ? m_stopped : overBudget(1)) {
+        parent.Unexpanded = cut;
+        if (!m_stopped) {
+            m_stopped = cut;
+            // The path's first part is the variable's name.
+            const std::string& path = parent.NameWithParents;
+            const std::string variable = path.substr(0, path.find_first_of(".["));
+            if (cut == kCutVariableBudget)
+                Log::instance().line("Variable %s is cut short at %s: it would take more than %llu tree nodes", variable.c_str(),
+                                     path.c_str(), static_cast<unsigned long long>(m_limits.variableNodes));
+            else
+                Log::instance().line("Variable %s is cut short at %s: the symbol tree is near its limit of %llu nodes",
+                                     variable.c_str(), path.c_str(), static_cast<unsigned long long>(m_limits.treeNodes));
+        }
+        return nullptr;
+    }
     Node* child = m_arena.create();
     ++m_nodes;
     parent.addChild(child);
-    return *child;
+    return child;
 }
 
 void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32_t depth, bool nameSet)
@@ -153,7 +210,10 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
         node.Name = m_info.symbolName(*symbol);
         node.Address = symbol->address;
     }
-    node.Type = m_info.typeText(*symbol);
+    if (!parent)
+        beginVariable();
+    const bool loops = m_info.typeTrouble(*symbol) == elf::DebugInfo::TypeTrouble::Loop;
+    node.Type = loops ? std::string_view() : m_info.typeText(*symbol);
     node.File = m_info.declFile(*symbol);
     node.Tag = type ? type->tag : 0;
     node.Size = m_info.byteSize(type);
@@ -179,31 +239,36 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
     }
     // The name is final here; the children's paths start from this one.
     node.NameWithParents = pathBelowParents(node);
+    charge(node);
+    if (loops && firstNote(symbol, 0))
+        Log::instance().line("%s has no type: its typedef or qualifier chain comes back to itself", node.NameWithParents.c_str());
 
     if (isRecord(node.Tag)) {
-        for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c))
-            if (c->tag == kTagMember && !c->declaration)
-                fill(c, addChild(node), &node, depth + 1, false);
-        if (node.Tag == kTagClass)
-            for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c))
-                if (c->tag == kTagInheritance)
-                    fill(c, addChild(node), &node, depth + 1, false);
+        // Members first, then a class's bases; a member whose type reference
+        // points nowhere is left out.
+        for (const bool bases : {false, true}) {
+            if (bases && node.Tag != kTagClass)
+                break;
+            for (const elf::Die* c = m_info.child(*type); c; c = m_info.sibling(*c)) {
+                if (bases ? c->tag != kTagInheritance : (c->tag != kTagMember || c->declaration))
+                    continue;
+                if (m_info.typeTrouble(*c) == elf::DebugInfo::TypeTrouble::Dangling) {
+                    if (firstNote(c, 1))
+                        Log::instance().line("A member of %s is left out: its type reference points to no entry of its unit",
+                                             node.NameWithParents.c_str());
+                    continue;
+                }
+                Node* child = addChild(node);
+                if (!child)
+                    break;
+                fill(c, *child, &node, depth + 1, false);
+            }
+        }
     } else if (node.Tag == kTagArray) {
         node.IsArray = true;
         node.Dimensions = m_info.dimensions(*type);
         node.NumDimensions = static_cast<std::uint32_t>(node.Dimensions.size());
-        const elf::Die* element = m_info.find(type->typeRef);
-        const std::uint64_t added = nodesBelow(type, depth);
-        if (added > m_limits.arrayNodes) {
-            Log::instance().line("Array %s is not expanded: it would take more than %llu tree nodes", node.Name.c_str(),
-                                 static_cast<unsigned long long>(m_limits.arrayNodes));
-        } else if (m_nodes + added > m_limits.treeNodes) {
-            Log::instance().line("Array %s is not expanded: the symbol tree would grow past %llu nodes", node.Name.c_str(),
-                                 static_cast<unsigned long long>(m_limits.treeNodes));
-        } else if (element && !node.Dimensions.empty()) {
-            const std::uint32_t elementSize = m_info.byteSize(m_info.resolvedType(*element));
-            expand(node.Dimensions, 0, depth, element, elementSize, node);
-        }
+        expandArray(node, *type, depth);
     }
 
     classify(node);
@@ -211,12 +276,54 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
         m_hook(node);
 }
 
+void Builder::expandArray(Node& node, const elf::Die& type, std::uint32_t depth)
+{
+    const elf::Die* element = m_info.find(type.typeRef);
+    if (!element || node.Dimensions.empty())
+        return;
+    const elf::Die* elementType = m_info.resolvedType(*element);
+    if (m_info.typeTrouble(*element) != elf::DebugInfo::TypeTrouble::None) {
+        node.Unexpanded = kCutTypeTrouble;
+        if (firstNote(&type, 2))
+            Log::instance().line("Array %s is not expanded: its element type comes back to itself or points nowhere",
+                                 node.NameWithParents.c_str());
+        return;
+    }
+    const std::uint32_t elementSize = m_info.byteSize(elementType);
+    // The elements' bytes, saturated just past the address space.
+    constexpr std::uint64_t kAddressSpace = std::uint64_t{1} << 32;
+    std::uint64_t bytes = elementSize;
+    for (const std::uint32_t n : node.Dimensions)
+        bytes = n == 0 ? 0 : bytes > (kAddressSpace + 1) / n ? kAddressSpace + 1 : bytes * n;
+    if (node.Address + std::min(bytes, kAddressSpace + 1) > kAddressSpace) {
+        node.Unexpanded = kCutAddressSpace;
+        if (firstNote(&type, 3))
+            Log::instance().line("Array %s is not expanded: its elements would run past the 32-bit address space",
+                                 node.NameWithParents.c_str());
+        return;
+    }
+    if (m_stopped) {
+        node.Unexpanded = m_stopped;
+        return;
+    }
+    if (const Cut cut = overBudget(nodesBelow(&type, depth))) {
+        node.Unexpanded = cut;
+        if (firstNote(&type, 10 + cut))
+            Log::instance().line(cut == kCutVariableBudget ? "Array %s is not expanded: its variable would take more than %llu tree nodes"
+                                                           : "Array %s is not expanded: the symbol tree would grow past %llu nodes",
+                                 node.NameWithParents.c_str(),
+                                 static_cast<unsigned long long>(cut == kCutVariableBudget ? m_limits.variableNodes : m_limits.treeNodes));
+        return;
+    }
+    expand(node.Dimensions, 0, depth, element, elementSize, node);
+}
+
 std::uint64_t Builder::nodesBelow(const elf::Die* type, std::uint32_t depth)
 {
     // Counts what fill() and expand() would create, stopping just past the
-    // array limit; memoised per type and depth, since every element of an
-    // array of structures asks again.
-    const std::uint64_t cap = m_limits.arrayNodes + 1;
+    // variable's budget; memoised per type and depth, since every element of
+    // an array of structures asks again.
+    const std::uint64_t cap = m_limits.variableNodes + 1;
     if (!type || depth >= kMaxDepth || type->tag == kTagSubprogram)
         return 0;
     const auto key = std::make_pair(type, depth);
@@ -232,10 +339,14 @@ std::uint64_t Builder::nodesBelow(const elf::Die* type, std::uint32_t depth)
     } else if (type->tag == kTagArray) {
         const std::vector<std::uint32_t> dims = m_info.dimensions(*type);
         const elf::Die* element = m_info.find(type->typeRef);
-        // Innermost first: an element's own subtree, then one level of indexes at a time.
-        count = element ? nodesBelow(m_info.resolvedType(*element), depth + static_cast<std::uint32_t>(dims.size())) : 0;
-        for (std::size_t k = dims.size(); k-- > 0;)
-            count = times(dims[k], 1 + count);
+        // Innermost first: an element's own subtree, then one level of indexes
+        // at a time. Without dimensions nothing is expanded (and a damaged
+        // element type could lead back here at the same depth).
+        if (element && !dims.empty()) {
+            count = nodesBelow(m_info.resolvedType(*element), depth + static_cast<std::uint32_t>(dims.size()));
+            for (std::size_t k = dims.size(); k-- > 0;)
+                count = times(dims[k], 1 + count);
+        }
     }
     m_below.emplace(key, count);
     return count;
@@ -250,21 +361,24 @@ void Builder::expand(const std::vector<std::uint32_t>& dims, std::size_t dim, st
     for (std::size_t k = dim + 1; k < dims.size(); ++k)
         stride *= dims[k];
     for (std::uint32_t i = 0; i < dims[dim]; ++i) {
-        Node& child = addChild(node);
-        child.Name = elementName(node.Name, i);
-        child.Address = static_cast<std::uint32_t>(node.Address + i * stride);
+        Node* child = addChild(node);
+        if (!child)
+            return;
+        child->Name = elementName(node.Name, i);
+        child->Address = static_cast<std::uint32_t>(node.Address + i * stride);
         if (dim + 1 < dims.size()) {
-            child.Parent = &node;
-            child.IsArray = true;
-            child.NameWithParents = pathBelowParents(child);
-            expand(dims, dim + 1, depth + 1, element, elementSize, child);
-            child.Type = node.Type;
-            child.File = node.File;
-            classify(child);
+            child->Parent = &node;
+            child->IsArray = true;
+            child->NameWithParents = pathBelowParents(*child);
+            charge(*child);
+            expand(dims, dim + 1, depth + 1, element, elementSize, *child);
+            child->Type = node.Type;
+            child->File = node.File;
+            classify(*child);
             if (m_hook)
-                m_hook(child);
+                m_hook(*child);
         } else {
-            fill(element, child, &node, depth + 1, true);
+            fill(element, *child, &node, depth + 1, true);
         }
     }
 }

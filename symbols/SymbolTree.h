@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -29,13 +30,18 @@ std::string nameWithParents(const Node& node);
 // True when File, Name, NameWithParents and Type are equal, folding A-Z.
 bool matches(const Node& a, const Node& b);
 
-// An array whose expansion would add more than `arrayNodes` nodes is left
-// unexpanded, and so is any array once the tree would pass `treeNodes`: a
-// damaged file, or a huge buffer of structures in external memory, must not
-// make the tree eat all memory (a node takes about 300 bytes).
+// Every node the builder adds below a top-level variable counts against two
+// budgets: the tree's `treeNodes`, and its variable's share, `variableNodes`
+// or half of what the tree has left, whichever is less, so that damaged
+// variables cannot use up the room of those that follow. A node whose name and
+// path are long counts once more for each 128 characters of them. An array
+// that would not fit its variable's share is left unexpanded as a whole; a
+// structure is filled member by member until the share is spent, and then its
+// variable stops. A node takes about 300 bytes, so a full tree stays under
+// 1 GB whatever the file says.
 struct TreeLimits {
-    std::uint64_t arrayNodes = std::uint64_t{1} << 22;
-    std::uint64_t treeNodes = std::uint64_t{1} << 23;
+    std::uint64_t variableNodes = std::uint64_t{1} << 20;
+    std::uint64_t treeNodes = std::uint64_t{1} << 21;
 };
 
 // Fills nodes from the walk. `onFilled` sees every node once it is filled and
@@ -45,22 +51,41 @@ public:
     using Hook = std::function<void(Node&)>;
     Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled, TreeLimits limits = {});
 
+    // False, with a log line, for a variable whose type reference points
+    // where no entry starts: it is left out of the tree.
+    bool accepts(const elf::Die& symbol);
     void fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32_t depth, bool nameSet);
-    std::size_t nodes() const { return m_nodes; }
+    // Budget units spent so far (nodes below the top-level variables, with
+    // long names counting more).
+    std::uint64_t nodes() const { return m_nodes; }
 
 private:
-    Node& addChild(Node& parent);
+    // A new child of `parent`, or nullptr once the budgets are spent.
+    Node* addChild(Node& parent);
+    void beginVariable();
+    // Counts a node's long name and path against the budgets.
+    void charge(const Node& node);
+    // Which budget adding `count` nodes would break.
+    Cut overBudget(std::uint64_t count) const;
+    void expandArray(Node& node, const elf::Die& type, std::uint32_t depth);
     void expand(const std::vector<std::uint32_t>& dims, std::size_t dim, std::uint32_t depth, const elf::Die* element,
                 std::uint32_t elementSize, Node& node);
     // Nodes that filling an object of `type` at `depth` adds below it.
     std::uint64_t nodesBelow(const elf::Die* type, std::uint32_t depth);
+    // True the first time a debug entry shows a kind of trouble: its log line
+    // is written once.
+    bool firstNote(const void* about, int kind);
 
     const elf::DebugInfo& m_info;
     NodeArena& m_arena;
     Hook m_hook;
     TreeLimits m_limits;
-    std::size_t m_nodes = 0;
+    std::uint64_t m_nodes = 0;
+    std::uint64_t m_variableStart = 0;   // m_nodes when the current variable began
+    std::uint64_t m_variableBudget = 0;  // its share
+    Cut m_stopped = kCutNone;             // why the current variable stopped
     std::map<std::pair<const elf::Die*, std::uint32_t>, std::uint64_t> m_below;
+    std::set<std::pair<const void*, int>> m_noted;
 };
 
 }  // namespace symtree

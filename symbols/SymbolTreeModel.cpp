@@ -461,6 +461,15 @@ QVariant SymbolTreeModel::data(const QModelIndex& index, int role) const
         if (column == kColSelect && n.IsLeaf)
             return entry.ticked ? Qt::Checked : Qt::Unchecked;
         return {};
+    case Qt::ToolTipRole:
+        // Nodes the tree's limits left without children have no check box: say why.
+        switch (n.Unexpanded) {
+        case kCutVariableBudget: return QStringLiteral("Not expanded: it would take too many symbol tree nodes");
+        case kCutTreeBudget: return QStringLiteral("Not expanded: the symbol tree has reached its size limit");
+        case kCutAddressSpace: return QStringLiteral("Not expanded: its elements would run past the 32-bit address space");
+        case kCutTypeTrouble: return QStringLiteral("Not expanded: its element type is damaged in the debug information");
+        default: return {};
+        }
     case Qt::BackgroundRole:
         if (column == kColName && isFileRow(n))
             return QBrush(Qt::lightGray);

@@ -147,14 +147,15 @@ TEST(OutOfMemory, AParseThatRunsOutIsReportedAndLeavesNoTree)
     const std::string huge = testelf::corpus("huge.elf");
     ASSERT_FALSE(testelf::readBytes(huge).empty());
     EXPECT_EXIT(std::exit(parseUnderTightLimit(huge)), ::testing::ExitedWithCode(0), "");
-    // Without the limit the same file loads, every element a node.
+    // Without the limit the same file loads, every element a node: three
+    // buffers that each fit a variable's share of the tree.
     SymbolDatabase db;
     ASSERT_EQ(db.parseElf(huge, false, nullptr), 0);
     ASSERT_EQ(db.tree()->files.size(), 1u);
-    const Node* buffer = db.tree()->files[0]->Children;
-    ASSERT_NE(buffer, nullptr);
-    std::size_t elements = 0;
-    for (const Node* e = buffer->Children; e; e = e->Next)
-        ++elements;
+    std::size_t buffers = 0, elements = 0;
+    for (const Node* buffer = db.tree()->files[0]->Children; buffer; buffer = buffer->Next, ++buffers)
+        for (const Node* e = buffer->Children; e; e = e->Next)
+            ++elements;
+    EXPECT_EQ(buffers, 3u);
     EXPECT_EQ(elements, 1500000u);
 }

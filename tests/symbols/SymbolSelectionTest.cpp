@@ -536,3 +536,39 @@ TEST(SymbolSelectionWindow, OpensFromTheMainWindowWithTheWorkerParked)
     window.reset();
     ctl.reset();
 }
+
+// An array the tree's limits left unexpanded (here one whose elements would
+// run past the 32-bit address space, so no budget helps) has no check box and
+// a tooltip that says why; a zero-length array keeps its ordinary row.
+TEST(SymbolTreeModel, UnexpandableArraysHaveNoCheckBox)
+{
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(std::string(PLOTVIK_SYMBOLS_CORPUS) + "/hostile_dwarf4/hostile_wide_array.elf", false, nullptr), 0);
+    const Node* wide = nullptr;
+    const Node* empty = nullptr;
+    for (const Node* f : db.tree()->files)
+        for (const Node* n = f->Children; n; n = n->Next) {
+            if (n->Name == "wide")
+                wide = n;
+            if (n->Name == "empty_run")
+                empty = n;
+        }
+    ASSERT_NE(wide, nullptr);
+    ASSERT_NE(empty, nullptr);
+    SymbolTreeModel model(db.tree(), {}, {});
+    for (const Node* f : db.tree()->files)
+        model.setExpanded(model.indexOf(f), true);
+    const QModelIndex cell = model.indexOf(wide, SymbolTreeModel::kColSelect);
+    ASSERT_TRUE(cell.isValid());
+    EXPECT_FALSE(model.flags(cell) & Qt::ItemIsUserCheckable);
+    EXPECT_FALSE(cell.data(Qt::CheckStateRole).isValid());
+    EXPECT_FALSE(model.setData(cell, Qt::Checked, Qt::CheckStateRole));
+    EXPECT_TRUE(cell.data(Qt::ToolTipRole).toString().contains("32-bit address space"));
+    EXPECT_EQ(model.indexOf(wide, SymbolTreeModel::kColName).data().toString(), "wide");
+
+    const QModelIndex zero = model.indexOf(empty, SymbolTreeModel::kColSelect);
+    ASSERT_TRUE(zero.isValid());
+    EXPECT_TRUE(model.flags(zero) & Qt::ItemIsUserCheckable);
+    EXPECT_TRUE(zero.data(Qt::CheckStateRole).isValid());
+    EXPECT_FALSE(zero.data(Qt::ToolTipRole).isValid());
+}

@@ -439,7 +439,7 @@ TEST(SymbolTree, ArraysTooBigForTheTreeStayUnexpanded)
     const auto flat = f.variable("flat", f.array(i32, {30}), 0x300);       // 30 nodes
     const auto more = f.variable("more", f.array(i32, {30}), 0x400);
 
-    symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{29, 60});
+    symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{29, 200});
     const auto fill = [&](std::uint32_t var) {
         Node* n = f.arena.create();
         builder.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
@@ -448,26 +448,175 @@ TEST(SymbolTree, ArraysTooBigForTheTreeStayUnexpanded)
     const Node* s = fill(small);
     EXPECT_EQ(countBelow(s), 21u);
     EXPECT_NE(findPath(s, "small[2][1].b"), nullptr);
-    // 30 nodes are over the array limit of 29, though only 10 elements.
+    // 30 nodes are over the variable limit of 29, though only 10 elements.
     const Node* w = fill(wide);
     EXPECT_EQ(w->Children, nullptr);
     EXPECT_EQ(w->Dimensions, (std::vector<std::uint32_t>{10}));
     EXPECT_EQ(w->NameWithParents, "wide");
-    EXPECT_EQ(countBelow(fill(flat)), 0u) << "30 is over the array limit of 29 too";
-    // Within an array limit of 30, the second array of 30 would pass the tree's 59.
-    symtree::Builder roomy(f.info, f.arena, {}, symtree::TreeLimits{30, 59});
+    EXPECT_EQ(w->Unexpanded, kCutVariableBudget);
+    EXPECT_EQ(countBelow(fill(flat)), 0u) << "30 is over the variable limit of 29 too";
+    // A variable gets at most half of what the tree has left: of 80, the first
+    // array of 30 fits, the second (25 left to it) does not, a smaller one does.
+    const auto small2 = f.variable("small2", f.array(i32, {20}), 0x500);
+    symtree::Builder roomy(f.info, f.arena, {}, symtree::TreeLimits{30, 80});
     const auto fillRoomy = [&](std::uint32_t var) {
         Node* n = f.arena.create();
         roomy.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
         return n;
     };
     EXPECT_EQ(countBelow(fillRoomy(flat)), 30u);
-    EXPECT_EQ(countBelow(fillRoomy(more)), 0u);
-    EXPECT_EQ(roomy.nodes(), 30u);
+    const Node* refused = fillRoomy(more);
+    EXPECT_EQ(countBelow(refused), 0u);
+    EXPECT_EQ(refused->Unexpanded, kCutTreeBudget);
+    EXPECT_FALSE(refused->IsLeaf) << "nothing to sample in an array left unexpanded";
+    EXPECT_EQ(countBelow(fillRoomy(small2)), 20u);
+    EXPECT_EQ(roomy.nodes(), 50u);
 
     // Sizes that overflow any product are refused, not wrapped.
     FakeDwarf g;
     const auto c = g.base("char", 1, 8);
     const Node* huge = g.fill(g.variable("huge", g.array(c, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}), 0));
     EXPECT_EQ(huge->Children, nullptr);
+}
+
+// Structures that contain themselves, through a damaged reference, expand by
+// the depth rule only until their variable's share is spent; the variable
+// after them is whole.
+TEST(SymbolTree, SelfContainingStructuresStopAtTheirVariablesShare)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto knot = f.record(kTagStruct, "knot", 12);
+    f.member(knot, "left", knot, 0);
+    f.member(knot, "right", knot, 4);
+    f.member(knot, "value", i32, 8);
+    const auto pair = f.record(kTagStruct, "pair", 8);
+    f.member(pair, "a", i32, 0);
+    f.member(pair, "b", i32, 4);
+    const auto k = f.variable("k", knot, 0x100);
+    const auto p = f.variable("p", pair, 0x200);
+
+    symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{1000, 4000});
+    Node* kn = f.arena.create();
+    builder.fill(&f.info.m_dies[k], *kn, nullptr, 0, false);
+    // Deep paths count a little more than one node each.
+    EXPECT_GT(countBelow(kn), 500u);
+    EXPECT_LE(builder.nodes(), 1001u);
+    EXPECT_EQ(kn->TypeID, kTypeNone);
+    // Down to the depth limit along the first member.
+    std::string deep = "k";
+    for (std::uint32_t d = 1; d < symtree::kMaxDepth; ++d)
+        deep += ".left";
+    EXPECT_NE(findPath(kn, deep), nullptr);
+    // Structures left without members are nothing to sample.
+    std::vector<const Node*> out;
+    leaves(kn, out);
+    for (const Node* n : out)
+        EXPECT_NE(n->Tag, static_cast<std::uint32_t>(kTagStruct)) << n->NameWithParents;
+    Node* pn = f.arena.create();
+    builder.fill(&f.info.m_dies[p], *pn, nullptr, 0, false);
+    EXPECT_EQ(countBelow(pn), 2u);
+    EXPECT_NE(findPath(pn, "p.b"), nullptr);
+}
+
+// Long names count against the budget too: deep paths of long names cost
+// memory the node count alone would not see.
+TEST(SymbolTree, LongPathsCountMoreThanOneNode)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const std::string longName(120, 'n');
+    const auto rec = f.record(kTagStruct, "r", 8);
+    f.member(rec, longName.c_str(), i32, 0);
+    f.member(rec, "short", i32, 4);
+    symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{100, 400});
+    Node* n = f.arena.create();
+    builder.fill(&f.info.m_dies[f.variable("v", rec, 0)], *n, nullptr, 0, false);
+    EXPECT_EQ(countBelow(n), 2u);
+    EXPECT_EQ(builder.nodes(), 2u + 1u) << "name and path of 120 and 122 characters count once more";
+}
+
+// Typedef and qualifier chains that come back to themselves leave the symbol
+// without a type; an array of such elements is not expanded.
+TEST(SymbolTree, TypeChainsThatComeBackLeaveNoType)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto td = f.qualifier(0x16, i32);
+    const auto cv = f.qualifier(0x26, td);
+    f.info.m_dies[td].typeRef = f.key(cv);  // typedef -> const -> typedef ...
+    const auto self = f.qualifier(0x16, i32);
+    f.info.m_dies[self].typeRef = f.key(self);
+    // Every entry first: the records cache pointers to each other.
+    const auto viaCv = f.variable("v", cv, 0x100), viaSelf = f.variable("v", self, 0x100);
+    const auto arr = f.variable("a", f.array(self, {4}), 0x100);
+    const auto ok = f.variable("ok", f.qualifier(0x35, f.qualifier(0x16, i32)), 0x100);
+    for (const auto v : {viaCv, viaSelf}) {
+        Node* n = f.fill(v);
+        EXPECT_EQ(f.info.typeTrouble(f.die(v)), elf::DebugInfo::TypeTrouble::Loop);
+        EXPECT_TRUE(n->Type.empty());
+        EXPECT_EQ(n->Tag, 0u);
+        EXPECT_EQ(n->Size, 0u);
+        EXPECT_EQ(n->TypeID, kTypeNone);
+    }
+    Node* a = f.fill(arr);
+    EXPECT_EQ(a->Children, nullptr);
+    EXPECT_EQ(a->Unexpanded, kCutTypeTrouble);
+    EXPECT_FALSE(a->IsLeaf);
+    // A chain that ends properly is no trouble.
+    EXPECT_EQ(f.info.typeTrouble(f.die(ok)), elf::DebugInfo::TypeTrouble::None);
+    EXPECT_EQ(f.fill(ok)->TypeID, kTypeS32);
+}
+
+// Arrays whose elements would run past 4 GB are not expanded, whatever the
+// budget; up to the last byte they are.
+TEST(SymbolTree, ArraysPastTheAddressSpaceStayUnexpanded)
+{
+    // Every entry first: the records cache pointers to each other.
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto c8 = f.base("char", 1, 8);
+    const auto pastVar = f.variable("past", f.array(i32, {4}), 0xFFFFFFF4u);
+    const auto edgeVar = f.variable("edge", f.array(i32, {3}), 0xFFFFFFF4u);
+    const auto wideVar = f.variable("wide", f.array(c8, {0x10000, 0x10001}), 0);
+    const Node* past = f.fill(pastVar);
+    EXPECT_EQ(past->Children, nullptr);
+    EXPECT_EQ(past->Unexpanded, kCutAddressSpace);
+    const Node* edge = f.fill(edgeVar);
+    EXPECT_EQ(countBelow(edge), 3u);
+    EXPECT_EQ(edge->Unexpanded, kCutNone);
+    EXPECT_EQ(f.fill(wideVar)->Unexpanded, kCutAddressSpace);
+}
+
+// A reference that names no entry drops that variable or member.
+TEST(SymbolTree, DanglingReferencesDropTheVariableOrMember)
+{
+    FakeDwarf f;
+    const auto i32 = f.base("int", 4, 5);
+    const auto rec = f.record(kTagStruct, "r", 8);
+    f.member(rec, "kept", i32, 0);
+    const auto lost = f.member(rec, "lost", i32, 4);
+    f.info.m_dies[lost].typeRef = 0x7FFFFFF0;
+    const auto unreadable = f.variable("unreadable", i32, 0x100);
+    f.info.m_dies[unreadable].typeRef = 0;
+    f.info.m_dies[unreadable].badTypeRef = true;
+    const auto far = f.variable("far", i32, 0x100);
+    f.info.m_dies[far].typeRef = 0x7FFFFFF0;
+    const auto brokenTypedef = f.qualifier(0x16, i32);
+    f.info.m_dies[brokenTypedef].typeRef = 0x7FFFFFF0;
+    const auto viaTypedef = f.variable("via", brokenTypedef, 0x100);
+    const auto none = f.variable("none", i32, 0x100);
+    f.info.m_dies[none].typeRef = 0;  // no type at all is no damage
+    const auto v = f.variable("v", rec, 0x200);
+
+    NodeArena arena;
+    symtree::Builder builder(f.info, arena, {});
+    EXPECT_FALSE(builder.accepts(f.die(unreadable)));
+    EXPECT_FALSE(builder.accepts(f.die(far)));
+    EXPECT_FALSE(builder.accepts(f.die(viaTypedef)));
+    EXPECT_TRUE(builder.accepts(f.die(none)));
+    ASSERT_TRUE(builder.accepts(f.die(v)));
+    Node* n = f.fill(v);
+    EXPECT_NE(findPath(n, "v.kept"), nullptr);
+    EXPECT_EQ(findPath(n, "v.lost"), nullptr);
 }

@@ -1,0 +1,195 @@
+// hostile_elf BASE.elf OUTDIR KIND...: writes copies of a firmware built from
+// corpus/hostile*.c, each with one kind of damage to its debug information
+// (KIND "all": every other kind named at once), as a malicious or broken
+// toolchain could leave it. (DWARF 5 keeps array bounds in the abbreviations,
+// shared between entries, so the array kinds are for DWARF 4.) The entries are found with the project's own loader on the intact file;
+// an attribute's bytes are found by their value inside the entry, which must
+// occur exactly once there. Exits non-zero when the base file does not have
+// the expected shape, so a compiler that lays it out otherwise fails the build.
+#include "symbols/DebugInfo.h"
+#include "symbols/ElfFile.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr std::uint16_t kTagMember = 0x0d, kTagStruct = 0x13, kTagTypedef = 0x16, kTagSubrange = 0x21,
+                        kTagConst = 0x26, kTagVariable = 0x34, kTagArray = 0x01;
+
+std::uint32_t u32(const Bytes& b, std::size_t at)
+{
+    std::uint32_t v = 0;
+    std::memcpy(&v, b.data() + at, 4);
+    return v;
+}
+std::uint16_t u16(const Bytes& b, std::size_t at)
+{
+    std::uint16_t v = 0;
+    std::memcpy(&v, b.data() + at, 2);
+    return v;
+}
+
+[[noreturn]] void fail(const std::string& why)
+{
+    std::fprintf(stderr, "hostile_elf: %s\n", why.c_str());
+    std::exit(1);
+}
+
+// File offset of .debug_info in a 32-bit little-endian ELF.
+std::size_t debugInfoOffset(const Bytes& image)
+{
+    const std::uint32_t shoff = u32(image, 32);
+    const std::uint16_t shentsize = u16(image, 46), shnum = u16(image, 48), shstrndx = u16(image, 50);
+    const std::size_t strtab = u32(image, shoff + shstrndx * shentsize + 16);
+    for (std::uint16_t i = 0; i < shnum; ++i) {
+        const std::size_t sh = shoff + i * shentsize;
+        if (std::strcmp(reinterpret_cast<const char*>(image.data() + strtab + u32(image, sh)), ".debug_info") == 0)
+            return u32(image, sh + 16);
+    }
+    fail("no .debug_info");
+}
+
+class Locator {
+public:
+    explicit Locator(const elf::DebugInfo& info) : m_info(info) {}
+
+    std::uint32_t named(std::uint16_t tag, const char* name) const
+    {
+        for (std::uint32_t i = 0; i < m_info.dieCount(); ++i) {
+            const elf::Die& d = m_info.die(i);
+            if (d.tag == tag && d.name && std::strcmp(d.name, name) == 0)
+                return i;
+        }
+        fail(std::string("no entry named ") + name);
+    }
+    std::uint32_t member(std::uint32_t record, const char* name) const
+    {
+        for (const elf::Die* c = m_info.child(m_info.die(record)); c; c = m_info.sibling(*c))
+            if (c->tag == kTagMember && c->name && std::strcmp(c->name, name) == 0)
+                return static_cast<std::uint32_t>(c - &m_info.die(0));
+        fail(std::string("no member named ") + name);
+    }
+    std::uint32_t subrange(std::uint32_t array) const
+    {
+        const elf::Die* c = m_info.child(m_info.die(array));
+        if (!c || c->tag != kTagSubrange)
+            fail("array without a subrange");
+        return static_cast<std::uint32_t>(c - &m_info.die(0));
+    }
+    std::uint32_t typeOf(std::uint32_t die) const
+    {
+        const elf::Die* t = m_info.find(m_info.die(die).typeRef);
+        if (!t)
+            fail("entry without a type");
+        return static_cast<std::uint32_t>(t - &m_info.die(0));
+    }
+    // Offset of an entry relative to its unit, as a DW_FORM_ref4 holds it.
+    std::uint32_t unitRelative(std::uint32_t die) const
+    {
+        const elf::Die& d = m_info.die(die);
+        return static_cast<std::uint32_t>(d.offset - m_info.unitOf(d).offset);
+    }
+    std::uint64_t unitOffset(std::uint32_t die) const { return m_info.unitOf(m_info.die(die)).offset; }
+    // Section offset of the 4 bytes inside the entry that hold `value`.
+    std::size_t field(const Bytes& image, std::size_t section, std::uint32_t die, std::uint32_t value) const
+    {
+        const std::size_t begin = section + m_info.die(die).offset;
+        const std::size_t end = section + (die + 1 < m_info.dieCount() ? m_info.die(die + 1).offset : m_info.die(die).offset + 32);
+        std::size_t found = 0, count = 0;
+        for (std::size_t at = begin; at + 4 <= end; ++at)
+            if (u32(image, at) == value) {
+                found = at;
+                ++count;
+            }
+        if (count != 1)
+            fail("value " + std::to_string(value) + " occurs " + std::to_string(count) + " times in its entry");
+        return found;
+    }
+
+private:
+    const elf::DebugInfo& m_info;
+};
+
+void put32(Bytes& image, std::size_t at, std::uint32_t v) { std::memcpy(image.data() + at, &v, 4); }
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 4)
+        fail("usage: hostile_elf BASE.elf OUTDIR KIND...");
+    const std::string base = argv[1], out = argv[2];
+    const std::vector<std::string> kinds(argv + 3, argv + argc);
+    const auto wanted = [&](const std::string& kind) { return std::find(kinds.begin(), kinds.end(), kind) != kinds.end(); };
+    std::ifstream in(base, std::ios::binary);
+    const Bytes original{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    elf::FilePtr file(elf::open(base, false));
+    if (!file || !file->loaded())
+        fail("cannot load " + base);
+    const elf::DebugInfo& info = file->debugInfo();
+    const Locator at(info);
+    const std::size_t section = debugInfoOffset(original);
+    const auto ref4 = [&](std::uint32_t die) { return at.field(original, section, die, at.unitRelative(at.typeOf(die))); };
+
+    // Every damage as (file offset, new 32-bit value) pairs.
+    std::map<std::string, std::vector<std::pair<std::size_t, std::uint32_t>>> damage;
+
+    const std::uint32_t knot = at.named(kTagStruct, "knot");
+    for (const char* m : {"left", "right"})
+        damage["self_struct"].emplace_back(ref4(at.member(knot, m)), at.unitRelative(knot));
+
+    const std::uint32_t loop = at.named(kTagTypedef, "loop_t");
+    damage["typedef_loop"].emplace_back(ref4(loop), at.unitRelative(loop));
+
+    const std::uint32_t ring = at.named(kTagTypedef, "ring_t");
+    const std::uint32_t constRing = at.typeOf(at.named(kTagVariable, "ring"));
+    if (info.die(constRing).tag != kTagConst)
+        fail("ring is not const");
+    damage["qualifier_loop"].emplace_back(ref4(ring), at.unitRelative(constRing));
+
+    for (const auto& [name, count] : {std::pair{"wide", 0xFFFFFFFEu}, std::pair{"bulk", 0x00FFFFFFu}}) {
+        if (!wanted(std::string(name) + "_array"))
+            continue;
+        const std::uint32_t range = at.subrange(at.typeOf(at.named(kTagVariable, name)));
+        if (!info.die(range).hasUpper)
+            fail("subrange without an upper bound");
+        damage[std::string(name) + "_array"].emplace_back(
+            at.field(original, section, range, static_cast<std::uint32_t>(info.die(range).upperBound)), count);
+    }
+
+    damage["dangling_type"].emplace_back(ref4(at.named(kTagVariable, "dangling_far")), 0x7FFFFFF0u);
+    damage["dangling_type"].emplace_back(ref4(at.named(kTagVariable, "dangling_near")), 1u);
+    const std::uint32_t holder = at.named(kTagStruct, "holder");
+    damage["dangling_member"].emplace_back(ref4(at.member(holder, "lost")), 0x7FFFFFF0u);
+
+    // The version of the unit that holds broken_unit_var becomes 9.
+    const std::size_t header = section + at.unitOffset(at.named(kTagVariable, "broken_unit_var"));
+    damage["broken_header"].emplace_back(header + 4, (u32(original, header + 4) & 0xFFFF0000u) | 9u);
+
+    std::erase_if(damage, [&](const auto& entry) { return !wanted(entry.first); });
+    for (const auto& [name, list] : damage)
+        for (const auto& change : list)
+            damage["all"].push_back(change);
+
+    for (const auto& [name, list] : damage) {
+        if (!wanted(name))
+            continue;
+        Bytes bytes = original;
+        for (const auto& [offset, value] : list)
+            put32(bytes, offset, value);
+        std::ofstream o(out + "/hostile_" + name + ".elf", std::ios::binary | std::ios::trunc);
+        o.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        if (!o)
+            fail("cannot write " + name);
+    }
+    return 0;
+}
