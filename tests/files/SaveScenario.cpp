@@ -7,6 +7,8 @@
 #include "files/Project.h"
 #include "files/RawFile.h"
 
+#include <memory>
+
 namespace savescenario {
 
 std::string settingsValue(int version) { return version == 0 ? "/short/" : "/" + std::string(1500, 'v') + "/"; }
@@ -32,9 +34,19 @@ struct Recording : StoreFixture {
     }
 };
 
+// Made once per version: a store allocates and clears megabytes, and the
+// writer is started hundreds of times.
+const Recording& recording(int version)
+{
+    static std::unique_ptr<Recording> made[2];
+    if (!made[version])
+        made[version] = std::make_unique<Recording>(version);
+    return *made[version];
+}
+
 int writeProject(const std::string& path, int version)
 {
-    Recording r(version);
+    const Recording& r = recording(version);
     Project project;
     ProjectSettings s = project.settings();
     s.ElfFile = "/fw/version" + std::to_string(version) + ".elf";
@@ -53,14 +65,10 @@ int write(const std::string& folder, Kind kind, int version)
     switch (kind) {
     case Kind::Project:
         return writeProject(path, version);
-    case Kind::Csv: {
-        Recording r(version);
-        return ExportCsv(path, r.store, r.symbols);
-    }
-    case Kind::Raw: {
-        Recording r(version);
-        return ExportRaw(path, r.store, r.symbols);
-    }
+    case Kind::Csv:
+        return ExportCsv(path, recording(version).store, recording(version).symbols);
+    case Kind::Raw:
+        return ExportRaw(path, recording(version).store, recording(version).symbols);
     case Kind::Settings: {
         // Reads whatever version is on disk and rewrites it with this one's
         // value: the result is the same text either way.
