@@ -62,16 +62,24 @@ int JobEngine::post(Job* job)
         if (m_closed)
             return -1;
         startWorker();
-        // Holding the lock while waiting keeps later posters behind this one,
-        // so posting order is the running order even on a full ring.
-        Slot& slot = m_slots[m_write];
-        m_slotFreed.wait(lock, [&] { return slot.inUse.load() == 0 || m_closed.load(); });
+        // The wait releases the lock, so posters line up by ticket and look
+        // at the write slot only once it is their turn: otherwise two of
+        // them could wait on the same slot and the second would store its
+        // job where the first already did, or after the write index moved on.
+        const std::uint64_t ticket = m_nextTicket++;
+        m_slotFreed.wait(lock, [&] {
+            return m_closed.load() || (ticket == m_serving && m_slots[m_write].inUse.load() == 0);
+        });
         if (m_closed)
             return -1;
+        Slot& slot = m_slots[m_write];
         slot.job.store(job);
         slot.inUse.store(1);
         m_write = (m_write + 1) % kSlots;
+        ++m_serving;
     }
+    // The next ticket may be waiting for its turn with its slot already free.
+    m_slotFreed.notify_all();
     m_wake.set();
     return 0;
 }

@@ -1,6 +1,7 @@
 // The one worker thread ("WORKER") and its ring of 32 job slots. Jobs run one
 // after another in posting order, each handler followed by its completion
-// routine. A full ring blocks the poster until a slot frees.
+// routine. A full ring blocks the poster until a slot frees; posters blocked
+// together take the freed slots in the order they called post().
 #pragma once
 
 #include "app/Lock.h"
@@ -89,6 +90,9 @@ private:
     };
     std::array<Slot, kSlots> m_slots;
     std::size_t m_write = 0;
+    // Posters take turns by ticket; m_serving is the ticket whose turn it is.
+    std::uint64_t m_nextTicket = 0;
+    std::uint64_t m_serving = 0;
     std::atomic<bool> m_closed{false};
     std::vector<JobTypeEntry> m_table;
     std::thread m_thread;

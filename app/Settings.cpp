@@ -4,6 +4,7 @@
 #include "app/Product.h"
 #include "app/Report.h"
 #include "app/Text.h"
+#include "files/AtomicFile.h"
 
 #include <QCoreApplication>
 #include <QSettings>
@@ -358,32 +359,27 @@ int Settings::setString(const std::string& section, const std::string& key, cons
     return 0;
 }
 
-// Writes a temporary file beside the target and renames it over the target,
-// so a failed or interrupted write never destroys the previous file.
+// Goes through the atomic file like every other file the program writes, so a
+// failed or interrupted write never destroys the previous file.
 int Settings::writeFile(const std::string& t, std::string& error) const
 {
-    const std::string temp = m_path + ".tmp";
-    int err = 0;
-    FilePtr f(openWithRetries(temp, "wb", err));
-    if (!f) {
-        error = fileerr::text("save", m_path, err);
-        return -1;
+    for (int attempt = 0;; ++attempt) {
+        AtomicFile file(m_path);
+        if (!file.open(AtomicFile::Mode::Binary)) {
+            if (attempt + 1 < kOpenRetries) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                continue;
+            }
+            error = fileerr::text("save", m_path, file.errorNumber());
+            return -1;
+        }
+        file.write(t);
+        if (!file.commit()) {
+            error = text::format(1024, "Could not save file [%s]\nFailed to write data!", m_path.c_str());
+            return -1;
+        }
+        return 0;
     }
-    const bool written = std::fwrite(t.data(), 1, t.size(), f.get()) == t.size();
-    const bool closed = std::fclose(f.release()) == 0;
-    std::error_code ec;
-    if (!written || !closed) {
-        std::filesystem::remove(temp, ec);
-        error = text::format(1024, "Could not save file [%s]\nFailed to write data!", m_path.c_str());
-        return -1;
-    }
-    std::filesystem::rename(temp, m_path, ec);
-    if (ec) {
-        std::filesystem::remove(temp, ec);
-        error = fileerr::text("save", m_path, ec.value());
-        return -1;
-    }
-    return 0;
 }
 
 std::string Settings::dataFilesDir()

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -114,6 +115,90 @@ TEST_F(Fixture, FullRingBlocksThe33rdPosterUntilASlotFreesAndKeepsOrder)
     std::lock_guard l(mutex);
     EXPECT_EQ(ran, expected);
     EXPECT_EQ(completed, expected);
+}
+
+// Waits for `done`; a stuck engine would hang the whole program at its end
+// (the destructor posts the stop job), so it is reported and ended here.
+template <typename Done>
+void waitOrEnd(Done done, const char* what)
+{
+    const auto ceiling = std::chrono::steady_clock::now() + 120s;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > ceiling) {
+            ADD_FAILURE() << "the job engine is stuck: " << what;
+            std::_Exit(1);
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+}
+
+// Posters that wait together on a full ring, and finish at different times so
+// the ring also drains while some of them still wait.
+TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
+{
+    const std::vector<int> counts = {40, 75, 110, 150};
+    for (int round = 0; round < 10; ++round) {
+        SCOPED_TRACE(round);
+        {
+            std::lock_guard l(mutex);
+            ran.clear();
+            completed.clear();
+        }
+        std::atomic<bool> gate{false};
+        TestJob* first = job(-1);
+        first->gate = &gate;
+        std::vector<std::vector<TestJob*>> perPoster;
+        std::size_t total = 1;
+        for (std::size_t p = 0; p < counts.size(); ++p) {
+            perPoster.emplace_back();
+            for (int i = 0; i < counts[p]; ++i)
+                perPoster.back().push_back(job(static_cast<int>(p) * 1000 + i));
+            total += static_cast<std::size_t>(counts[p]);
+        }
+        ASSERT_EQ(engine.post(first), 0);
+
+        std::atomic<int> returned{0};
+        std::atomic<int> failed{0};
+        std::vector<std::thread> posters;
+        for (const auto& own : perPoster)
+            posters.emplace_back([&, own] {
+                for (TestJob* j : own) {
+                    if (engine.post(j) != 0)
+                        ++failed;
+                    ++returned;
+                }
+            });
+        // The first job holds the worker: once the other slots are taken
+        // every poster is held in post() until the gate opens.
+        const int freeSlots = static_cast<int>(JobEngine::kSlots) - 1;
+        waitOrEnd([&] { return returned.load() >= freeSlots; }, "the ring never filled");
+        EXPECT_EQ(returned.load(), freeSlots);
+        gate = true;
+        waitOrEnd(
+            [&] {
+                std::lock_guard l(mutex);
+                return completed.size() >= total;
+            },
+            "posted jobs never completed");
+        for (std::thread& t : posters)
+            t.join();
+        EXPECT_EQ(failed.load(), 0);
+
+        std::lock_guard l(mutex);
+        EXPECT_EQ(completed, ran);
+        ASSERT_EQ(ran.size(), total);
+        EXPECT_EQ(ran.front(), -1);
+        // Each poster's jobs ran once each, in the order it posted them.
+        std::vector<std::vector<int>> seen(counts.size());
+        for (std::size_t i = 1; i < ran.size(); ++i)
+            seen.at(static_cast<std::size_t>(ran[i] / 1000)).push_back(ran[i] % 1000);
+        for (std::size_t p = 0; p < counts.size(); ++p) {
+            std::vector<int> expected(static_cast<std::size_t>(counts[p]));
+            for (int i = 0; i < counts[p]; ++i)
+                expected[static_cast<std::size_t>(i)] = i;
+            EXPECT_EQ(seen[p], expected) << "poster " << p;
+        }
+    }
 }
 
 TEST_F(Fixture, TypeAtOrBeyondTheTableRunsOnlyItsCompletion)

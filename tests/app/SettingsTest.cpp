@@ -3,6 +3,7 @@
 // temporary folder so the user's own settings are never touched).
 #include "app/Report.h"
 #include "app/Settings.h"
+#include "files/AtomicFile.h"
 
 #include <QSettings>
 #include <QStandardPaths>
@@ -295,7 +296,7 @@ TEST_F(SettingsTest, FailedWriteLeavesTheFileAsItWas)
     const std::string original = "[LOG]\r\nLogLevel=\"4\"\r\n";
     loadText(original);
     // Block the temporary file the write goes through.
-    std::filesystem::create_directory(path + ".tmp");
+    std::filesystem::create_directory(AtomicFile::temporaryPath(path));
     EXPECT_EQ(settings.setString("LOG", "LogLevel", "8"), -1);
     EXPECT_EQ(readFile(path), original);
     ASSERT_FALSE(bridge.shown().empty());
@@ -303,10 +304,10 @@ TEST_F(SettingsTest, FailedWriteLeavesTheFileAsItWas)
     // The text in memory keeps the change.
     EXPECT_EQ(settings.logLevel(), 8);
     // Once the obstacle is gone the next write succeeds and leaves no temporary file.
-    std::filesystem::remove(path + ".tmp");
+    std::filesystem::remove(AtomicFile::temporaryPath(path));
     EXPECT_EQ(settings.setString("LOG", "LogLevel", "6"), 0);
     EXPECT_EQ(readFile(path), "[LOG]\r\nLogLevel=\"6\"\r\n");
-    EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
+    EXPECT_FALSE(std::filesystem::exists(AtomicFile::temporaryPath(path)));
 }
 
 TEST_F(SettingsTest, LongValueIsCutToTheLineLimit)
