@@ -18,11 +18,14 @@ std::string g_path;
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     // Changes are written beside the file (temporary, then renamed), so the
-    // file lives in a folder of its own rather than in memory.
-    char dir[] = "/tmp/plotvik-fuzz-settings-XXXXXX";
-    if (!mkdtemp(dir))
+    // file lives in a folder of its own rather than in an anonymous file; in
+    // memory where there is a tmpfs, as a disk's file system may flush on
+    // every rename over an existing file.
+    std::string dir = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+    dir += "/plotvik-fuzz-settings-XXXXXX";
+    if (!mkdtemp(dir.data()))
         std::abort();
-    g_path = std::string(dir) + "/PlotvikSettings.ini";
+    g_path = dir + "/PlotvikSettings.ini";
     std::atexit([] { std::filesystem::remove_all(std::filesystem::path(g_path).parent_path()); });
     return 0;
 }
