@@ -7,6 +7,7 @@
 #include <libdwarf/dwarf.h>
 #include <libdwarf/libdwarf.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -965,7 +966,9 @@ void File::load()
         m_stats.debugTypesSize = types;
     }
     DebugInfo& di = *m_debug;
-    const std::uint64_t total = m_stats.debugInfoSize + m_stats.debugTypesSize;
+    // The sizes are what the section headers claim; a damaged header can
+    // claim terabytes, and the file holds no more than itself.
+    const std::uint64_t total = std::min(m_stats.debugInfoSize + m_stats.debugTypesSize, m_size);
     // A DIE takes at least a byte or two: size the tables once.
     di.m_dies.reserve(static_cast<std::size_t>(total / 6 + 16));
     di.m_byOffset.reserve(static_cast<std::size_t>(total / 6 + 16));
