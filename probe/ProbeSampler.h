@@ -55,6 +55,10 @@ private:
     std::uint32_t m_recordSize = 0;
 
     std::uint32_t m_qtxChannel = 0;
-    std::uint8_t m_carry[64] = {};
+    // The tail of a read that did not make a whole record: less than one
+    // record, and a 32-byte channel name describes at most 88 bytes (eleven
+    // 8-byte items). 64 bytes lost the tail of longer records and put every
+    // later record out of step.
+    std::uint8_t m_carry[128] = {};
     std::uint32_t m_carryCount = 0;
 };

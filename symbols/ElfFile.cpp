@@ -7,6 +7,7 @@
 #include <libdwarf/dwarf.h>
 #include <libdwarf/libdwarf.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -139,6 +140,65 @@ std::uint32_t countElfSymbols(const unsigned char* d, std::uint64_t size)
         return entSize ? static_cast<std::uint32_t>(secSize / entSize) : 0;
     }
     return 0;
+}
+
+// Debian's libdwarf (20210528) frees a header twice when a .debug_rnglists
+// or .debug_loclists header is unreadable (a missing return after its error
+// path), and it loads those headers with the first unit. So every header is
+// checked here first, at least as strictly as libdwarf does; false refuses
+// the file.
+bool listHeadersReadable(const unsigned char* d, std::uint64_t size)
+{
+    const bool is64 = d[4] == 2;
+    const Image img{d, size, d[5] == 2};
+    const std::uint64_t shoff = is64 ? img.get(40, 8) : img.get(32, 4);
+    const std::uint64_t shentsize = img.get(is64 ? 58 : 46, 2);
+    const std::uint64_t shnum = img.get(is64 ? 60 : 48, 2);
+    const std::uint64_t shstrndx = img.get(is64 ? 62 : 50, 2);
+    if (shoff == 0 || shentsize == 0 || shstrndx >= shnum)
+        return true;  // no sections libdwarf could find either
+    auto field = [&](std::uint64_t sh, int off32, int off64) {
+        return is64 ? img.get(sh + static_cast<std::uint64_t>(off64), 8) : img.get(sh + static_cast<std::uint64_t>(off32), 4);
+    };
+    const std::uint64_t names = field(shoff + shstrndx * shentsize, 16, 24);
+    for (std::uint64_t i = 0; i < shnum; ++i) {
+        const std::uint64_t sh = shoff + i * shentsize;
+        const std::uint64_t nameOff = names + img.get(sh, 4);
+        if (nameOff >= size)
+            continue;
+        const char* name = reinterpret_cast<const char*>(d + nameOff);
+        const std::uint64_t room = size - nameOff;
+        auto named = [&](const char* wanted) {
+            const std::size_t n = std::strlen(wanted) + 1;
+            return room >= n && std::memcmp(name, wanted, n) == 0;
+        };
+        if (!named(".debug_rnglists") && !named(".debug_loclists"))
+            continue;
+        if (field(sh, 8, 8) & 0x800 /*SHF_COMPRESSED*/)
+            continue;  // libdwarf reads the inflated bytes, not these
+        const std::uint64_t start = field(sh, 16, 24);
+        const std::uint64_t length = field(sh, 20, 32);
+        if (start > size || length > size - start)
+            return false;
+        for (std::uint64_t off = 0; off < length;) {
+            const std::uint64_t left = length - off;
+            std::uint64_t area = left >= 4 ? img.get(start + off, 4) : 0;
+            std::uint64_t lengthSize = 4;
+            if (area == 0xffffffff) {
+                area = left >= 12 ? img.get(start + off + 4, 8) : 0;
+                lengthSize = 12;
+            }
+            // version 2, address size 1, selector size 1, offset count 4
+            if (left < lengthSize + 8 || area < 8 || area > left - lengthSize)
+                return false;
+            const std::uint64_t version = img.get(start + off + lengthSize, 2);
+            const std::uint64_t addressSize = img.get(start + off + lengthSize + 2, 1);
+            if (version != 5 || (addressSize != 2 && addressSize != 4 && addressSize != 8))
+                return false;
+            off += lengthSize + area;
+        }
+    }
+    return true;
 }
 
 long msSince(std::uint64_t startUs) { return static_cast<long>((clk::microseconds() - startUs) / 1000); }
@@ -894,6 +954,10 @@ void File::load()
     // times faster; the loader frees what it takes.
     static const bool untracked = (dwarf_set_de_alloc_flag(0), true);
     (void)untracked;
+    if (!listHeadersReadable(m_data.get(), m_size)) {
+        reportError(kErrDwarfInit, "unreadable .debug_rnglists or .debug_loclists header");
+        return;
+    }
     Dwarf_Debug dbg = nullptr;
     Dwarf_Error err = nullptr;
     const int r = dwarf_init_path(m_path.c_str(), nullptr, 0, DW_DLC_READ, DW_GROUPNUMBER_ANY, nullptr, nullptr, &dbg,
@@ -918,7 +982,9 @@ void File::load()
         m_stats.debugTypesSize = types;
     }
     DebugInfo& di = *m_debug;
-    const std::uint64_t total = m_stats.debugInfoSize + m_stats.debugTypesSize;
+    // The sizes are what the section headers claim; a damaged header can
+    // claim terabytes, and the file holds no more than itself.
+    const std::uint64_t total = std::min(m_stats.debugInfoSize + m_stats.debugTypesSize, m_size);
     // A DIE takes at least a byte or two: size the tables once.
     di.m_dies.reserve(static_cast<std::size_t>(total / 6 + 16));
     di.m_byOffset.reserve(static_cast<std::size_t>(total / 6 + 16));

@@ -1,0 +1,89 @@
+// Helpers shared by the fuzz harnesses: the readers under test take paths,
+// so an input becomes an anonymous in-memory file named /proc/self/fd/N; and
+// a cursor that splits an input into the small decisions a harness makes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace fuzz {
+
+class MemFile {
+public:
+    MemFile(const std::uint8_t* data, std::size_t size)
+        : m_fd(memfd_create("fuzz-input", MFD_CLOEXEC))
+    {
+        for (std::size_t done = 0; m_fd >= 0 && done < size;) {
+            const ssize_t n = ::write(m_fd, data + done, size - done);
+            if (n <= 0)
+                break;
+            done += static_cast<std::size_t>(n);
+        }
+    }
+    ~MemFile()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    MemFile(const MemFile&) = delete;
+    MemFile& operator=(const MemFile&) = delete;
+
+    bool ok() const { return m_fd >= 0; }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(m_fd); }
+
+private:
+    int m_fd;
+};
+
+// Takes bytes from the front of an input; past its end every value reads as 0.
+class Cursor {
+public:
+    Cursor(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
+
+    std::uint8_t byte() { return m_pos < m_size ? m_data[m_pos++] : 0; }
+    std::uint32_t u32()
+    {
+        std::uint32_t v = 0;
+        for (int i = 0; i < 4; ++i)
+            v |= std::uint32_t(byte()) << (8 * i);
+        return v;
+    }
+    // Up to `max` bytes, stopping after a NUL or a line end (not included).
+    std::string line(std::size_t max)
+    {
+        std::string s;
+        while (m_pos < m_size && s.size() < max) {
+            const char c = static_cast<char>(m_data[m_pos++]);
+            if (c == '\0' || c == '\n')
+                break;
+            s += c;
+        }
+        return s;
+    }
+    const std::uint8_t* rest() const { return m_data + m_pos; }
+    std::size_t remaining() const { return m_size - m_pos; }
+    void skip(std::size_t n) { m_pos += n < remaining() ? n : remaining(); }
+
+private:
+    const std::uint8_t* m_data;
+    std::size_t m_size;
+    std::size_t m_pos = 0;
+};
+
+}  // namespace fuzz
+
+// Soft check of a harness's own invariant: a broken one ends the run as a
+// crash, so libFuzzer keeps the input and the replay test fails.
+#define FUZZ_CHECK(cond)                                                                 \
+    do {                                                                                 \
+        if (!(cond)) {                                                                   \
+            std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+            std::abort();                                                                \
+        }                                                                                \
+    } while (0)

@@ -1,0 +1,127 @@
+// The QTX record stream: a scripted probe announces a channel name and hands
+// out the channel's bytes in arbitrary pieces; the store must hold exactly
+// the whole records of the bytes delivered, in order, whatever the pieces.
+#include "FuzzSupport.h"
+
+#include "FakeQtxProbe.h"
+#include "files/ProjectSettings.h"
+#include "probe/ProbeSampler.h"
+#include "probe/SampleStore.h"
+#include "probe/TarvoLibrary.h"
+#include "symbols/SymbolDatabase.h"
+
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <vector>
+
+namespace {
+
+FakeQtxPlay_fn* g_play = nullptr;
+FakeQtxDelivered_fn* g_delivered = nullptr;
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char*** argv)
+{
+    // The scripted probe stands beside this program, where the loader looks first.
+    tarvo::setApplicationPath(std::filesystem::absolute((*argv)[0]).string());
+    if (tarvo::load(false))
+        std::abort();
+    const std::string path = (std::filesystem::absolute((*argv)[0]).parent_path() / tarvo::kLibraryFile).string();
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    g_play = module ? reinterpret_cast<FakeQtxPlay_fn*>(dlsym(module, "FakeQtxPlay")) : nullptr;
+    g_delivered = module ? reinterpret_cast<FakeQtxDelivered_fn*>(dlsym(module, "FakeQtxDelivered")) : nullptr;
+    if (!g_play || !g_delivered) {
+        std::fprintf(stderr, "the scripted probe library is not %s\n", path.c_str());
+        std::abort();
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    // Input: channel byte, name line, piece count, piece sizes, stream.
+    fuzz::Cursor in(data, size);
+    FakeQtxScript script;
+    const std::uint8_t channels = in.byte();
+    script.channels = 1 + channels % 4;
+    script.formatChannel = (channels >> 2) % script.channels;
+    const std::string name = in.line(sizeof script.name - 1);
+    std::memcpy(script.name, name.data(), name.size());
+    script.chunkCount = in.byte() % 32;
+    script.chunks = in.rest();
+    in.skip(script.chunkCount);
+    script.chunkCount = std::min(script.chunkCount, std::size_t(in.rest() - script.chunks));
+    script.stream = in.rest();
+    script.streamSize = in.remaining();
+    g_play(&script);
+
+    SymbolDatabase symbols;
+    SampleStore store(symbols);
+    ProbeSampler sampler;
+    ProjectSettings s;
+    s.IsQTXSession = true;
+    s.TargetDevice = "Cortex-M4";
+    if (sampler.openProbe(s) != 0 || sampler.setUpTarget(s) != 0)
+        std::abort();
+    if (sampler.startSource(s, symbols, store) != 0) {
+        sampler.close();
+        return 0;
+    }
+    FUZZ_CHECK(sampler.qtxStarted());
+    // Sample buffers are 8 MiB each: reused from earlier inputs, or most of
+    // the time would go to faulting in fresh pages.
+    static std::vector<alloc::Block<std::uint64_t>> pool;
+    for (Node* n : symbols.selected()) {
+        if (!pool.empty()) {
+            n->Values = std::move(pool.back());
+            pool.pop_back();
+        }
+    }
+    struct GiveBack {
+        SymbolDatabase& symbols;
+        ~GiveBack()
+        {
+            for (Node* n : symbols.selected())
+                if (n->Values)
+                    pool.push_back(std::move(n->Values));
+        }
+    } giveBack{symbols};
+    if (!store.prepareFreshStart())
+        std::abort();
+    store.setOpen(true);
+    int failed = 0;
+    std::size_t firstPiece = 0;
+    for (std::size_t i = 0; i <= script.chunkCount; ++i) {
+        failed += sampler.read(s, store) < 0;
+        if (firstPiece == 0)
+            firstPiece = g_delivered();
+    }
+    sampler.close();
+
+    // Every whole record delivered is in the store, byte for byte.
+    const std::uint32_t recordSize = sampler.recordSize();
+    FUZZ_CHECK(recordSize == store.recordSize());
+    // A read while the store is still empty drops the carry, so a stream
+    // whose first piece is less than a record starts out of step. A firmware
+    // writes whole records, so a probe's first read holds at least one.
+    if (recordSize == 0 || failed || firstPiece < recordSize)
+        return 0;
+    const std::size_t records = g_delivered() / recordSize;
+    FUZZ_CHECK(store.writeIndex() == records);
+    for (std::size_t r = 0; r < records; ++r) {
+        const std::uint8_t* rec = script.stream + r * recordSize;
+        if (store.withTimeStamp()) {
+            std::uint32_t ts;
+            std::memcpy(&ts, rec, 4);
+            FUZZ_CHECK(store.timeStampAt(static_cast<std::uint32_t>(r)) == ts);
+        }
+        for (const Node* n : symbols.selected()) {
+            std::uint64_t expected = 0;
+            std::memcpy(&expected, rec + n->Offset, n->Size);
+            FUZZ_CHECK(*store.valueSlotAt(*n, static_cast<std::uint32_t>(r)) == expected);
+        }
+    }
+    return 0;
+}

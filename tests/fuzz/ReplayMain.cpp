@@ -1,0 +1,49 @@
+// Runs a fuzz harness over files and folders of inputs without libFuzzer, so
+// the normal build replays the seed corpus and every kept crash as a test.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+int main(int argc, char** argv)
+{
+    if (LLVMFuzzerInitialize)
+        LLVMFuzzerInitialize(&argc, &argv);
+    std::vector<std::filesystem::path> inputs;
+    for (int i = 1; i < argc; ++i) {
+        const std::filesystem::path arg(argv[i]);
+        if (std::filesystem::is_directory(arg)) {
+            for (const auto& entry : std::filesystem::directory_iterator(arg))
+                if (entry.is_regular_file())
+                    inputs.push_back(entry.path());
+        } else if (std::filesystem::exists(arg)) {
+            inputs.push_back(arg);
+        } else {
+            std::fprintf(stderr, "no such input: %s\n", argv[i]);
+            return 2;
+        }
+    }
+    // An empty corpus would pass without testing anything.
+    if (inputs.empty()) {
+        std::fprintf(stderr, "no inputs\n");
+        return 2;
+    }
+    std::sort(inputs.begin(), inputs.end());
+    for (const auto& path : inputs) {
+        std::fprintf(stderr, "%s\n", path.c_str());
+        std::ifstream in(path, std::ios::binary);
+        const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        // A copy of exactly the input's size, so reads past its end are caught.
+        std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
+        LLVMFuzzerTestOneInput(copy.data(), copy.size());
+    }
+    std::fprintf(stderr, "%zu inputs replayed\n", inputs.size());
+    return 0;
+}
