@@ -41,9 +41,9 @@ TARVO_API int TARVO_QTXTERMINAL_Control(uint32_t command, void* argument)
         auto* desc = static_cast<TARVO_QTX_CHANNEL_DESC*>(argument);
         if (desc->BufferIndex < 0 || desc->BufferIndex >= g_script.channels)
             return -1;
-        std::strncpy(desc->acName, desc->BufferIndex == g_script.formatChannel ? g_script.name : "Terminal",
-                     sizeof desc->acName - 1);
-        desc->acName[sizeof desc->acName - 1] = '\0';
+        const char* name = desc->BufferIndex == g_script.formatChannel ? g_script.name : "Terminal";
+        std::memset(desc->acName, 0, sizeof desc->acName);
+        std::memcpy(desc->acName, name, strnlen(name, sizeof desc->acName - 1));
         desc->SizeOfBuffer = 1024;
         desc->Flags = 0;
         return 0;
