@@ -93,16 +93,15 @@ std::vector<std::string> corpusFiles(const std::string& kind)
     return files;
 }
 
-// The variables every file keeps whole, with their sample types; those of
-// the unit after the damaged header only when `later` is set.
-void expectIntact(const SymbolTree& tree, const std::string& what, bool later)
+// The variables every file keeps whole, with their sample types, including
+// those of the unit after the damaged header.
+void expectIntact(const SymbolTree& tree, const std::string& what)
 {
-    std::vector<std::pair<const char*, std::int32_t>> intact = {
-        {"intact_counter", kTypeS32}, {"intact_pair.a", kTypeS32}, {"intact_pair.b", kTypeS16},
-        {"intact_table[3]", kTypeS32}, {"intact_gain", kTypeFloat},
+    const std::vector<std::pair<const char*, std::int32_t>> intact = {
+        {"intact_counter", kTypeS32},      {"intact_pair.a", kTypeS32},   {"intact_pair.b", kTypeS16},
+        {"intact_table[3]", kTypeS32},     {"intact_gain", kTypeFloat},   {"intact_after_broken", kTypeS32},
+        {"intact_late.x", kTypeU8},        {"intact_late.y", kTypeU16},
     };
-    if (later)
-        intact.insert(intact.end(), {{"intact_after_broken", kTypeS32}, {"intact_late.x", kTypeU8}, {"intact_late.y", kTypeU16}});
     for (const auto& [path, type] : intact) {
         const Node* n = find(tree, path);
         ASSERT_NE(n, nullptr) << what << ": " << path;
@@ -126,7 +125,7 @@ TEST(HostileDebugInfo, EveryFileLoadsWithItsIntactVariables)
             Loaded l(path);
             ASSERT_EQ(l.result, 0) << path;
             ASSERT_NE(l.db.tree(), nullptr) << path;
-            expectIntact(*l.db.tree(), path, kind != "broken_header" && kind != "all");
+            expectIntact(*l.db.tree(), path);
             // However damaged, the tree stays within its budget.
             EXPECT_LE(l.db.tree()->arena.size(), symtree::TreeLimits{}.treeNodes + 1000) << path;
         }
@@ -223,4 +222,20 @@ TEST(HostileDebugInfo, ReferencesThatPointNowhereDropTheVariableNotTheUnit)
         EXPECT_EQ(find(*l.db.tree(), "holder_var.lost"), nullptr) << path;
         EXPECT_TRUE(l.log.has("A member of holder_var is left out")) << path;
     }
+}
+
+// The unit whose header cannot be read is skipped with a log line, and the
+// walk goes on to the units after it.
+TEST(HostileDebugInfo, AnUnreadableUnitHeaderSkipsOnlyThatUnit)
+{
+    for (const char* kind : {"broken_header", "all"})
+        for (const auto& path : corpusFiles(kind)) {
+            Loaded l(path);
+            ASSERT_NE(l.db.tree(), nullptr) << path;
+            EXPECT_EQ(find(*l.db.tree(), "broken_unit_var"), nullptr) << path;
+            EXPECT_NE(find(*l.db.tree(), "intact_after_broken"), nullptr) << path;
+            EXPECT_NE(find(*l.db.tree(), "intact_late.y"), nullptr) << path;
+            EXPECT_TRUE(l.errors.has(elf::kErrCompileUnit)) << path;
+            EXPECT_TRUE(l.log.has("is unreadable (version 9): that unit is skipped")) << path;
+        }
 }
