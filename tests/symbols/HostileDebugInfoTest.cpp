@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -238,4 +239,27 @@ TEST(HostileDebugInfo, AnUnreadableUnitHeaderSkipsOnlyThatUnit)
             EXPECT_TRUE(l.errors.has(elf::kErrCompileUnit)) << path;
             EXPECT_TRUE(l.log.has("is unreadable (version 9): that unit is skipped")) << path;
         }
+}
+
+// A unit length that runs past the section leaves no way to find the units
+// after it: the walk ends there with a log line, the units before it stay.
+TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
+{
+    for (const auto& path : corpusFiles("broken_header")) {
+        std::vector<unsigned char> image = testelf::readBytes(path);
+        std::size_t section = 0;
+        const std::vector<std::size_t> units = testelf::unitOffsets(image, section);
+        std::size_t broken = 0;
+        for (std::size_t u : units)
+            if (image[section + u + 4] == 9)
+                broken = section + u;
+        ASSERT_NE(broken, 0u) << path;
+        const std::uint32_t huge = 0xFFFFFF00u;
+        std::memcpy(image.data() + broken, &huge, 4);
+        Loaded l(testelf::writeTemp("hostile_broken_length.elf", image));
+        ASSERT_NE(l.db.tree(), nullptr) << path;
+        EXPECT_NE(find(*l.db.tree(), "intact_counter"), nullptr) << path;
+        EXPECT_EQ(find(*l.db.tree(), "intact_after_broken"), nullptr) << path;
+        EXPECT_TRUE(l.log.has("runs past the section: the units after it are not read")) << path;
+    }
 }
