@@ -9,6 +9,7 @@
 #include "app/Text.h"
 #include "files/RawFile.h"
 #include "symbols/ElfChangeCheck.h"
+#include "symbols/SymbolTree.h"
 
 using namespace jobs;
 
@@ -27,6 +28,7 @@ void Controller::onInit(Job* j)
     const bool settingsLoaded = settings.load("PlotvikSettings.ini") == 0;
     if (settingsLoaded) {
         Log::instance().setLevel(settings.logLevel());
+        symtree::setFloatByEncoding(settings.floatByEncoding());
         const std::string logFile = settings.logFile();
         if (!logFile.empty())
             Log::instance().openFile(logFile);

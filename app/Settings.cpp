@@ -420,6 +420,12 @@ int Settings::logLevel()
     return level < 1 ? 1 : (level > 9 ? 9 : level);
 }
 
+bool Settings::floatByEncoding()
+{
+    int on = 0;
+    return getNumber("SYMBOLS", "FloatByEncoding", on) == 0 && on == 1;
+}
+
 std::string Settings::logFile()
 {
     std::string v;

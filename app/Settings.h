@@ -49,6 +49,9 @@ public:
     int setElfFilesDir(const std::string& filePath);
     int logLevel();
     std::string logFile();
+    // [SYMBOLS] FloatByEncoding="1": base types are classified by their
+    // debug-information encoding; anything else keeps the type-text rule.
+    bool floatByEncoding();
     std::string currentProject();
     int setCurrentProject(const std::string& path);
 

@@ -4,8 +4,10 @@
 
 #include "app/Bridge.h"
 #include "app/Report.h"
+#include "app/Settings.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/ElfFile.h"
+#include "symbols/SymbolTree.h"
 
 #include <cstdio>
 
@@ -41,6 +43,9 @@ int runSymbolsCommand(const std::vector<std::string>& args)
         else
             std::fprintf(stderr, "error %d: %s %s\n", r.code, r.message.c_str(), r.detail.c_str());
     });
+    // The classification rule is program-wide: read it as the other front ends do at start.
+    if (Settings::instance().load("PlotvikSettings.ini") == 0)
+        symtree::setFloatByEncoding(Settings::instance().floatByEncoding());
     SymbolDatabase db;
     const int result = db.parseElf(args[0], false, nullptr);
     elf::setReportHandler({});

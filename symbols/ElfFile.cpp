@@ -1,4 +1,5 @@
 #include "symbols/ElfFile.h"
+#include "symbols/UnitRepair.h"
 
 #include "app/Clock.h"
 #include "app/Log.h"
@@ -216,6 +217,8 @@ public:
 
     // Walks all units of one section. Returns the milliseconds it took.
     long walkSection(bool isInfo, LoadStatistics& stats, long& linesMs);
+    // .debug_info units that stand in for ones with an unreadable header.
+    void setPlaceholders(const std::vector<std::uint64_t>& offsets) { m_placeholders = offsets; }
     void resolveSignatures();
 
 private:
@@ -276,6 +279,7 @@ private:
     std::vector<PendingSig> m_pending;
     std::vector<std::pair<Dwarf_Sig8, std::uint64_t>> m_signatures;
     std::vector<std::uint32_t> m_recordCounts;  // snapshot per index list to roll back a broken unit
+    std::vector<std::uint64_t> m_placeholders;
 };
 
 bool Loader::readUnsigned(Dwarf_Attribute attr, std::uint64_t& v)
@@ -754,7 +758,8 @@ long Loader::walkSection(bool isInfo, LoadStatistics& stats, long& linesMs)
         unit.typeUnit = typeUnit;
         m_unit = static_cast<std::uint32_t>(m_info.m_units.size());
         m_haveLast = false;
-        bool ok = dwarf_siblingof_b(m_dbg, nullptr, isInfo, &cuDie, &err) == DW_DLV_OK;
+        const bool placeholder = isInfo && std::find(m_placeholders.begin(), m_placeholders.end(), unitOffset) != m_placeholders.end();
+        bool ok = !placeholder && dwarf_siblingof_b(m_dbg, nullptr, isInfo, &cuDie, &err) == DW_DLV_OK;
         drop(err);
         if (ok) {
             if (version >= 5 && isInfo && !typeUnit)
@@ -942,10 +947,13 @@ void close(File* file)
         reportError(kErrInvalidHandle);
 }
 
-void File::DwarfCloser::operator()(Dwarf_Debug_s* dbg) const
+void DwarfCloser::operator()(Dwarf_Debug_s* dbg) const
 {
     Dwarf_Error err = nullptr;
-    dwarf_finish(dbg, &err);
+    if (objectAccess)
+        dwarf_object_finish(dbg, &err);
+    else
+        dwarf_finish(dbg, &err);
 }
 
 void File::load()
@@ -960,8 +968,12 @@ void File::load()
     }
     Dwarf_Debug dbg = nullptr;
     Dwarf_Error err = nullptr;
-    const int r = dwarf_init_path(m_path.c_str(), nullptr, 0, DW_DLC_READ, DW_GROUPNUMBER_ANY, nullptr, nullptr, &dbg,
-                                  nullptr, 0, nullptr, &err);
+    m_repaired = RepairedImage::make(m_data.get(), m_size);
+    std::unique_lock initLock(RepairedImage::initMutex());
+    const int r = m_repaired ? m_repaired->init(&dbg, &err)
+                             : dwarf_init_path(m_path.c_str(), nullptr, 0, DW_DLC_READ, DW_GROUPNUMBER_ANY, nullptr, nullptr,
+                                               &dbg, nullptr, 0, nullptr, &err);
+    initLock.unlock();
     if (r != DW_DLV_OK) {
         if (r == DW_DLV_ERROR && err)
             dwarf_dealloc(dbg, err, DW_DLA_ERROR);
@@ -969,6 +981,7 @@ void File::load()
         return;
     }
     m_dwarf.reset(dbg);
+    m_dwarf.get_deleter().objectAccess = m_repaired != nullptr;
     m_stats.fileSize = m_size;
     m_stats.dataEncoding = m_data[5];
     m_stats.elfSymbols = countElfSymbols(m_data.get(), m_size);
@@ -990,6 +1003,8 @@ void File::load()
     di.m_byOffset.reserve(static_cast<std::size_t>(total / 6 + 16));
 
     Loader loader(dbg, di);
+    if (m_repaired)
+        loader.setPlaceholders(m_repaired->placeholders());
     m_stats.typesMs = loader.walkSection(false, m_stats, m_stats.linesMs);
     m_stats.infoMs = loader.walkSection(true, m_stats, m_stats.linesMs);
     loader.resolveSignatures();

@@ -15,6 +15,8 @@ struct Dwarf_Debug_s;
 
 namespace elf {
 
+class RepairedImage;
+
 enum ErrorCode : int {
     kErrInvalidHandle = 43,
     kErrRecursion = 44,
@@ -78,6 +80,12 @@ struct LoadStatistics {
     std::uint32_t elfSymbols = 0, fdes = 0, cies = 0;
 };
 
+// Closes a libdwarf handle the way it was opened.
+struct DwarfCloser {
+    bool objectAccess = false;  // opened over a RepairedImage
+    void operator()(Dwarf_Debug_s* dbg) const;
+};
+
 class File {
 public:
     ~File();
@@ -102,9 +110,7 @@ private:
     std::uint64_t m_size = 0;
     alloc::Block<unsigned char> m_data;
     std::uint64_t m_startUs = 0;
-    struct DwarfCloser {
-        void operator()(Dwarf_Debug_s* dbg) const;
-    };
+    std::unique_ptr<RepairedImage> m_repaired;  // the sections libdwarf reads when a unit header had to be replaced
     std::unique_ptr<Dwarf_Debug_s, DwarfCloser> m_dwarf;  // declared first among the debug data: names point into it
     std::unique_ptr<DebugInfo> m_debug;
     LoadStatistics m_stats;

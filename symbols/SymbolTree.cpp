@@ -6,6 +6,7 @@
 #include "symbols/SymbolDatabase.h"
 
 #include <array>
+#include <atomic>
 #include <charconv>
 
 namespace symtree {
@@ -13,6 +14,10 @@ namespace {
 
 constexpr std::uint16_t kTagMember = 0x0d;
 constexpr std::uint16_t kTagInheritance = 0x1c;
+constexpr std::uint16_t kTagBase = 0x24;
+constexpr std::uint8_t kEncodingFloat = 0x04;  // DW_ATE_float
+
+std::atomic<bool> g_floatByEncoding{false};
 
 bool isRecord(std::uint32_t tag) { return tag == kTagStruct || tag == kTagUnion || tag == kTagClass; }
 
@@ -53,7 +58,10 @@ std::string elementName(const std::string& array, std::uint32_t index)
 
 }  // namespace
 
-void classify(Node& node)
+void setFloatByEncoding(bool on) { g_floatByEncoding = on; }
+bool floatByEncoding() { return g_floatByEncoding; }
+
+void classify(Node& node, bool floatEncoded)
 {
     if (node.Children) {
         node.TypeID = kTypeNone;
@@ -73,13 +81,13 @@ void classify(Node& node)
         node.MaxValue = 1.0;
         return;
     }
-    if (node.Size == 4 && text::equalsFolded(node.Type, "float")) {
+    if (node.Size == 4 && (floatEncoded || text::equalsFolded(node.Type, "float"))) {
         node.TypeID = kTypeFloat;
         node.IsSigned = true;
         node.MaxValue = 3.4028234663852886e38;
         return;
     }
-    if (node.Size == 8 && text::equalsFolded(node.Type, "double")) {
+    if (node.Size == 8 && (floatEncoded || text::equalsFolded(node.Type, "double"))) {
         node.TypeID = kTypeDouble;
         node.IsSigned = true;
         node.MaxValue = 1.7976931348623157e308;
@@ -134,7 +142,7 @@ bool matches(const Node& a, const Node& b)
 }
 
 Builder::Builder(const elf::DebugInfo& info, NodeArena& arena, Hook onFilled, TreeLimits limits)
-    : m_info(info), m_arena(arena), m_hook(std::move(onFilled)), m_limits(limits),
+    : m_info(info), m_arena(arena), m_hook(std::move(onFilled)), m_limits(limits), m_floatByEncoding(floatByEncoding()),
       m_variableBudget(std::min(limits.variableNodes, limits.treeNodes / 2))
 {
 }
@@ -271,7 +279,8 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
         expandArray(node, *type, depth);
     }
 
-    classify(node);
+    // The resolved type has its qualifiers and typedefs stripped.
+    classify(node, m_floatByEncoding && type && type->tag == kTagBase && type->encoding == kEncodingFloat);
     if (m_hook)
         m_hook(node);
 }

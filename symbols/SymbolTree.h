@@ -22,8 +22,17 @@ namespace symtree {
 inline constexpr std::uint32_t kMaxDepth = 33;  // nodes at this depth stay as created
 
 // Sets TypeID, IsSigned, MaxValue and IsLeaf from the node's size, type text
-// and children.
-void classify(Node& node);
+// and children. `floatEncoded`: the node's type comes down to a base type of a
+// floating-point encoding, so a 4- or 8-byte node is a float or a double
+// whatever its type text says.
+void classify(Node& node, bool floatEncoded = false);
+
+// Off by default: a base type is a float or a double only by its type text
+// ("float", "double"; a typedef shows the text of its type), so "volatile float"
+// or "const float" samples as an integer. On: by its debug-information encoding. Builders made afterwards
+// (the next parse) follow it.
+void setFloatByEncoding(bool on);
+bool floatByEncoding();
 // The dotted path from the top variable down; array nodes of the remaining
 // dimensions (IsArray) are left out, the node's own name is always kept.
 std::string nameWithParents(const Node& node);
@@ -80,6 +89,7 @@ private:
     NodeArena& m_arena;
     Hook m_hook;
     TreeLimits m_limits;
+    bool m_floatByEncoding = false;  // floatByEncoding() when the builder was made
     std::uint64_t m_nodes = 0;
     std::uint64_t m_variableStart = 0;   // m_nodes when the current variable began
     std::uint64_t m_variableBudget = 0;  // its share

@@ -438,3 +438,24 @@ TEST_F(NativeSettingsTest, StartActionRoundTrips)
 }
 
 }  // namespace
+
+// Only "1" turns the encoding rule on; a missing section or key keeps the
+// type-text rule.
+TEST_F(SettingsTest, FloatByEncodingIsOnOnlyForOne)
+{
+    const struct {
+        const char* text;
+        bool on;
+    } cases[] = {
+        {"[SYMBOLS]\r\nFloatByEncoding=\"1\"\r\n", true},
+        {"[SYMBOLS]\r\nFloatByEncoding=\"0\"\r\n", false},
+        {"[SYMBOLS]\r\nFloatByEncoding=\"2\"\r\n", false},
+        {"[SYMBOLS]\r\n", false},
+        {"[LOG]\r\nFloatByEncoding=\"1\"\r\n", false},
+        {"", false},
+    };
+    for (const auto& c : cases) {
+        loadText(c.text);
+        EXPECT_EQ(settings.floatByEncoding(), c.on) << c.text;
+    }
+}

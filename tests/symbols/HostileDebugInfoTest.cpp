@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -93,16 +94,15 @@ std::vector<std::string> corpusFiles(const std::string& kind)
     return files;
 }
 
-// The variables every file keeps whole, with their sample types; those of
-// the unit after the damaged header only when `later` is set.
-void expectIntact(const SymbolTree& tree, const std::string& what, bool later)
+// The variables every file keeps whole, with their sample types, including
+// those of the unit after the damaged header.
+void expectIntact(const SymbolTree& tree, const std::string& what)
 {
-    std::vector<std::pair<const char*, std::int32_t>> intact = {
-        {"intact_counter", kTypeS32}, {"intact_pair.a", kTypeS32}, {"intact_pair.b", kTypeS16},
-        {"intact_table[3]", kTypeS32}, {"intact_gain", kTypeFloat},
+    const std::vector<std::pair<const char*, std::int32_t>> intact = {
+        {"intact_counter", kTypeS32},      {"intact_pair.a", kTypeS32},   {"intact_pair.b", kTypeS16},
+        {"intact_table[3]", kTypeS32},     {"intact_gain", kTypeFloat},   {"intact_after_broken", kTypeS32},
+        {"intact_late.x", kTypeU8},        {"intact_late.y", kTypeU16},
     };
-    if (later)
-        intact.insert(intact.end(), {{"intact_after_broken", kTypeS32}, {"intact_late.x", kTypeU8}, {"intact_late.y", kTypeU16}});
     for (const auto& [path, type] : intact) {
         const Node* n = find(tree, path);
         ASSERT_NE(n, nullptr) << what << ": " << path;
@@ -126,7 +126,7 @@ TEST(HostileDebugInfo, EveryFileLoadsWithItsIntactVariables)
             Loaded l(path);
             ASSERT_EQ(l.result, 0) << path;
             ASSERT_NE(l.db.tree(), nullptr) << path;
-            expectIntact(*l.db.tree(), path, kind != "broken_header" && kind != "all");
+            expectIntact(*l.db.tree(), path);
             // However damaged, the tree stays within its budget.
             EXPECT_LE(l.db.tree()->arena.size(), symtree::TreeLimits{}.treeNodes + 1000) << path;
         }
@@ -222,5 +222,44 @@ TEST(HostileDebugInfo, ReferencesThatPointNowhereDropTheVariableNotTheUnit)
         EXPECT_NE(find(*l.db.tree(), "holder_var.kept"), nullptr) << path;
         EXPECT_EQ(find(*l.db.tree(), "holder_var.lost"), nullptr) << path;
         EXPECT_TRUE(l.log.has("A member of holder_var is left out")) << path;
+    }
+}
+
+// The unit whose header cannot be read is skipped with a log line, and the
+// walk goes on to the units after it.
+TEST(HostileDebugInfo, AnUnreadableUnitHeaderSkipsOnlyThatUnit)
+{
+    for (const char* kind : {"broken_header", "all"})
+        for (const auto& path : corpusFiles(kind)) {
+            Loaded l(path);
+            ASSERT_NE(l.db.tree(), nullptr) << path;
+            EXPECT_EQ(find(*l.db.tree(), "broken_unit_var"), nullptr) << path;
+            EXPECT_NE(find(*l.db.tree(), "intact_after_broken"), nullptr) << path;
+            EXPECT_NE(find(*l.db.tree(), "intact_late.y"), nullptr) << path;
+            EXPECT_TRUE(l.errors.has(elf::kErrCompileUnit)) << path;
+            EXPECT_TRUE(l.log.has("is unreadable (version 9): that unit is skipped")) << path;
+        }
+}
+
+// A unit length that runs past the section leaves no way to find the units
+// after it: the walk ends there with a log line, the units before it stay.
+TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
+{
+    for (const auto& path : corpusFiles("broken_header")) {
+        std::vector<unsigned char> image = testelf::readBytes(path);
+        std::size_t section = 0;
+        const std::vector<std::size_t> units = testelf::unitOffsets(image, section);
+        std::size_t broken = 0;
+        for (std::size_t u : units)
+            if (image[section + u + 4] == 9)
+                broken = section + u;
+        ASSERT_NE(broken, 0u) << path;
+        const std::uint32_t huge = 0xFFFFFF00u;
+        std::memcpy(image.data() + broken, &huge, 4);
+        Loaded l(testelf::writeTemp("hostile_broken_length.elf", image));
+        ASSERT_NE(l.db.tree(), nullptr) << path;
+        EXPECT_NE(find(*l.db.tree(), "intact_counter"), nullptr) << path;
+        EXPECT_EQ(find(*l.db.tree(), "intact_after_broken"), nullptr) << path;
+        EXPECT_TRUE(l.log.has("runs past the section: the units after it are not read")) << path;
     }
 }

@@ -1,0 +1,95 @@
+// The two rules for floating-point variables: by default only the type texts
+// "float" and "double" sample as floats; with FloatByEncoding every base type
+// of a floating-point encoding does, whatever qualifiers or typedef names
+// stand around it.
+#include "TestElf.h"
+
+#include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolTree.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+const Node* findPath(const Node* n, const std::string& path)
+{
+    for (; n; n = n->Next) {
+        if (n->NameWithParents == path)
+            return n;
+        if (const Node* f = findPath(n->Children, path))
+            return f;
+    }
+    return nullptr;
+}
+
+// Restores the program-wide rule when the test ends.
+struct FloatRule {
+    explicit FloatRule(bool on) { symtree::setFloatByEncoding(on); }
+    ~FloatRule() { symtree::setFloatByEncoding(false); }
+};
+
+}  // namespace
+
+TEST(FloatEncoding, TypeIdsFollowTheChosenRule)
+{
+    const struct {
+        const char* path;
+        std::int32_t byText;
+        std::int32_t byEncoding;
+    } cases[] = {
+        {"plain_float", kTypeFloat, kTypeFloat},
+        {"plain_double", kTypeDouble, kTypeDouble},
+        {"isr_level", kTypeS32, kTypeFloat},        // volatile float
+        {"calibration", kTypeS32, kTypeFloat},      // const float
+        {"gain", kTypeFloat, kTypeFloat},           // typedef of float: its text reads "float"
+        {"shared_gain", kTypeS32, kTypeFloat},      // typedef of a volatile typedef of float
+        {"cv_double", kTypeS64, kTypeDouble},       // const volatile double
+        {"isr_count", kTypeS32, kTypeS32},          // volatile int stays an integer
+        {"filter.state", kTypeS32, kTypeFloat},     // a member
+        {"filter.coefficients[1]", kTypeS32, kTypeFloat},  // an array element
+    };
+    for (const bool on : {false, true}) {
+        const FloatRule rule(on);
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(testelf::corpus("floats.elf"), false, nullptr), 0);
+        ASSERT_NE(db.tree(), nullptr);
+        for (const auto& c : cases) {
+            const Node* n = nullptr;
+            for (const Node* f : db.tree()->files)
+                if ((n = findPath(f->Children, c.path)))
+                    break;
+            ASSERT_NE(n, nullptr) << c.path;
+            EXPECT_TRUE(n->IsLeaf) << c.path;
+            const std::int32_t expected = on ? c.byEncoding : c.byText;
+            EXPECT_EQ(n->TypeID, expected) << c.path << (on ? " by encoding" : " by type text");
+            if (expected == kTypeFloat) {
+                EXPECT_EQ(n->MaxValue, 3.4028234663852886e38) << c.path;
+            }
+            if (expected == kTypeFloat || expected == kTypeDouble) {
+                EXPECT_TRUE(n->IsSigned) << c.path;
+            }
+        }
+    }
+}
+
+// The rule is taken when a parse starts: changing it leaves a built tree as
+// it is, and the next parse follows it.
+TEST(FloatEncoding, TheRuleAppliesFromTheNextParse)
+{
+    const FloatRule rule(false);
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(testelf::corpus("floats.elf"), false, nullptr), 0);
+    const auto typeOf = [&](const char* path) {
+        for (const Node* f : db.tree()->files)
+            if (const Node* n = findPath(f->Children, path))
+                return n->TypeID;
+        return -1;
+    };
+    EXPECT_EQ(typeOf("isr_level"), kTypeS32);
+    symtree::setFloatByEncoding(true);
+    EXPECT_EQ(typeOf("isr_level"), kTypeS32);
+    ASSERT_EQ(db.parseElf(testelf::corpus("floats.elf"), false, nullptr), 0);
+    EXPECT_EQ(typeOf("isr_level"), kTypeFloat);
+}
