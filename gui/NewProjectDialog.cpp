@@ -44,7 +44,7 @@ NewProjectDialog::NewProjectDialog(Controller& controller, QWidget* parent, cons
 {
     setWindowTitle(m_options ? tr("Options") : tr("Create new project"));
     build();
-    show(m_options ? newproject::fromSettings(*m_options) : NewProjectChoices{});
+    showChoices(m_options ? newproject::fromSettings(*m_options) : NewProjectChoices{});
     // Until the period is edited the label shows the default's rate.
     if (!m_options)
         m_rateLabel->setText(QStringLiteral("us, Sample Rate: 10 kHz"));
@@ -158,7 +158,7 @@ void NewProjectDialog::build()
     setMinimumWidth(520);
 }
 
-void NewProjectDialog::show(const NewProjectChoices& c)
+void NewProjectDialog::showChoices(const NewProjectChoices& c)
 {
     m_radioUsb->setChecked(true);  // the others' toggles need a change to report
     m_checkSerial->setChecked(c.serialGiven);

@@ -73,7 +73,7 @@ private slots:
 
 private:
     void build();
-    void show(const NewProjectChoices& c);
+    void showChoices(const NewProjectChoices& c);
 
     Controller& m_controller;
     std::optional<ProjectSettings> m_options;  // the project's settings when editing them

@@ -16,6 +16,7 @@
 #include "view/UtilFilterHeader.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QGroupBox>
