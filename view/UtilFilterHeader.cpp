@@ -4,6 +4,7 @@
 #include <QAbstractItemView>
 #include <QComboBox>
 #include <QEvent>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
@@ -255,6 +256,18 @@ bool UtilFilterHeader::event(QEvent* e)
                     Qt::UniqueConnection);
     }
     return QHeaderView::event(e);
+}
+
+void UtilFilterHeader::keyPressEvent(QKeyEvent* e)
+{
+    // An editor passes Return on once it has reported its filter; the table
+    // would take it as activating its current row (which closes a selection
+    // dialog), so it ends here.
+    if (e->key() == Qt::Key_Return || e->key() == Qt::Key_Enter) {
+        e->accept();
+        return;
+    }
+    QHeaderView::keyPressEvent(e);
 }
 
 void UtilFilterHeader::resizeEvent(QResizeEvent* e)
