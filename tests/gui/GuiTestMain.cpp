@@ -6,8 +6,24 @@
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <gtest/gtest.h>
+
+namespace {
+
+// A main window closed outside the application's own loop still asks that
+// loop to quit; the request stays and makes every later modal loop return
+// at once. One short run of the application loop after each test clears it.
+class ClearQuitRequest : public ::testing::EmptyTestEventListener {
+    void OnTestEnd(const ::testing::TestInfo&) override
+    {
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+    }
+};
+
+}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -22,5 +38,6 @@ int main(int argc, char** argv)
     // A window started without arguments shows no start-up dialog unless a test asks for one.
     writeStartAction(1);
     ::testing::InitGoogleTest(&argc, argv);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new ClearQuitRequest);  // owned by gtest
     return RUN_ALL_TESTS();
 }
