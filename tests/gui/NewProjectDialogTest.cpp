@@ -13,6 +13,8 @@
 #include "symbols/SymbolSelection.h"
 #include "symbols/SymbolTreeModel.h"
 #include "tests/app/FakeSampler.h"
+#include "tests/app/TestBridge.h"
+#include "tests/TempFolder.h"
 #include "view/UtilFilterHeader.h"
 
 #include <QApplication>
@@ -22,6 +24,7 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
@@ -30,6 +33,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -166,7 +172,7 @@ TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
     EXPECT_TRUE(d.serialEdit()->isVisible());
     d.radioTcpIp()->setChecked(true);
     EXPECT_TRUE(d.hostEdit()->isVisible());
-    EXPECT_FALSE(d.checkSerial()->isVisible());
+    EXPECT_EQ(d.focusWidget(), d.hostEdit());  // the host is what the user types next
     d.radioQtx()->setChecked(true);
     EXPECT_FALSE(d.samplingRateGroup()->isVisible());
     d.radioExistingSession()->setChecked(true);
@@ -186,17 +192,143 @@ TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
 
 TEST_F(DialogTest, OptionsKeepTheRestOfTheSettings)
 {
-    ProjectSettings s;
-    s.ElfFile = "/fw/a.elf";
-    s.TargetDevice = "KS40-512";
-    s.InterfaceSpeed = 3500;
-    s.SamplingPeriod = 250;
-    s.TimeResolutionUs = 2000;
-    s.DataFile = "/d/x.csv";
-    NewProjectDialog d(ctl, nullptr, s);
-    EXPECT_EQ(d.windowTitle(), "Options");
-    EXPECT_EQ(d.speedBox()->currentText(), "3500");
-    EXPECT_EQ(d.payload(), s);  // nothing edited: nothing changes
+    // Settings as a project file gives them: a connection kind is always set.
+    ProjectSettings usb;
+    usb.Connection = kConnectionUsb;
+    usb.SerialNo = 123456;
+    usb.ElfFile = "/fw/a.elf";
+    usb.TargetDevice = "KS40-512";
+    usb.TargetInterface = kInterfaceJtag;
+    usb.InterfaceSpeed = 3500;
+    usb.SamplingPeriod = 250;
+    usb.IsQTXWithTimeStamp = true;
+    usb.TimeResolutionUs = 2000;
+    usb.DataFile = "/d/x.csv";
+    usb.RawFile = "/d/x.praw";
+    usb.ShowGraph = true;
+    usb.TriggerLevel = 12.5;
+    usb.TriggerOn = usb.TriggerRise = true;
+    ProjectSettings ip = usb;
+    ip.Connection = kConnectionTcpIp;
+    ip.SerialNo = 0;
+    ip.IP = "10.0.0.7";
+    ip.IsQTXSession = true;
+    ip.TargetInterface = kInterfaceFine;
+    ip.InterfaceSpeed = 4000;
+    ip.TriggerAuto = ip.TriggerFall = true;
+    for (const ProjectSettings& s : {usb, ip}) {
+        NewProjectDialog d(ctl, nullptr, s);
+        EXPECT_EQ(d.windowTitle(), "Options");
+        EXPECT_EQ(d.speedBox()->currentText(), QString::number(s.InterfaceSpeed));
+        EXPECT_EQ(d.payload(), s) << s.Connection;  // nothing edited: nothing changes
+    }
+}
+
+namespace {
+
+std::string contents(const fs::path& p)
+{
+    std::ostringstream s;
+    s << std::ifstream(p, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+void typeSpeed(NewProjectDialog& d, const char* khz)
+{
+    d.speedBox()->lineEdit()->clear();
+    QTest::keyClicks(d.speedBox()->lineEdit(), khz);
+    emit d.speedBox()->lineEdit()->editingFinished();
+}
+
+}  // namespace
+
+// `plotvik-cli new` is the dialog's headless twin: with the same choices it
+// writes the file that "OK" followed by Save As writes, byte for byte.
+TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
+{
+    const fs::path bin = PLOTVIK_BIN_DIR;
+    if (!fs::exists(bin / "plotvik-cli") || !fs::exists(bin / "demo.elf"))
+        GTEST_SKIP() << "plotvik-cli or the demo firmware not built";
+    const fs::path dir = testtemp::folder() / "twin";
+    fs::create_directories(dir);
+    const std::string elf = (dir / "fw.elf").string(), script = (dir / "fw.TarvoScript").string();
+    fs::copy_file(bin / "demo.elf", elf, fs::copy_options::overwrite_existing);
+    std::ofstream(script) << "Fast = 1\n";
+    // A QTX project connects and starts QTX once it is set up, so the dialog
+    // runs on the real (simulated) probe as the command does.
+    JobEngine probeEngine;
+    Controller probeCtl(probeEngine, std::make_unique<ProbeSampler>());
+    TestBridge bridge;
+    probeCtl.setBridge(&bridge);
+
+    struct Case {
+        const char* name;
+        std::function<void(NewProjectDialog&)> choose;
+        std::vector<std::string> args;
+    };
+    const Case cases[] = {
+        {"ip-fine-bsq",
+         [&](NewProjectDialog& d) {
+             d.radioTcpIp()->setChecked(true);
+             d.hostEdit()->setText("192.168.7.2");
+             d.deviceEdit()->setText("KS40-512");
+             d.scriptEdit()->setText(QString::fromStdString(script));
+             d.interfaceBox()->setCurrentIndex(2);
+             typeSpeed(d, "3500");
+             d.periodEdit()->setText("250");
+             d.elfEdit()->setText(QString::fromStdString(elf));
+         },
+         {"--ip", "192.168.7.2", "--device", "KS40-512", "--script", script, "--interface", "FINE", "--speed", "3500",
+          "--bsq", "250", "--elf", elf}},
+        {"usb-serial-qtx",
+         [&](NewProjectDialog& d) {
+             d.checkSerial()->setChecked(true);
+             d.serialEdit()->setText("123456");
+             d.deviceEdit()->setText("PVK-SIM-M4");
+             d.interfaceBox()->setCurrentIndex(0);
+             d.radioQtx()->setChecked(true);
+         },
+         {"--usb", "123456", "--device", "PVK-SIM-M4", "--interface", "JTAG", "--qtx"}},
+        {"existing-session",
+         [&](NewProjectDialog& d) {
+             d.radioExistingSession()->setChecked(true);
+             d.periodEdit()->setText("1000");
+             d.elfEdit()->setText(QString::fromStdString(elf));
+         },
+         {"--existing-session", "--bsq", "1000", "--elf", elf}},
+    };
+    for (const Case& c : cases) {
+        const fs::path fromDialog = dir / (std::string(c.name) + "-dialog.plotvik");
+        const fs::path fromCli = dir / (std::string(c.name) + "-cli.plotvik");
+        NewProjectDialog d(probeCtl);
+        c.choose(d);
+        QTest::mouseClick(d.okButton(), Qt::LeftButton);
+        ASSERT_EQ(d.result(), QDialog::Accepted) << c.name;
+        bridge.savePath = fromDialog.string();
+        probeCtl.postSaveProjectAs();
+        probeCtl.postReadStop();
+        ASSERT_TRUE(probeCtl.waitForQueue(30000));
+        ASSERT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
+
+        QProcess cli;
+        cli.setProcessChannelMode(QProcess::MergedChannels);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", QString::fromStdString(dir.string()));
+        env.insert("XDG_CONFIG_HOME", QString::fromStdString(dir.string()));
+        cli.setProcessEnvironment(env);
+        QStringList args{"new", QString::fromStdString(fromCli.string())};
+        for (const std::string& a : c.args)
+            args << QString::fromStdString(a);
+        cli.start(QString::fromStdString((bin / "plotvik-cli").string()), args);
+        ASSERT_TRUE(cli.waitForFinished(60000)) << c.name;
+        ASSERT_EQ(cli.exitCode(), 0) << c.name << ": " << cli.readAll().toStdString();
+
+        const std::string written = contents(fromDialog);
+        EXPECT_FALSE(written.empty()) << c.name;
+        EXPECT_EQ(contents(fromCli), written) << c.name;
+    }
+    probeEngine.stopAndWait([] {});
+    probeCtl.setBridge(nullptr);
 }
 
 TEST_F(DialogTest, WelcomeWithEmptyListGoesToTheFileDialogAndRemembersTheStart)
