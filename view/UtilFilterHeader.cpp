@@ -24,6 +24,17 @@ UtilFilterHeader::UtilFilterHeader(int columns, QWidget* parent) : QHeaderView(Q
         AdjustPositions();
     });
     setColumnCount(columns);
+    followScrollBar();
+}
+
+// The table scrolls the header without telling it: the editors follow the
+// table's horizontal scroll bar. Connected for the parent given at
+// construction and again whenever the header moves to another parent.
+void UtilFilterHeader::followScrollBar()
+{
+    if (auto* area = qobject_cast<QAbstractScrollArea*>(parentWidget()))
+        connect(area->horizontalScrollBar(), &QScrollBar::valueChanged, this, &UtilFilterHeader::AdjustPositions,
+                Qt::UniqueConnection);
 }
 
 QWidget* UtilFilterHeader::makeTextEditor()
@@ -249,12 +260,8 @@ void UtilFilterHeader::OnEditorChanged() { emit SignalFilterChanged(); }
 
 bool UtilFilterHeader::event(QEvent* e)
 {
-    // The table scrolls the header without telling it: follow its scroll bar.
-    if (e->type() == QEvent::ParentChange) {
-        if (auto* area = qobject_cast<QAbstractScrollArea*>(parentWidget()))
-            connect(area->horizontalScrollBar(), &QScrollBar::valueChanged, this, &UtilFilterHeader::AdjustPositions,
-                    Qt::UniqueConnection);
-    }
+    if (e->type() == QEvent::ParentChange)
+        followScrollBar();
     return QHeaderView::event(e);
 }
 

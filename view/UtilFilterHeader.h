@@ -71,6 +71,7 @@ private:
     int editorHeight() const;
     void updateMargins();
     void findLastVisible();
+    void followScrollBar();
 
     std::vector<Column> m_editors;
     bool m_filterVisible = true;
