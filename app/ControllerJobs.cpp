@@ -311,6 +311,7 @@ int Controller::connectAndStart()
 {
     m_working = m_project.settings();
     m_sampler->setSearchRangeCommand(m_commandLine.qtxSearchRangeCommand());
+    m_sampler->setElfFile(m_working.ElfFile.empty() ? std::string() : elfPath());
     if (m_sampler->openProbe(m_working) < 0)
         return -1;
     const ProjectSettings before = m_working;

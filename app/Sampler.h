@@ -44,4 +44,6 @@ public:
     virtual int execCommand(const std::string& command) = 0;
     // "SetQTXSearchRanges ..." from the command line, sent at target set-up.
     virtual void setSearchRangeCommand(const std::string& command) { (void)command; }
+    // The project's ELF file (its path resolved), named to the probe at target set-up.
+    virtual void setElfFile(const std::string& path) { (void)path; }
 };

@@ -7,3 +7,6 @@
 int runSymbolsCommand(const std::vector<std::string>& args);
 int runConvertCommand(const std::vector<std::string>& args);
 int runRecordCommand(const std::vector<std::string>& args);
+int runNewCommand(const std::vector<std::string>& args);
+int runSelectCommand(const std::vector<std::string>& args);
+int runDevicesCommand(const std::vector<std::string>& args);

@@ -16,8 +16,10 @@ public:
         return {r.defaultResult, r.checkState};
     }
     std::string openFileDialog(const FileDialogRequest&) override { return {}; }
-    std::string saveFileDialog(const FileDialogRequest&) override { return {}; }
+    // The save dialog answers `saveAnswer` (empty: cancelled).
+    std::string saveFileDialog(const FileDialogRequest&) override { return saveAnswer; }
     int progress(int, const std::string&, int, int) override { return 0; }
 
     int messages = 0;
+    std::string saveAnswer;
 };

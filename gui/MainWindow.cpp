@@ -8,8 +8,10 @@
 #include "app/Text.h"
 #include "gui/DIALOG_CustMsgBox.h"
 #include "gui/MenuBar.h"
+#include "gui/NewProjectDialog.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "gui/WelcomeDialog.h"
 #include "symbols/SymbolSelection.h"
 #include "view/GraphContainer.h"
 #include "view/GraphWidget.h"
@@ -285,8 +287,14 @@ void MainWindow::_SlotOnUpdateProgBar()
 
 void MainWindow::_SlotOnFinAsyncAppInit()
 {
-    if (m_startArgs.exitNow)
+    if (m_startArgs.exitNow) {
         QMainWindow::close();
+    } else if (m_startArgs.showWelcomeDialog) {
+        WelcomeDialog welcome(m_controller, recentList(1), this);
+        m_startArgs.startMode = welcome.exec();
+    } else if (m_startArgs.showNewProjectDialog) {
+        _SlotOnNewProjectDialog();
+    }
 }
 
 void MainWindow::_SlotOnUpdateGUI()
@@ -368,10 +376,20 @@ QDockWidget* MainWindow::addViewDock(const QString& title, Qt::DockWidgetArea ar
     return dock;
 }
 
-// The new project and options dialogs arrive with their own work; until then
-// these requests are accepted and nothing is shown.
-void MainWindow::_SlotOnNewProjectDialog() {}
-void MainWindow::_SlotOptionsDialog() {}
+void MainWindow::_SlotOnNewProjectDialog()
+{
+    NewProjectDialog dialog(m_controller, this);
+    dialog.exec();
+}
+
+// The options are the open project's settings in the new project dialog.
+void MainWindow::_SlotOptionsDialog()
+{
+    if (!m_controller.project().isOpen())
+        return;
+    NewProjectDialog dialog(m_controller, this, m_controller.project().settings());
+    dialog.exec();
+}
 
 void MainWindow::_SlotOnShowSymbolSelection()
 {

@@ -64,6 +64,10 @@ int ProbeSampler::setUpTarget(ProjectSettings& s)
         report::warning(text::format(1024, "Failed to select target device '%s'.", s.TargetDevice.c_str()));
         return -1;
     }
+    // Tells the probe which program the target runs; a probe without use for
+    // it answers with an error text, which changes nothing.
+    if (!m_elfFile.empty())
+        tarvo::ExecCommand(text::format(1024, "ELFFile = %s", m_elfFile.c_str()).c_str(), nullptr, 0);
     if (!s.ScriptFile.empty() && !accepted(text::format(1024, "ScriptFile = %s", s.ScriptFile.c_str()))) {
         report::warning(text::format(1024, "Failed to select script file '%s'.", s.ScriptFile.c_str()));
         return -1;

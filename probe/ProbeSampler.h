@@ -30,6 +30,7 @@ public:
     std::string versionLine() override;
     int execCommand(const std::string& command) override;
     void setSearchRangeCommand(const std::string& command) override { m_searchRanges = command; }
+    void setElfFile(const std::string& path) override { m_elfFile = path; }
 
     // Shortest BSQ period the probe allows, in µs (0 = unknown).
     std::uint32_t shortestPeriodUs() const { return m_shortestPeriodUs; }
@@ -48,6 +49,7 @@ private:
     std::atomic<bool> m_qtxRunning{false};
     bool m_existingSession = false;
     std::string m_searchRanges;
+    std::string m_elfFile;
     std::uint32_t m_shortestPeriodUs = 0;
 
     std::vector<TARVO_BSQ_BLOCK> m_blocks;

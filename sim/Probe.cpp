@@ -133,6 +133,8 @@ void Probe::closeLocked()
     m_open = false;
     m_device = -1;
     m_searchRanges.clear();
+    m_programElf.clear();
+    m_scriptNamesFirmware = false;
 }
 
 int Probe::selectBySerial(uint32_t serial)
@@ -206,11 +208,20 @@ std::string Probe::runCommand(const std::string& command)
         m_device = index;
         return {};
     }
+    if (key == "elffile") {
+        // The program's own ELF file: the firmware the target runs unless a
+        // script names one.
+        if (value.empty())
+            return "Expected a file name.";
+        m_programElf = value;
+        return {};
+    }
     if (key == "scriptfile") {
         const std::string path = resolveScript(value);
         Script s;
         if (auto err = loadScript(path, s); !err.empty())
             return "Failed to load script file: " + err + ".";
+        m_scriptNamesFirmware = m_scriptNamesFirmware || s.firmware.has_value();
         mergeScript(m_script, s);
         return {};
     }
@@ -255,13 +266,17 @@ std::string Probe::resolveScript(const std::string& path) const
 
 std::string Probe::firmwarePath() const
 {
-    if (m_script.firmware) {
+    // A script of this connection names the firmware; otherwise the
+    // program's ELF file runs, before what earlier scripts named.
+    if (m_script.firmware && (m_scriptNamesFirmware || m_programElf.empty())) {
         if (exists(*m_script.firmware))
             return *m_script.firmware;
         // A script from the source tree names firmware that the build puts next to the library.
         const std::string beside = (fs::path(m_libraryDir) / fs::path(*m_script.firmware).filename()).string();
         return exists(beside) ? beside : *m_script.firmware;
     }
+    if (!m_programElf.empty())
+        return m_programElf;
     return (fs::path(m_libraryDir) / "demo.elf").string();
 }
 

@@ -79,6 +79,8 @@ private:
     std::mutex m_mutex;
     std::string m_libraryDir;
     Script m_script;                 // settings from every script loaded so far
+    std::string m_programElf;        // the program's ELF file ("ELFFile = ..."), for this connection
+    bool m_scriptNamesFirmware = false;  // a script of this connection named the firmware
     std::string m_openError;
     bool m_open = false;
     bool m_selectionFailed = false;

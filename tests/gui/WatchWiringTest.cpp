@@ -64,11 +64,6 @@ class WatchWiringTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        // A window closed by an earlier test ended the application's event
-        // loop, which makes every later modal loop return at once; one short
-        // run of the application loop clears that.
-        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-        QCoreApplication::exec();
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));

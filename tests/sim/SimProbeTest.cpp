@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <thread>
@@ -405,6 +406,57 @@ TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
     const std::string notElf = writeScript("not.elf", "this is no ELF file");
     EXPECT_LT(connectWith("Firmware = not.elf\n"), 0);
     EXPECT_EQ(TARVOARM_IsConnected(), 0);
+}
+
+// The program names its ELF file at every target set-up; the target runs it
+// unless a script of the same connection names a firmware.
+TEST_F(SimProbe, TargetRunsTheProgramsElfFileUnlessThisConnectionsScriptNamesOne)
+{
+    const std::string notElf = writeScript("program-not.elf", "this is no ELF file");
+    const std::string own = writeScript("program-own.elf", "");
+    std::filesystem::copy_file(std::string(PLOTVIK_BIN_DIR) + "/demo.elf", own,
+                               std::filesystem::copy_options::overwrite_existing);
+    // Opens, selects the device, names `elf` and, when given, loads a script; then connects.
+    const auto connectNaming = [](const std::string& elf, const std::string& scriptText) {
+        if (TARVOARM_EMU_SelectByUSBSN(static_cast<uint32_t>(TARVOARM_GetSN())) < 0 ||
+            TARVOARM_OpenEx(nullptr, nullptr) != nullptr)
+            return -100;
+        char err[1024] = "";
+        if (TARVOARM_ExecCommand("device = PVK-SIM-M4", err, sizeof err) != 0)
+            return -101;
+        if (TARVOARM_ExecCommand(("ELFFile = " + elf).c_str(), err, sizeof err) != 0)
+            return -102;
+        if (!scriptText.empty()) {
+            const std::string cmd = "ScriptFile = " + writeScript("elf.TarvoScript", scriptText);
+            if (TARVOARM_ExecCommand(cmd.c_str(), err, sizeof err) != 0)
+                return -103;
+        }
+        TARVOARM_TIF_Select(TARVO_TIF_SWD);
+        TARVOARM_SetSpeed(4000);
+        return TARVOARM_Connect();
+    };
+    struct Step {
+        const char* what;
+        std::string elf, script;
+        bool connects;
+    };
+    const Step steps[] = {
+        {"the program's ELF file is what the target runs", notElf, "", false},
+        {"a firmware ELF file of the program's own", own, "", true},
+        {"this connection's script names the firmware", notElf, "Firmware = demo.elf\n", true},
+        {"an earlier connection's script does not override it", notElf, "", false},
+        {"a script of this connection without a firmware does not either", notElf, "DropWhenFull = 0\n", false},
+    };
+    for (const Step& s : steps) {
+        EXPECT_EQ(connectNaming(s.elf, s.script) == 0, s.connects) << s.what;
+        if (s.connects && s.elf == own) {
+            EXPECT_TRUE(waitForTick(3)) << "the program's firmware runs";
+        }
+        TARVOARM_Close();
+    }
+    char err[256] = "";
+    EXPECT_NE(TARVOARM_ExecCommand("ELFFile =", err, sizeof err), 0);
+    EXPECT_STRNE(err, "");
 }
 
 TEST_F(SimProbe, DeviceListAndDialog)

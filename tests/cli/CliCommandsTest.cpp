@@ -1,0 +1,172 @@
+// plotvik-cli's project commands as a user chains them: new, select and
+// record give a CSV of the chosen variables with the firmware's values.
+#include "tests/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <sys/wait.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kBin = PLOTVIK_BIN_DIR;
+
+struct CliRun {
+    int code = -1;
+    std::string output;  // standard output and error
+};
+
+std::string quoted(const std::string& s)
+{
+    std::string q = "'";
+    for (char c : s)
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+// Runs plotvik-cli in `dir`, with the configuration kept inside it.
+CliRun cli(const fs::path& dir, const std::vector<std::string>& args)
+{
+    std::string cmd = "cd " + quoted(dir.string()) + " && HOME=" + quoted(dir.string()) +
+                      " XDG_CONFIG_HOME=" + quoted(dir.string()) + " " + quoted((kBin / "plotvik-cli").string());
+    for (const std::string& a : args)
+        cmd += " " + quoted(a);
+    cmd += " 2>&1";
+    CliRun r;
+    FILE* p = ::popen(cmd.c_str(), "r");
+    if (!p)
+        return r;
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
+        r.output.append(buf, n);
+    const int status = ::pclose(p);
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+std::vector<std::string> split(const std::string& text, char at)
+{
+    std::vector<std::string> out;
+    std::string part;
+    std::istringstream in(text);
+    while (std::getline(in, part, at))
+        out.push_back(part);
+    return out;
+}
+
+bool built()
+{
+    return fs::exists(kBin / "plotvik-cli") && fs::exists(kBin / "demo.elf") && fs::exists(kBin / "libTarvo_x64.so");
+}
+
+}  // namespace
+
+TEST(CliCommands, NewSelectRecordGiveTheChosenVariablesWithTheFirmwaresValues)
+{
+    if (!built())
+        GTEST_SKIP() << "plotvik-cli, the probe library or the demo firmware not built";
+    const fs::path dir = testtemp::folder() / "chain";
+    fs::create_directories(dir);
+    fs::copy_file(kBin / "demo.elf", dir / "my_fw.elf", fs::copy_options::overwrite_existing);
+    // As fast as the host allows; the script names no firmware, so the project's ELF runs.
+    std::ofstream(dir / "fast.TarvoScript") << "Fast = 1\n";
+
+    CliRun r = cli(dir, {"new", "p.plotvik", "--elf", (dir / "my_fw.elf").string(), "--device", "PVK-SIM-M4", "--bsq",
+                      "1000", "--script", (dir / "fast.TarvoScript").string()});
+    ASSERT_EQ(r.code, 0) << r.output;
+    // Brackets match themselves; the names come in tree order, not pattern order.
+    r = cli(dir, {"select", "p.plotvik", "g_channels[1].raw", "g_motor.sensors.*", "g_tick_ms", "g_saw?ooth"});
+    ASSERT_EQ(r.code, 0) << r.output;
+    EXPECT_EQ(r.output, "g_tick_ms\ng_sawtooth\ng_motor.sensors.current_ma\ng_motor.sensors.temp_c\ng_channels[1].raw\n");
+    r = cli(dir, {"select", "p.plotvik", "g_tick_ms"});
+    EXPECT_EQ(r.code, 0) << r.output;
+    EXPECT_EQ(r.output, "") << "an already selected symbol is not added again";
+    r = cli(dir, {"select", "p.plotvik", "g_sawtooth", "g_channels[9].raw"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.output.find("\"g_channels[9].raw\""), std::string::npos) << r.output;
+
+    r = cli(dir, {"record", "p.plotvik", "--seconds", "1", "--csv", "out.csv"});
+    ASSERT_EQ(r.code, 0) << r.output;
+    std::ifstream csv(dir / "out.csv");
+    std::string line;
+    ASSERT_TRUE(std::getline(csv, line));
+    EXPECT_EQ(line, "Timestamp;g_tick_ms;g_sawtooth;g_motor.sensors.current_ma;g_motor.sensors.temp_c;g_channels[1].raw");
+    int checked = 0;
+    while (std::getline(csv, line)) {
+        const std::vector<std::string> f = split(line, ';');
+        ASSERT_EQ(f.size(), 6u) << line;
+        const unsigned long stamp = std::stoul(f[0]);
+        const unsigned long t = std::stoul(f[1]);
+        if (t == 0)
+            continue;  // the firmware may still be starting up
+        // A record is taken before the firmware's update for that millisecond.
+        ASSERT_EQ(t, (stamp - 1) / 1000) << line;
+        ASSERT_EQ(std::stol(f[2]), static_cast<long>(t % 200) - 100) << line;
+        ASSERT_EQ(std::stoul(f[3]), t % 100) << line;
+        ASSERT_EQ(std::stoul(f[4]), 20 + (t / 1000) % 50) << line;
+        ASSERT_EQ(std::stoul(f[5]), (t + 100) % 4096) << line;
+        ++checked;
+    }
+    EXPECT_GE(checked, 10);
+}
+
+TEST(CliCommands, NewRefusesWhatTheDialogRefuses)
+{
+    if (!built())
+        GTEST_SKIP() << "plotvik-cli not built";
+    const fs::path dir = testtemp::folder() / "refusals";
+    fs::create_directories(dir);
+    struct Case {
+        std::vector<std::string> args;
+        const char* text;
+    };
+    const Case cases[] = {
+        {{"new", "a.plotvik", "--bsq", "100", "--device", "PVK-SIM-M4"}, "No ELF file selected."},
+        {{"new", "a.plotvik", "--qtx", "--elf", "fw.elf"}, "In QTX mode specifying the target device is mandatory."},
+        {{"new", "a.plotvik", "--qtx", "--existing-session", "--device", "PVK-SIM-M4"},
+         "An existing session samples with BSQ only."},
+    };
+    for (const Case& c : cases) {
+        const CliRun r = cli(dir, c.args);
+        EXPECT_EQ(r.code, 1) << c.text;
+        EXPECT_NE(r.output.find(c.text), std::string::npos) << r.output;
+    }
+    EXPECT_FALSE(fs::exists(dir / "a.plotvik"));
+}
+
+TEST(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
+{
+    if (!built())
+        GTEST_SKIP() << "plotvik-cli or the probe library not built";
+    const fs::path dir = testtemp::folder() / "devices";
+    fs::create_directories(dir);
+    const CliRun all = cli(dir, {"devices"});
+    ASSERT_EQ(all.code, 0) << all.output;
+    const std::vector<std::string> rows = split(all.output, '\n');
+    ASSERT_GE(rows.size(), 300u);
+    EXPECT_EQ(rows[0].rfind("Manufacturer", 0), 0u) << rows[0];
+    EXPECT_NE(rows[1].find("Unspecified"), std::string::npos) << "the generic cores come first";
+    for (const char* filter : {"stm32F407", "plotvik simulated", "1.5 mb"}) {
+        const CliRun r = cli(dir, {"devices", filter});
+        ASSERT_EQ(r.code, 0) << r.output;
+        const std::vector<std::string> kept = split(r.output, '\n');
+        ASSERT_GE(kept.size(), 2u) << filter;
+        std::string lower = filter;
+        for (char& ch : lower)
+            ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        for (std::size_t i = 1; i < kept.size(); ++i) {
+            std::string row = kept[i];
+            for (char& ch : row)
+                ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+            EXPECT_NE(row.find(lower), std::string::npos) << kept[i];
+        }
+    }
+}

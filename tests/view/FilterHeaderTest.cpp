@@ -1,0 +1,120 @@
+// The filter header: editors under their columns, the column menu and the
+// filter toggle.
+#include "view/UtilFilterHeader.h"
+
+#include <QAction>
+#include <QLineEdit>
+#include <QMenu>
+#include <QScrollBar>
+#include <QStandardItemModel>
+#include <QTableView>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+struct Table {
+    Table(int columns)
+    {
+        model.setColumnCount(columns);
+        model.setRowCount(3);
+        for (int c = 0; c < columns; ++c)
+            model.setHeaderData(c, Qt::Horizontal, QStringLiteral("Col%1").arg(c));
+        header = new UtilFilterHeader(columns, &view);
+        view.setHorizontalHeader(header);
+        view.setModel(&model);
+        header->setStretchLastSection(true);
+        view.resize(300, 200);
+        view.show();
+    }
+    QStandardItemModel model;
+    QTableView view;
+    UtilFilterHeader* header = nullptr;  // owned by the view
+};
+
+QAction* entry(QMenu* menu, const QString& text)
+{
+    for (QAction* a : menu->actions())
+        if (a->text() == text)
+            return a;
+    return nullptr;
+}
+
+}  // namespace
+
+TEST(FilterHeader, EditorsStayUnderTheirColumnsWhenScrolled)
+{
+    Table t(6);
+    for (int c = 0; c < 6; ++c)
+        t.view.setColumnWidth(c, 120);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
+    QScrollBar* bar = t.view.horizontalScrollBar();
+    ASSERT_GT(bar->maximum(), 0);
+    for (const int value : {0, bar->maximum() / 2, bar->maximum()}) {
+        bar->setValue(value);
+        QCoreApplication::processEvents();
+        for (int c = 0; c < 5; ++c) {
+            const QWidget* e = t.header->editor(c);
+            EXPECT_EQ(e->x(), t.header->sectionViewportPosition(c) + 1) << "column " << c << " at " << value;
+            EXPECT_EQ(e->width(), t.header->sectionSize(c));
+            EXPECT_GE(e->y(), t.header->QHeaderView::sizeHint().height());
+        }
+    }
+    EXPECT_EQ(t.header->sizeHint().height(),
+              t.header->QHeaderView::sizeHint().height() + t.header->editor(0)->sizeHint().height() +
+                  UtilFilterHeader::kPadding);
+}
+
+TEST(FilterHeader, LastVisibleColumnCannotBeHidden)
+{
+    Table t(2);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
+    std::unique_ptr<QMenu> menu(t.header->createMenu(nullptr));
+    ASSERT_TRUE(menu);
+    entry(menu.get(), "Col0")->setChecked(false);
+    EXPECT_TRUE(t.header->isSectionHidden(0));
+    entry(menu.get(), "Col1")->setChecked(false);  // the last one left
+    EXPECT_FALSE(t.header->isSectionHidden(1));
+    EXPECT_EQ(t.header->visibleColumnCount(), 1);
+    menu.reset(t.header->createMenu(nullptr));
+    EXPECT_TRUE(entry(menu.get(), "Col1")->isChecked());
+    EXPECT_FALSE(entry(menu.get(), "Col0")->isChecked());
+    entry(menu.get(), "Col0")->setChecked(true);
+    EXPECT_FALSE(t.header->isSectionHidden(0));
+    EXPECT_EQ(t.header->lastVisibleColumn(), 1);
+}
+
+TEST(FilterHeader, FilterToggleAndValues)
+{
+    Table t(3);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
+    int changes = 0;
+    QObject::connect(t.header, &UtilFilterHeader::SignalFilterChanged, [&] { ++changes; });
+    auto* edit = static_cast<QLineEdit*>(t.header->editor(1));
+    EXPECT_EQ(edit->placeholderText(), "Filter");
+    QTest::keyClicks(edit, "ab");
+    EXPECT_EQ(changes, 0);  // not live: only Return and the end of editing report
+    // Return reports the filter and goes no further: the table would take it
+    // as activating its current row.
+    int activations = 0;
+    QObject::connect(&t.view, &QAbstractItemView::activated, [&] { ++activations; });
+    t.view.setCurrentIndex(t.model.index(1, 0));
+    QTest::keyClick(edit, Qt::Key_Return);
+    EXPECT_GE(changes, 1);
+    EXPECT_EQ(activations, 0);
+    EXPECT_EQ(t.header->filterValue(1), "ab");
+    EXPECT_EQ(t.header->filterValue(7), "");
+    t.header->setColumnCombo(2, {"one", "two"});
+    EXPECT_EQ(t.header->filterValue(2), "");
+
+    const int tall = t.header->sizeHint().height();
+    t.header->setFilterVisible(false);
+    EXPECT_FALSE(edit->isVisible());
+    EXPECT_LT(t.header->sizeHint().height(), tall);
+    t.header->setFilterToggleAllowed(false);
+    t.header->setColumnMenuAllowed(false);
+    EXPECT_EQ(t.header->createMenu(nullptr), nullptr);  // an empty menu is not shown
+}
