@@ -195,11 +195,30 @@ std::string Remote::detectMode()
     }
     if (reply) {
         m_mode = Mode::Background;
-    } else {
-        m_mode = Mode::StopReadContinue;
+        return stopCore() ? std::string() : m_lastError;
     }
-    if (!stopCore())
+    // No answer yet: a server that dropped the read, or one merely slow (a
+    // loaded host). Interrupt and see what comes first: the read's late
+    // answer precedes the stop reply on the wire; a dropped read never comes.
+    if (!m_client.interrupt()) {
+        lose();
         return m_lastError;
+    }
+    m_mode = Mode::StopReadContinue;
+    for (;;) {
+        const auto next = m_client.receive();
+        if (!next) {
+            if (m_client.lost())
+                lose();
+            else
+                fail("The GDB server at " + m_where + " did not stop the target.");
+            return m_lastError;
+        }
+        if (isStopReply(*next))
+            break;
+        m_mode = Mode::Background;
+    }
+    m_running = false;
     return {};
 }
 
