@@ -125,6 +125,7 @@ void Probe::close()
 
 void Probe::closeLocked()
 {
+    m_gdbServer.reset();
     m_target.reset();
     m_remote.reset();
     m_bsqRunning = false;
@@ -319,6 +320,14 @@ int Probe::connect()
     if (auto err = target->start(); !err.empty()) {
         m_lastError = err;
         return -1;
+    }
+    if (m_script.gdbServerPort) {
+        std::string err;
+        m_gdbServer = GdbServer::start(*target, *m_script.gdbServerPort, err);
+        if (!m_gdbServer) {
+            m_lastError = "GDB server: " + err;
+            return -1;
+        }
     }
     m_target = std::move(target);
     m_readsOk = 0;

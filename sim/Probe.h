@@ -5,6 +5,7 @@
 
 #include "probe/TarvoApi.h"
 #include "sim/Qtx.h"
+#include "sim/GdbServer.h"
 #include "sim/Script.h"
 #include "sim/Target.h"
 #include "sim/gdb/Remote.h"
@@ -87,6 +88,7 @@ private:
     uint32_t m_speedKHz = 4000;
     std::string m_lastError;
     std::unique_ptr<Target> m_target;
+    std::unique_ptr<GdbServer> m_gdbServer; // serves m_target to debuggers where the script asks
     // "TCP/IP": a GDB server at this address instead of the simulated target.
     bool m_viaGdb = false;
     std::string m_gdbHost;

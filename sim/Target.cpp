@@ -206,6 +206,25 @@ bool Target::transact(const std::function<bool(Access&)>& steps)
     return steps(access);
 }
 
+bool Target::coreRegisters(uint32_t (&regs)[kCoreRegisters]) const
+{
+    ProbeSide engine(*this);
+    if (!m_uc)
+        return false;
+    static constexpr int kIds[kCoreRegisters - 1] = {
+        UC_ARM_REG_R0, UC_ARM_REG_R1, UC_ARM_REG_R2,  UC_ARM_REG_R3,  UC_ARM_REG_R4,  UC_ARM_REG_R5,
+        UC_ARM_REG_R6, UC_ARM_REG_R7, UC_ARM_REG_R8,  UC_ARM_REG_R9,  UC_ARM_REG_R10, UC_ARM_REG_R11,
+        UC_ARM_REG_R12, UC_ARM_REG_SP, UC_ARM_REG_LR, UC_ARM_REG_XPSR,
+    };
+    for (int i = 0; i < kCoreRegisters - 1; ++i) {
+        uint32_t v = 0;
+        uc_reg_read(m_uc.get(), kIds[i], &v);
+        regs[i < 15 ? i : 16] = v;
+    }
+    regs[15] = m_pc; // where the next slice starts
+    return true;
+}
+
 uint64_t Target::timeUs() const
 {
     std::lock_guard engine(m_engineMutex);

@@ -80,6 +80,11 @@ public:
     };
     bool transact(const std::function<bool(Access&)>& steps);
 
+    // r0..r12, sp, lr, pc, xPSR as the core has them between slices (a
+    // debugger's view). False before the core is built.
+    static constexpr int kCoreRegisters = 17;
+    bool coreRegisters(uint32_t (&regs)[kCoreRegisters]) const;
+
     // Fast mode without drops: after each slice the core asks `mustWait`
     // (under the engine, so it sees a consistent memory) and, when it answers
     // yes, sleeps until the next readerDone(). Empty = never waits.
