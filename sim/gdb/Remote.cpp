@@ -13,6 +13,8 @@ constexpr int kDetectTimeoutMs = 500;
 constexpr uint32_t kMaxRateHz = 100'000;
 // Blocks closer than this are read as one span: one packet is cheaper than a few bytes more.
 constexpr uint32_t kMergeGap = 32;
+// How many periods the sampler may fall behind and still catch up.
+constexpr int kCatchUpPeriods = 32;
 
 std::string hex32(uint32_t v)
 {
@@ -559,8 +561,10 @@ void Remote::sampleLoop()
             }
         }
         next += period;
-        // Behind by more than a period (a slow server): take the next sample now, not a burst.
-        if (const auto now = Clock::now(); next + period < now)
+        // A late wake-up (a busy host) is made good by the next samples, which
+        // carry their own time stamps; further behind (a server slower than
+        // the period), the missed samples are skipped rather than sent in a burst.
+        if (const auto now = Clock::now(); next + kCatchUpPeriods * period < now)
             next = now;
     }
 }
@@ -572,6 +576,16 @@ bool Remote::sampleSpans(std::vector<std::vector<uint8_t>>& data, uint32_t& stam
     // One batch: interrupt (where the server needs it), every span's read,
     // so a record costs one round trip; "continue" goes without waiting.
     const bool pause = m_running && m_mode != Mode::Background;
+    // The replies' acks ride with the "continue": one write a record.
+    struct AckBatch {
+        Client& client;
+        explicit AckBatch(Client& c, bool on) : client(c) { client.deferAcks(on); }
+        ~AckBatch()
+        {
+            client.deferAcks(false);
+            client.flushAcks();
+        }
+    } acks(m_client, pause);
     std::string batch;
     if (pause)
         batch += '\x03';
