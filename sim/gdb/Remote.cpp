@@ -660,8 +660,8 @@ int Remote::bsqRead(void* dst, uint32_t size)
         return -1;
     const size_t avail = m_fifo.size() - m_fifoHead;
     const size_t n = std::min<size_t>(avail, std::min<uint32_t>(size, 0x7FFFFFFF) / m_recordSize * m_recordSize);
-    if (n == 0 && m_samplingFailed)
-        return -1; // the data so far was delivered; the reason is in lastError()
+    if (n == 0)
+        return m_samplingFailed ? -1 : 0; // -1: the data so far was delivered; the reason is in lastError()
     std::memcpy(dst, m_fifo.data() + m_fifoHead, n);
     m_fifoHead += n;
     if (m_fifoHead == m_fifo.size()) {
