@@ -32,7 +32,7 @@ public:
 
     static Probe& instance();
 
-    const char* open();
+    const char* open(TARVO_LOG* log = nullptr);
     void close();
     int selectBySerial(uint32_t serial);
     int selectIp(const char* host);
@@ -66,6 +66,8 @@ private:
     Probe();
     std::string runCommand(const std::string& command);
     std::string bsqStatus() const; // "queued=N dropped=M": records waiting and dropped since the start
+    std::string targetStatus() const; // "peripheral_pages=N peripheral_accesses=M"
+    void logLine(const std::string& text) const;
     std::string resolveScript(const std::string& path) const;
     std::string firmwarePath() const;
     bool readFails(); // fault injection: FailReadAfter
@@ -78,6 +80,7 @@ private:
     void holdForDrainedChannels();
 
     std::mutex m_mutex;
+    TARVO_LOG* m_log = nullptr; // the program's log, where it gave one
     std::string m_libraryDir;
     Script m_script;                 // settings from every script loaded so far
     std::string m_openError;
