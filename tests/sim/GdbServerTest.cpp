@@ -81,8 +81,8 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
     EXPECT_EQ(remote->isHalted(), 1); // attaching halted the core
     EXPECT_TRUE(m_target->isHalted());
 
-    ASSERT_EQ(remote->go(), 0);
-    EXPECT_FALSE(m_target->isHalted());
+    ASSERT_EQ(remote->go(), 0); // without acks "continue" is not waited for
+    EXPECT_TRUE(waitFor([&] { return !m_target->isHalted(); }));
     const TARVO_BSQ_BLOCK blocks[] = {{kTick, 4, 0, 0}};
     ASSERT_EQ(remote->bsqStart(blocks, 1, 1000), 0);
     std::vector<uint32_t> ticks;
