@@ -5,9 +5,9 @@
 
 #include "probe/TarvoApi.h"
 #include "sim/Qtx.h"
-#include "sim/GdbServer.h"
+#include "sim/target/GdbServer.h"
 #include "sim/Script.h"
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 #include "sim/gdb/Remote.h"
 
 #include <cstdint>

@@ -4,9 +4,9 @@
 // (background reads while the core runs, as OpenOCD), for 1, 8 and 32
 // symbols, as fast as it goes and at a 1 kHz period. Prints figures.
 // Usage: bench_gdb [seconds per case, default 2]
-#include "sim/ElfImage.h"
-#include "sim/GdbServer.h"
-#include "sim/Target.h"
+#include "sim/target/ElfImage.h"
+#include "sim/target/GdbServer.h"
+#include "sim/target/Target.h"
 #include "sim/gdb/Remote.h"
 #include "tests/sim/QemuBoard.h"
 

@@ -1,7 +1,7 @@
 // The simulated target's GDB server against the two clients it is for:
 // Plotvik's own GDB back end (which must find background reads) and
 // gdb-multiarch debugging the demo firmware.
-#include "sim/GdbServer.h"
+#include "sim/target/GdbServer.h"
 #include "sim/gdb/Remote.h"
 
 #include <gtest/gtest.h>

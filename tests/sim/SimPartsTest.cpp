@@ -1,7 +1,7 @@
 // The probe model's parts on their own: script files and the ELF loader.
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 #include "sim/Script.h"
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 
 #include <gtest/gtest.h>
 

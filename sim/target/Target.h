@@ -5,7 +5,7 @@
 // between instruction slices, so that time stamps step by exactly the period.
 #pragma once
 
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 
 #include <atomic>
 #include <chrono>

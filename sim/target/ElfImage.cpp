@@ -1,4 +1,4 @@
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 
 #include <fstream>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 
 #include <unicorn/unicorn.h>
 

@@ -1,4 +1,4 @@
-#include "sim/GdbServer.h"
+#include "sim/target/GdbServer.h"
 
 #include "sim/gdb/Packet.h"
 

@@ -5,7 +5,7 @@
 // run again, "monitor reset halt" resets it. One client at a time.
 #pragma once
 
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 
 #include <atomic>
 #include <cstdint>
