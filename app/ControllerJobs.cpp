@@ -11,6 +11,8 @@
 #include "symbols/ElfChangeCheck.h"
 #include "symbols/SymbolTree.h"
 
+#include <filesystem>
+
 using namespace jobs;
 
 // ---------------------------------------------------------------------------
@@ -143,8 +145,18 @@ void Controller::onUpdateProjSettings(Job* j)
     c->updateTitle();
 }
 
-int Controller::openOrCreate(const std::string& path, bool create)
+int Controller::openOrCreate(const std::string& given, bool create)
 {
+    // The project is known by its absolute path from here on (title, recent
+    // list, remembered project, saves): a relative one would name another
+    // file, or none, once reopened from another folder.
+    std::string path = given;
+    if (!path.empty()) {
+        std::error_code ec;
+        const auto absolute = std::filesystem::absolute(path, ec);
+        if (!ec)
+            path = text::truncated(absolute.lexically_normal().string(), text::kPathSize);
+    }
     const char* verb = create ? "Creating new" : "Opening";
     if (m_project.isOpen() && closeProject() < 0)
         return -1;

@@ -4,7 +4,7 @@
 
 using sim::Probe;
 
-TARVO_API const char* TARVOARM_OpenEx(TARVO_LOG*, TARVO_LOG*) { return Probe::instance().open(); }
+TARVO_API const char* TARVOARM_OpenEx(TARVO_LOG* log, TARVO_LOG*) { return Probe::instance().open(log); }
 TARVO_API void TARVOARM_Close(void) { Probe::instance().close(); }
 TARVO_API int TARVOARM_EMU_SelectByUSBSN(uint32_t SerialNo) { return Probe::instance().selectBySerial(SerialNo); }
 TARVO_API int TARVOARM_SelectIP(const char* sHost, int) { return Probe::instance().selectIp(sHost); }

@@ -59,11 +59,11 @@ std::string libraryDir()
 }
 
 // Finds the QTX control block in the ranges the simulated target maps.
-uint32_t scanControlBlock(const qtx::Ranges& ranges, const qtx::Read& read)
+uint32_t scanControlBlock(const Target& target, const qtx::Ranges& ranges, const qtx::Read& read)
 {
     qtx::Ranges mapped;
     for (const auto& r : ranges) {
-        if (Target::isMapped(r.first, r.second))
+        if (target.isMapped(r.first, r.second))
             mapped.push_back(r);
     }
     return qtx::scan(mapped, read);
@@ -94,9 +94,10 @@ Probe::Probe() : m_libraryDir(libraryDir())
     }
 }
 
-const char* Probe::open()
+const char* Probe::open(TARVO_LOG* log)
 {
     std::lock_guard lk(m_mutex);
+    m_log = log;
     if (m_selectionFailed) {
         m_openError = "No Tarvo found with the selected serial number or host.";
         return m_openError.c_str();
@@ -123,8 +124,29 @@ void Probe::close()
     closeLocked();
 }
 
+void Probe::logLine(const std::string& text) const
+{
+    if (m_log != nullptr)
+        m_log(text.c_str());
+}
+
+std::string Probe::targetStatus() const
+{
+    if (!m_target)
+        return "no simulated target";
+    char text[96];
+    std::snprintf(text, sizeof text, "peripheral_pages=%u peripheral_accesses=%llu", m_target->peripheralPages(),
+                  static_cast<unsigned long long>(m_target->peripheralAccesses()));
+    return text;
+}
+
 void Probe::closeLocked()
 {
+    if (m_target && m_target->peripheralPages() > 0) {
+        logLine("Simulated target: the firmware used " + std::to_string(m_target->peripheralPages())
+                + " pages of peripheral registers, which read as zero here (" + targetStatus() + ").");
+    }
+    m_gdbServer.reset();
     m_target.reset();
     m_remote.reset();
     m_bsqRunning = false;
@@ -170,6 +192,8 @@ int Probe::execCommand(const char* command, char* error, int errorSize)
         std::lock_guard lk(m_mutex);
         if (command != nullptr && lower(trim(command)) == "getbsqstatus")
             answer = bsqStatus();
+        else if (command != nullptr && lower(trim(command)) == "gettargetstatus")
+            answer = targetStatus();
         else
             err = command != nullptr ? runCommand(command) : "No command given.";
     }
@@ -335,8 +359,23 @@ int Probe::connect()
         m_lastError = err;
         return -1;
     }
+    if (m_script.gdbServerPort) {
+        std::string err;
+        m_gdbServer = GdbServer::start(*target, *m_script.gdbServerPort, err);
+        if (!m_gdbServer) {
+            m_lastError = "GDB server: " + err;
+            return -1;
+        }
+    }
     m_target = std::move(target);
     m_readsOk = 0;
+    std::string map = "Simulated target memory:";
+    for (const MemoryRegion& r : m_target->memoryMap()) {
+        char range[48];
+        std::snprintf(range, sizeof range, " 0x%08X..0x%08X", r.base, r.base + (r.size - 1));
+        map += range;
+    }
+    logLine(map);
     return 0;
 }
 
@@ -506,7 +545,7 @@ int Probe::bsqStart(const TARVO_BSQ_BLOCK* blocks, uint32_t count, uint32_t peri
     std::vector<BsqBlock> list;
     uint64_t recordSize = 4;
     for (uint32_t i = 0; i < count; ++i) {
-        if (blocks[i].NumBytes == 0 || !Target::isMapped(blocks[i].Addr, blocks[i].NumBytes))
+        if (blocks[i].NumBytes == 0 || !m_target->isMapped(blocks[i].Addr, blocks[i].NumBytes))
             return TARVO_BSQ_ERR_GENERIC;
         recordSize += blocks[i].NumBytes;
         list.push_back({blocks[i].Addr, blocks[i].NumBytes});
@@ -571,7 +610,7 @@ qtx::Read Probe::targetReader() const
 
 bool Probe::findControlBlock()
 {
-    m_cbAddress = scanControlBlock(searchRanges(), targetReader());
+    m_cbAddress = scanControlBlock(*m_target, searchRanges(), targetReader());
     if (m_cbAddress == 0)
         return false;
     holdForDrainedChannels();
@@ -654,7 +693,7 @@ int Probe::qtxRead(uint32_t channel, char* dst, uint32_t max)
         result = qtx::drain(
             cb, channel, dst, max, [&mem](uint32_t a, void* d, uint32_t n) { return mem.read(a, d, n); },
             [&mem](uint32_t a, const void* src, uint32_t n) { return mem.write(a, src, n); },
-            [](uint32_t a, uint32_t n) { return Target::isMapped(a, n); });
+            [this](uint32_t a, uint32_t n) { return m_target->isMapped(a, n); });
         return result >= 0;
     });
     if (result >= 0 && channel < kMaxQtxChannels && (m_drainedChannels & (1u << channel)) == 0) {
@@ -674,12 +713,12 @@ void Probe::holdForDrainedChannels()
     // The hold looks for the control block itself: the firmware may fill its
     // rings before the program's search finds the block.
     const uint32_t drained = m_drainedChannels != 0 ? m_drainedChannels : ~0u;
-    m_target->setReaderHold([cb = m_cbAddress, ranges = searchRanges(), drained,
+    m_target->setReaderHold([target = m_target.get(), cb = m_cbAddress, ranges = searchRanges(), drained,
                              slices = 0u](const Target::Access& mem) mutable {
         if (cb == 0) {
             if (slices++ % 16 != 0)
                 return false; // a whole-RAM search on every slice would slow the core down
-            cb = scanControlBlock(ranges, [&mem](uint32_t address, void* dst, uint32_t size) {
+            cb = scanControlBlock(*target, ranges, [&mem](uint32_t address, void* dst, uint32_t size) {
                 return mem.read(address, dst, size);
             });
             if (cb == 0)

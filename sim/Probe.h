@@ -5,8 +5,9 @@
 
 #include "probe/TarvoApi.h"
 #include "sim/Qtx.h"
+#include "sim/target/GdbServer.h"
 #include "sim/Script.h"
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 #include "sim/gdb/Remote.h"
 
 #include <cstdint>
@@ -31,7 +32,7 @@ public:
 
     static Probe& instance();
 
-    const char* open();
+    const char* open(TARVO_LOG* log = nullptr);
     void close();
     int selectBySerial(uint32_t serial);
     int selectIp(const char* host);
@@ -65,6 +66,8 @@ private:
     Probe();
     std::string runCommand(const std::string& command);
     std::string bsqStatus() const; // "queued=N dropped=M": records waiting and dropped since the start
+    std::string targetStatus() const; // "peripheral_pages=N peripheral_accesses=M"
+    void logLine(const std::string& text) const;
     std::string resolveScript(const std::string& path) const;
     std::string firmwarePath() const;
     bool readFails(); // fault injection: FailReadAfter
@@ -77,6 +80,7 @@ private:
     void holdForDrainedChannels();
 
     std::mutex m_mutex;
+    TARVO_LOG* m_log = nullptr; // the program's log, where it gave one
     std::string m_libraryDir;
     Script m_script;                 // settings from every script loaded so far
     std::string m_programElf;        // the program's ELF file ("ELFFile = ..."), for this connection
@@ -89,6 +93,7 @@ private:
     uint32_t m_speedKHz = 4000;
     std::string m_lastError;
     std::unique_ptr<Target> m_target;
+    std::unique_ptr<GdbServer> m_gdbServer; // serves m_target to debuggers where the script asks
     // "TCP/IP": a GDB server at this address instead of the simulated target.
     bool m_viaGdb = false;
     std::string m_gdbHost;

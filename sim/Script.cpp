@@ -104,6 +104,10 @@ std::string parseScript(std::string_view text, const std::string& folder, Script
             if (!parseU32(value, n) || n > 1)
                 return where + ": Attach takes 0 or 1";
             out.attach = n == 1;
+        } else if (key == "gdbserverport") {
+            if (!parseU32(value, n) || n == 0 || n > 65535)
+                return where + ": GdbServerPort takes 1 .. 65535";
+            out.gdbServerPort = static_cast<uint16_t>(n);
         } else {
             return where + ": unknown key \"" + std::string(trim(l.substr(0, eq))) + "\"";
         }
@@ -148,6 +152,8 @@ void mergeScript(Script& base, const Script& top)
         base.sliceInstructions = top.sliceInstructions;
     if (top.attach)
         base.attach = top.attach;
+    if (top.gdbServerPort)
+        base.gdbServerPort = top.gdbServerPort;
 }
 
 } // namespace sim

@@ -21,6 +21,7 @@ struct Script {
     std::optional<uint32_t> sliceInstructions;
     std::optional<bool> dropWhenFull; // fast mode: a full BSQ FIFO drops instead of waiting
     std::optional<bool> attach;       // GDB server: beside a debugger, leave the run state alone
+    std::optional<uint16_t> gdbServerPort; // the simulated target also serves GDB on 127.0.0.1:port
 };
 
 // Parses script text. `folder` is the folder relative paths are resolved

@@ -43,7 +43,7 @@ bool Client::pump(int timeoutMs)
 
 bool Client::send(std::string_view payload, int ackTimeoutMs)
 {
-    if (m_lost)
+    if (m_lost || !flushAcks())
         return false;
     const std::string framed = framePacket(payload);
     for (int attempt = 0; attempt <= kMaxResends; ++attempt) {
@@ -109,7 +109,9 @@ std::optional<std::string> Client::receive(int timeoutMs)
             }
             if (e.kind != Event::Kind::Packet)
                 continue; // notifications and stray naks
-            if (m_acks && !m_link->send("+")) {
+            if (m_acks && m_deferAcks) {
+                m_pendingAcks += '+';
+            } else if (m_acks && !m_link->send("+")) {
                 markLost();
                 return std::nullopt;
             }
@@ -139,6 +141,14 @@ bool Client::sendRaw(std::string_view bytes)
 {
     if (m_lost)
         return false;
+    if (!m_pendingAcks.empty()) {
+        m_pendingAcks.append(bytes);
+        const bool ok = m_link->send(m_pendingAcks);
+        m_pendingAcks.clear();
+        if (!ok)
+            markLost();
+        return ok;
+    }
     if (!m_link->send(bytes)) {
         markLost();
         return false;
@@ -148,13 +158,18 @@ bool Client::sendRaw(std::string_view bytes)
 
 bool Client::interrupt()
 {
-    if (m_lost)
+    if (m_lost || !flushAcks())
         return false;
     if (!m_link->send(std::string_view("\x03", 1))) {
         markLost();
         return false;
     }
     return true;
+}
+
+bool Client::flushAcks()
+{
+    return m_pendingAcks.empty() || sendRaw({});
 }
 
 std::string Client::takeOutput()

@@ -43,6 +43,12 @@ public:
     bool sendRaw(std::string_view bytes);
     // The interrupt byte (0x03), outside any packet.
     bool interrupt();
+    // While on, the acks of received packets are kept and go out with the
+    // next sendRaw() (or flushAcks()), so that a batch of replies costs the
+    // server one wake-up, not one per reply. For servers that take an ack
+    // late (QEMU drops a reply's copy once the next packet starts).
+    void deferAcks(bool on) { m_deferAcks = on; }
+    bool flushAcks();
 
     // Console output received so far, as text; clears it.
     std::string takeOutput();
@@ -60,6 +66,8 @@ private:
     std::string m_output;
     std::string m_queued; // a packet that arrived while an ack was awaited
     bool m_hasQueued = false;
+    bool m_deferAcks = false;
+    std::string m_pendingAcks;
 };
 
 } // namespace sim::gdb

@@ -126,6 +126,8 @@ void PacketParser::feed(const char* data, size_t size)
                 m_events.push_back({Event::Kind::Ack, {}});
             else if (c == '-')
                 m_events.push_back({Event::Kind::Nak, {}});
+            else if (c == '\x03')
+                m_events.push_back({Event::Kind::Interrupt, {}});
             else if (c == '$' || c == '%') {
                 m_state = State::Payload;
                 m_notification = c == '%';

@@ -26,14 +26,14 @@ bool isStopReply(std::string_view payload);
 bool isErrorReply(std::string_view payload);
 
 struct Event {
-    enum class Kind { Ack, Nak, Packet, BadPacket, Notification };
+    enum class Kind { Ack, Nak, Packet, BadPacket, Notification, Interrupt };
     Kind kind;
     std::string payload; // decoded payload of a packet or notification
 };
 
-// One parser for everything a server sends: acks, packets (checksum checked,
-// escapes and run-length expanded), "%" notifications; bytes outside a
-// packet are dropped up to the next "$" or "%".
+// One parser for everything either side sends: acks, packets (checksum
+// checked, escapes and run-length expanded), "%" notifications, the interrupt
+// byte (0x03); other bytes outside a packet are dropped up to the next "$" or "%".
 class PacketParser {
 public:
     void feed(const char* data, size_t size);

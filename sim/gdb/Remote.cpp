@@ -13,6 +13,8 @@ constexpr int kDetectTimeoutMs = 500;
 constexpr uint32_t kMaxRateHz = 100'000;
 // Blocks closer than this are read as one span: one packet is cheaper than a few bytes more.
 constexpr uint32_t kMergeGap = 32;
+// How many periods the sampler may fall behind and still catch up.
+constexpr int kCatchUpPeriods = 32;
 
 std::string hex32(uint32_t v)
 {
@@ -195,11 +197,30 @@ std::string Remote::detectMode()
     }
     if (reply) {
         m_mode = Mode::Background;
-    } else {
-        m_mode = Mode::StopReadContinue;
+        return stopCore() ? std::string() : m_lastError;
     }
-    if (!stopCore())
+    // No answer yet: a server that dropped the read, or one merely slow (a
+    // loaded host). Interrupt and see what comes first: the read's late
+    // answer precedes the stop reply on the wire; a dropped read never comes.
+    if (!m_client.interrupt()) {
+        lose();
         return m_lastError;
+    }
+    m_mode = Mode::StopReadContinue;
+    for (;;) {
+        const auto next = m_client.receive();
+        if (!next) {
+            if (m_client.lost())
+                lose();
+            else
+                fail("The GDB server at " + m_where + " did not stop the target.");
+            return m_lastError;
+        }
+        if (isStopReply(*next))
+            break;
+        m_mode = Mode::Background;
+    }
+    m_running = false;
     return {};
 }
 
@@ -540,8 +561,10 @@ void Remote::sampleLoop()
             }
         }
         next += period;
-        // Behind by more than a period (a slow server): take the next sample now, not a burst.
-        if (const auto now = Clock::now(); next + period < now)
+        // A late wake-up (a busy host) is made good by the next samples, which
+        // carry their own time stamps; further behind (a server slower than
+        // the period), the missed samples are skipped rather than sent in a burst.
+        if (const auto now = Clock::now(); next + kCatchUpPeriods * period < now)
             next = now;
     }
 }
@@ -553,6 +576,16 @@ bool Remote::sampleSpans(std::vector<std::vector<uint8_t>>& data, uint32_t& stam
     // One batch: interrupt (where the server needs it), every span's read,
     // so a record costs one round trip; "continue" goes without waiting.
     const bool pause = m_running && m_mode != Mode::Background;
+    // The replies' acks ride with the "continue": one write a record.
+    struct AckBatch {
+        Client& client;
+        explicit AckBatch(Client& c, bool on) : client(c) { client.deferAcks(on); }
+        ~AckBatch()
+        {
+            client.deferAcks(false);
+            client.flushAcks();
+        }
+    } acks(m_client, pause);
     std::string batch;
     if (pause)
         batch += '\x03';
@@ -627,8 +660,8 @@ int Remote::bsqRead(void* dst, uint32_t size)
         return -1;
     const size_t avail = m_fifo.size() - m_fifoHead;
     const size_t n = std::min<size_t>(avail, std::min<uint32_t>(size, 0x7FFFFFFF) / m_recordSize * m_recordSize);
-    if (n == 0 && m_samplingFailed)
-        return -1; // the data so far was delivered; the reason is in lastError()
+    if (n == 0)
+        return m_samplingFailed ? -1 : 0; // -1: the data so far was delivered; the reason is in lastError()
     std::memcpy(dst, m_fifo.data() + m_fifoHead, n);
     m_fifoHead += n;
     if (m_fifoHead == m_fifo.size()) {

@@ -1,5 +1,6 @@
 #include "app/Controller.h"
 #include "app/Product.h"
+#include "app/Settings.h"
 #include "FakeSampler.h"
 #include "TestBridge.h"
 
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <unistd.h>
 #include <thread>
 
 namespace {
@@ -235,4 +238,34 @@ TEST_F(ControllerFixture, AStartAfterAPauseKeepsOneReadLoop)
     const int reads = sampler->reads - before;
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     EXPECT_LE(reads, ms / 10 + 2) << "more reads than one loop can make in " << ms << " ms";
+}
+
+TEST_F(ControllerFixture, AProjectOpenedByARelativePathIsKnownByItsAbsolutePath)
+{
+    namespace fs = std::filesystem;
+    const fs::path before = fs::current_path();
+    const fs::path folder = fs::temp_directory_path() / ("plotvik-relative-" + std::to_string(::getpid()));
+    fs::create_directories(folder / "sub");
+    fs::copy_file(fs::path(PLOTVIK_EXAMPLES_DIR) / "demo_bsq.plotvik", folder / "sub" / "demo_bsq.plotvik",
+                  fs::copy_options::overwrite_existing);
+    const std::string expected = (folder / "sub" / "demo_bsq.plotvik").string();
+
+    fs::current_path(folder);
+    std::atomic<int> result{1};
+    ctl->postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    fs::current_path(before);
+    ASSERT_EQ(result.load(), 0);
+    // Title, recent list and remembered project name the file itself, so
+    // that reopening it from anywhere else finds it.
+    EXPECT_EQ(ctl->project().path(), expected);
+    EXPECT_EQ(RecentLists::instance().entry(1, 0), expected);
+    EXPECT_EQ(Settings::instance().currentProject(), expected);
+    EXPECT_EQ(ctl->elfPath(), (folder / "sub" / "demo.elf").string());
+
+    std::atomic<int> reopened{1};
+    ctl->postOpenProjFile(RecentLists::instance().entry(1, 0), &reopened, {});
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    EXPECT_EQ(reopened.load(), 0);
+    fs::remove_all(folder);
 }

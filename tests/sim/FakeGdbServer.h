@@ -76,6 +76,7 @@ public:
     std::map<std::string, std::string> monitor; // command -> console output ("" = unknown command)
     bool nakFirst = false;       // the first packet is answered with "-"
     bool runLength = false;      // memory replies use run-length where they can
+    std::atomic<bool> slowReads{false}; // while running, a read is answered only when the interrupt comes (a loaded host)
     std::atomic<int> closeAfterReads{-1}; // drop the connection after this many "m" packets
 
 private:
@@ -115,6 +116,8 @@ private:
                 break;
             for (ssize_t i = 0; i < n; ++i) {
                 if (buf[i] == 0x03) {
+                    if (!m_heldRead.empty()) // answered late, but before the stop it now handles
+                        answer(std::exchange(m_heldRead, {}));
                     if (m_running) {
                         m_running = false;
                         reply("T02");
@@ -160,6 +163,15 @@ private:
             m_running = true;
             return;
         }
+        if (packet[0] == 'm' && slowReads && m_running) {
+            m_heldRead = packet;
+            return;
+        }
+        answer(packet);
+    }
+
+    void answer(const std::string& packet)
+    {
         if (packet[0] == 'm' || packet[0] == 'M') {
             if (packet[0] == 'm' && closeAfterReads >= 0 && closeAfterReads-- == 0) {
                 ::close(m_fd);
@@ -198,5 +210,6 @@ private:
     mutable std::mutex m_mutex;
     std::vector<uint8_t> m_ram;
     std::vector<std::string> m_log;
+    std::string m_heldRead; // a read kept back by slowReads
     std::thread m_thread;
 };

@@ -174,21 +174,25 @@ TEST(GdbRemote, DetectsHowTheServerTreatsPacketsWhileRunningAndReadsEitherWay)
 {
     const struct {
         Style style;
+        bool slow; // answers only after the detection gave up waiting
         Remote::Mode mode;
     } cases[] = {
-        {Style::Background, Remote::Mode::Background},
-        {Style::StopReply, Remote::Mode::StopReadContinue},
-        {Style::Silent, Remote::Mode::StopReadContinue},
+        {Style::Background, false, Remote::Mode::Background},
+        {Style::Background, true, Remote::Mode::Background},
+        {Style::StopReply, false, Remote::Mode::StopReadContinue},
+        {Style::Silent, false, Remote::Mode::StopReadContinue},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(static_cast<int>(c.style));
+        SCOPED_TRACE(static_cast<int>(c.style) * 10 + c.slow);
         FakeGdbServer server(c.style);
         server.runLength = true;
+        server.slowReads = c.slow;
         const uint32_t value = 0x12345678;
         server.poke(FakeGdbServer::kRamBase + 8, &value, 4);
         Remote remote(server.takeLink(), "fake");
         ASSERT_EQ(remote.greet(), "");
         ASSERT_EQ(remote.connect(false), "");
+        server.slowReads = false; // only the detection is to meet it
         EXPECT_EQ(remote.mode(), c.mode);
         EXPECT_EQ(remote.isHalted(), 1); // as the server had it
         EXPECT_FALSE(server.running());

@@ -160,10 +160,17 @@ TEST_F(QemuDemo, HaltGoAndResetControlTheCore)
 
     ASSERT_EQ(TARVOARM_Halt(), 0);
     EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    // Whatever was queued before the halt goes; of the rest only the first
+    // may have been sampled before it (stored just after the halt returned).
+    size_t drained = 0;
+    do {
+        recs.clear();
+        drained = pull(recs, 8);
+    } while (drained == 64 * 1024 / 8); // a full buffer: there may be more
     recs.clear();
     ASSERT_TRUE(waitFor([&] { return pull(recs, 8) >= 20; }, kPatienceMs));
     const uint32_t halted = tickOf(recs, 19, 8);
-    for (size_t i = 10; i < 20; ++i)
+    for (size_t i = 1; i < 20; ++i)
         EXPECT_EQ(tickOf(recs, i, 8), halted) << "the core moved while halted";
 
     TARVOARM_Go();

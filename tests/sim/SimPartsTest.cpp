@@ -1,10 +1,14 @@
 // The probe model's parts on their own: script files and the ELF loader.
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 #include "sim/Script.h"
+#include "sim/target/Target.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 using namespace sim;
 
@@ -128,3 +132,135 @@ TEST(SimElf, DemoFirmwareHasItsVectorTableAtZero)
     EXPECT_EQ(image.entry & 1u, 1u) << "thumb entry";
 }
 #endif
+
+namespace {
+
+struct TestSegment {
+    uint32_t address;
+    std::vector<uint8_t> bytes;
+    uint32_t memSize; // 0: as many as bytes
+};
+
+// An ARM executable of the given segments (run address = load address).
+std::vector<uint8_t> armElf(const std::vector<TestSegment>& segments)
+{
+    const size_t headers = 52 + 32 * segments.size();
+    size_t size = headers;
+    for (const auto& s : segments)
+        size += s.bytes.size();
+    std::vector<uint8_t> f(size, 0);
+    const uint8_t ident[] = {0x7F, 'E', 'L', 'F', 1, 1, 1};
+    std::memcpy(f.data(), ident, sizeof ident);
+    auto put16 = [&](size_t o, uint16_t v) { std::memcpy(&f[o], &v, 2); };
+    auto put32 = [&](size_t o, uint32_t v) { std::memcpy(&f[o], &v, 4); };
+    put16(16, 2);
+    put16(18, 40);
+    put32(24, segments.front().address + 9);
+    put32(28, 52);
+    put16(42, 32);
+    put16(44, static_cast<uint16_t>(segments.size()));
+    size_t offset = headers;
+    for (size_t i = 0; i < segments.size(); ++i) {
+        const size_t ph = 52 + 32 * i;
+        const auto& s = segments[i];
+        put32(ph, 1);
+        put32(ph + 4, static_cast<uint32_t>(offset));
+        put32(ph + 8, s.address);
+        put32(ph + 12, s.address);
+        put32(ph + 16, static_cast<uint32_t>(s.bytes.size()));
+        put32(ph + 20, s.memSize != 0 ? s.memSize : static_cast<uint32_t>(s.bytes.size()));
+        std::memcpy(&f[offset], s.bytes.data(), s.bytes.size());
+        offset += s.bytes.size();
+    }
+    return f;
+}
+
+// A board firmware linked for flash at `flash`: its vector table there, then
+// a loop counting in RAM at 0x20000000 that writes and reads a peripheral
+// register at 0x40021000 (a clock controller's place on many parts).
+std::vector<uint8_t> boardFirmware(uint32_t flash, size_t flashBytes)
+{
+    std::vector<uint8_t> code(std::max<size_t>(flashBytes, 0x20), 0);
+    const uint32_t words[] = {0x20020000, flash + 9};
+    std::memcpy(code.data(), words, sizeof words);
+    const uint16_t thumb[] = {
+        0x4803, // ldr r0, =0x40021000
+        0x4A04, // ldr r2, =0x20000000
+        0x6801, // ldr r1, [r0]
+        0x3101, // loop: adds r1, #1
+        0x6011, // str r1, [r2]
+        0x6041, // str r1, [r0, #4]
+        0x6883, // ldr r3, [r0, #8]
+        0xE7FA, // b loop
+    };
+    std::memcpy(code.data() + 8, thumb, sizeof thumb);
+    const uint32_t literals[] = {0x40021000, 0x20000000};
+    std::memcpy(code.data() + 0x18, literals, sizeof literals);
+    return armElf({{flash, code, 0}});
+}
+
+} // namespace
+
+TEST(SimTarget, RunsFirmwareBuiltForRealBoardsWithPeripheralsReadingZero)
+{
+    const struct {
+        const char* what;
+        uint32_t flash;
+        size_t flashBytes;
+    } cases[] = {
+        {"flash at 0x08000000", 0x08000000, 0x20},
+        {"an image of 1.6 MB", 0x08000000, 1'600'000},
+        {"flash at 0", 0x00000000, 0x20},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ElfImage image;
+        ASSERT_EQ(parseElf(boardFirmware(c.flash, c.flashBytes), image), "");
+        TargetConfig cfg;
+        cfg.fast = true;
+        Target target(cfg, std::move(image));
+        ASSERT_EQ(target.start(), "");
+        EXPECT_TRUE(target.isMapped(c.flash, static_cast<uint32_t>(c.flashBytes)));
+        uint32_t count = 0;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60); // a bound, not a measure
+        while (target.read(0x20000000, &count, 4) && count < 1000 && target.fault().empty()
+               && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        EXPECT_EQ(target.fault(), "");
+        EXPECT_GE(count, 1000u) << "the firmware did not run";
+        target.halt();
+        EXPECT_EQ(target.peripheralPages(), 1u);
+        EXPECT_GE(target.peripheralAccesses(), 2 * uint64_t(count) - 1) << "each loop writes and reads the register";
+        uint32_t reg = 1;
+        EXPECT_FALSE(target.read(0x40021000, &reg, 4)) << "the probe does not read peripheral registers";
+    }
+}
+
+TEST(SimTarget, RefusesFirmwareOutsideSaneMemoryWithTheReason)
+{
+    const std::vector<uint8_t> vectors = [] {
+        std::vector<uint8_t> v(8, 0);
+        const uint32_t words[] = {0x20020000, 9};
+        std::memcpy(v.data(), words, sizeof words);
+        return v;
+    }();
+    const struct {
+        const char* what;
+        std::vector<TestSegment> segments;
+        const char* reason;
+    } cases[] = {
+        {"a segment among the peripherals", {{0, vectors, 0}, {0x40010000, {1, 2, 3, 4}, 0}},
+         "firmware segment at 0x40010000 (4 bytes) outside target memory"},
+        {"a segment in the system space", {{0, vectors, 0}, {0xE0100000, {1, 2, 3, 4}, 0}}, "outside target memory"},
+        {"a region of 100 MB", {{0, vectors, 0}, {0x60000000, {1}, 100u * 1024 * 1024}}, "larger than the simulated target allows"},
+        {"no vector table", {{0x08000000, {1, 2, 3, 4}, 0}}, "no vector table at address 0x08000000"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ElfImage image;
+        ASSERT_EQ(parseElf(armElf(c.segments), image), "");
+        Target target(TargetConfig{}, std::move(image));
+        const std::string err = target.start();
+        EXPECT_NE(err.find(c.reason), std::string::npos) << err;
+    }
+}

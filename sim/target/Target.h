@@ -5,7 +5,7 @@
 // between instruction slices, so that time stamps step by exactly the period.
 #pragma once
 
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 
 #include <atomic>
 #include <chrono>
@@ -37,9 +37,15 @@ struct BsqBlock {
     uint32_t size = 0;
 };
 
+struct MemoryRegion {
+    uint32_t base = 0;
+    uint32_t size = 0;
+};
+
 class Target {
 public:
-    // Memory map, the same for every simulated device.
+    // Memory every simulated device has; the firmware's own memory (its
+    // segments and allocated sections, e.g. flash at 0x08000000) comes on top.
     static constexpr uint32_t kFlashBase = 0x00000000;
     static constexpr uint32_t kFlashSize = 1024 * 1024;
     static constexpr uint32_t kRamBase = 0x20000000;
@@ -47,6 +53,13 @@ public:
     static constexpr uint32_t kTimerBase = 0x40000000;
     static constexpr uint32_t kPpbBase = 0xE0000000; // system control space, plain RAM here
     static constexpr uint32_t kPpbSize = 1024 * 1024;
+    // Peripherals live here on every Cortex-M; pages the firmware touches read as zero.
+    static constexpr uint32_t kPeripheralBase = 0x40000000;
+    static constexpr uint32_t kPeripheralEnd = 0x60000000;
+    // Sane limits for memory taken from a firmware image.
+    static constexpr uint32_t kMaxRegionBytes = 64 * 1024 * 1024;
+    static constexpr uint64_t kMaxMappedBytes = 512ull * 1024 * 1024;
+    static constexpr uint32_t kStackReserve = 64 * 1024; // below an initial SP outside the image's memory
 
     Target(const TargetConfig& config, ElfImage image);
     ~Target();
@@ -64,7 +77,12 @@ public:
 
     bool read(uint32_t address, void* dst, uint32_t size) const;
     bool write(uint32_t address, const void* src, uint32_t size);
-    static bool isMapped(uint32_t address, uint32_t size);
+    // Memory the probe may read and write (known once start() succeeded).
+    bool isMapped(uint32_t address, uint32_t size) const;
+    const std::vector<MemoryRegion>& memoryMap() const { return m_regions; }
+    // Peripheral pages the firmware touched (reading zeros) and its accesses there.
+    uint32_t peripheralPages() const;
+    uint64_t peripheralAccesses() const;
 
     // Memory access for several steps under one hold of the engine, so that
     // the core does not run in between (one probe transaction).
@@ -75,10 +93,16 @@ public:
 
     private:
         friend class Target;
-        explicit Access(uc_struct* uc) : m_uc(uc) {}
+        Access(uc_struct* uc, const Target& target) : m_uc(uc), m_target(target) {}
         uc_struct* m_uc; // not owned
+        const Target& m_target;
     };
     bool transact(const std::function<bool(Access&)>& steps);
+
+    // r0..r12, sp, lr, pc, xPSR as the core has them between slices (a
+    // debugger's view). False before the core is built.
+    static constexpr int kCoreRegisters = 17;
+    bool coreRegisters(uint32_t (&regs)[kCoreRegisters]) const;
 
     // Fast mode without drops: after each slice the core asks `mustWait`
     // (under the engine, so it sees a consistent memory) and, when it answers
@@ -105,6 +129,7 @@ private:
     };
     using Engine = std::unique_ptr<uc_struct, UcDeleter>;
 
+    std::string planMemory();
     std::string buildEngine();
     void runLoop();
     bool step(); // false: the core must wait for the reader before it moves on
@@ -118,9 +143,14 @@ private:
     class ProbeSide;
     static uint64_t timerRead(uc_struct* uc, uint64_t offset, unsigned size, void* user);
     static void timerWrite(uc_struct* uc, uint64_t offset, unsigned size, uint64_t value, void* user);
+    static bool onUnmapped(uc_struct* uc, int type, uint64_t address, int size, int64_t value, void* user);
+    static uint64_t peripheralRead(uc_struct* uc, uint64_t offset, unsigned size, void* user);
+    static void peripheralWrite(uc_struct* uc, uint64_t offset, unsigned size, uint64_t value, void* user);
 
     const TargetConfig m_config;
     const ElfImage m_image;
+    std::vector<MemoryRegion> m_regions; // set by start(), then fixed
+    uint32_t m_vectorTable = kFlashBase;
 
     // Everything below up to the FIFO belongs to whoever holds m_engineMutex:
     // the run thread for one slice at a time, the probe side in between.
@@ -134,6 +164,8 @@ private:
     uint64_t m_wakeCycles = 0;
     uint32_t m_timeHiLatch = 0;
     std::string m_fault;
+    std::vector<uint32_t> m_peripheralPages;
+    uint64_t m_peripheralAccesses = 0;
     bool m_bsqOn = false;
     std::vector<BsqBlock> m_blocks;
     uint32_t m_periodUs = 0;

@@ -1,4 +1,4 @@
-#include "sim/ElfImage.h"
+#include "sim/target/ElfImage.h"
 
 #include <fstream>
 #include <iterator>
@@ -19,6 +19,7 @@ uint16_t rd16(const std::vector<uint8_t>& b, size_t o)
 constexpr uint32_t kPtLoad = 1;
 constexpr uint16_t kEmArm = 40;
 constexpr uint16_t kEtExec = 2;
+constexpr uint32_t kShfAlloc = 0x2;
 
 } // namespace
 
@@ -46,10 +47,16 @@ std::string parseElf(const std::vector<uint8_t>& f, ElfImage& out)
         if (rd32(f, ph) != kPtLoad)
             continue;
         const uint32_t offset = rd32(f, ph + 4);
+        const uint32_t vaddr = rd32(f, ph + 8);
         const uint32_t paddr = rd32(f, ph + 12);
         const uint32_t filesz = rd32(f, ph + 16);
+        const uint32_t memsz = rd32(f, ph + 20);
+        if (memsz > 0)
+            out.memory.push_back({vaddr, memsz});
         if (filesz == 0)
             continue; // zero-initialised memory: the start-up code clears it
+        if (paddr != vaddr)
+            out.memory.push_back({paddr, filesz});
         if (uint64_t(offset) + filesz > f.size())
             return "segment outside the file";
         ElfSegment seg;
@@ -59,6 +66,21 @@ std::string parseElf(const std::vector<uint8_t>& f, ElfImage& out)
     }
     if (out.segments.empty())
         return "no loadable segment";
+    // Allocated sections: the linker script's stack and heap reservations
+    // often lie outside every segment's file image.
+    const uint32_t shoff = rd32(f, 32);
+    const uint16_t shentsize = rd16(f, 46);
+    const uint16_t shnum = rd16(f, 48);
+    if (shoff != 0 && shentsize >= 40 && uint64_t(shoff) + uint64_t(shentsize) * shnum <= f.size()) {
+        for (uint16_t i = 0; i < shnum; ++i) {
+            const size_t sh = size_t(shoff) + size_t(i) * shentsize;
+            const uint32_t flags = rd32(f, sh + 8);
+            const uint32_t addr = rd32(f, sh + 12);
+            const uint32_t size = rd32(f, sh + 20);
+            if ((flags & kShfAlloc) != 0 && size > 0)
+                out.memory.push_back({addr, size});
+        }
+    }
     return {};
 }
 

@@ -1,4 +1,4 @@
-#include "sim/Target.h"
+#include "sim/target/Target.h"
 
 #include <unicorn/unicorn.h>
 
@@ -72,10 +72,121 @@ Target::~Target()
         m_thread.join();
 }
 
-bool Target::isMapped(uint32_t address, uint32_t size)
+bool Target::isMapped(uint32_t address, uint32_t size) const
 {
-    return inside(address, size, kFlashBase, kFlashSize) || inside(address, size, kRamBase, kRamSize)
-        || inside(address, size, kPpbBase, kPpbSize);
+    if (inside(address, size, kPpbBase, kPpbSize))
+        return true;
+    return std::any_of(m_regions.begin(), m_regions.end(),
+                       [&](const MemoryRegion& r) { return inside(address, size, r.base, r.size); });
+}
+
+uint32_t Target::peripheralPages() const
+{
+    std::lock_guard engine(m_engineMutex);
+    return static_cast<uint32_t>(m_peripheralPages.size());
+}
+
+uint64_t Target::peripheralAccesses() const
+{
+    std::lock_guard engine(m_engineMutex);
+    return m_peripheralAccesses;
+}
+
+std::string Target::planMemory()
+{
+    constexpr uint64_t kPage = 0x1000;
+    struct Span {
+        uint64_t begin, end;
+    };
+    std::vector<Span> spans = {{kFlashBase, uint64_t(kFlashBase) + kFlashSize}, {kRamBase, uint64_t(kRamBase) + kRamSize}};
+    const auto where = [](uint64_t a, uint64_t n) {
+        char text[64];
+        std::snprintf(text, sizeof text, "0x%08llX (%llu bytes)", static_cast<unsigned long long>(a),
+                      static_cast<unsigned long long>(n));
+        return std::string(text);
+    };
+    const auto add = [&](uint64_t a, uint64_t n) -> std::string {
+        const uint64_t end = a + n;
+        if (end > 0x1'0000'0000ull || (a < kPeripheralEnd && end > kPeripheralBase) || end > kPpbBase)
+            return "firmware segment at " + where(a, n) + " outside target memory";
+        if (n > kMaxRegionBytes)
+            return "firmware memory at " + where(a, n) + " larger than the simulated target allows ("
+                + std::to_string(kMaxRegionBytes / (1024 * 1024)) + " MB a region)";
+        spans.push_back({a & ~(kPage - 1), (end + kPage - 1) & ~(kPage - 1)});
+        return {};
+    };
+    for (const auto& seg : m_image.segments) {
+        if (auto err = add(seg.address, seg.bytes.size()); !err.empty())
+            return err;
+    }
+    for (const auto& r : m_image.memory) {
+        if (auto err = add(r.address, r.size); !err.empty())
+            return err;
+    }
+    // The vector table: at 0, or else at the start of the image's lowest
+    // segment (a part that boots from flash at 0x08000000 maps it at 0 too).
+    bool found = false;
+    (void)word(m_image, kFlashBase, found);
+    m_vectorTable = kFlashBase;
+    if (!found && !m_image.segments.empty()) {
+        m_vectorTable = std::min_element(m_image.segments.begin(), m_image.segments.end(), [](const auto& a, const auto& b) {
+                            return a.address < b.address;
+                        })->address;
+    }
+    const auto merge = [&] {
+        std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) { return a.begin < b.begin; });
+        std::vector<Span> merged;
+        for (const Span& sp : spans) {
+            if (!merged.empty() && sp.begin <= merged.back().end)
+                merged.back().end = std::max(merged.back().end, sp.end);
+            else
+                merged.push_back(sp);
+        }
+        spans = std::move(merged);
+    };
+    merge();
+    // A stack above the image's memory (the linker script's end of RAM).
+    const uint32_t sp = word(m_image, m_vectorTable, found);
+    const auto covered = [&](uint64_t a) { return std::any_of(spans.begin(), spans.end(), [&](const Span& x) { return a >= x.begin && a < x.end; }); };
+    if (found && sp >= kStackReserve && !covered(sp - 4)) {
+        if (auto err = add(sp - kStackReserve, kStackReserve); !err.empty())
+            return "initial stack pointer " + where(sp, 0).substr(0, 10) + " outside target memory";
+        merge();
+    }
+    uint64_t total = 0;
+    m_regions.clear();
+    for (const Span& sp2 : spans) {
+        total += sp2.end - sp2.begin;
+        m_regions.push_back({static_cast<uint32_t>(sp2.begin), static_cast<uint32_t>(sp2.end - sp2.begin)});
+    }
+    if (total > kMaxMappedBytes)
+        return "firmware needs " + std::to_string(total / (1024 * 1024)) + " MB of memory, more than the simulated target's "
+            + std::to_string(kMaxMappedBytes / (1024 * 1024)) + " MB";
+    return {};
+}
+
+bool Target::onUnmapped(uc_struct* uc, int, uint64_t address, int, int64_t, void* user)
+{
+    // Runs on the run thread inside a slice: the engine mutex is held.
+    auto* self = static_cast<Target*>(user);
+    if (address < kPeripheralBase || address >= kPeripheralEnd)
+        return false; // a wild access: the core locks up, as it would fault
+    const auto page = static_cast<uint32_t>(address & ~uint64_t(0xFFF));
+    if (uc_mmio_map(uc, page, 0x1000, &Target::peripheralRead, self, &Target::peripheralWrite, self) != UC_ERR_OK)
+        return false;
+    self->m_peripheralPages.push_back(page);
+    return true;
+}
+
+uint64_t Target::peripheralRead(uc_struct*, uint64_t, unsigned, void* user)
+{
+    ++static_cast<Target*>(user)->m_peripheralAccesses;
+    return 0;
+}
+
+void Target::peripheralWrite(uc_struct*, uint64_t, unsigned, uint64_t, void* user)
+{
+    ++static_cast<Target*>(user)->m_peripheralAccesses;
 }
 
 std::string Target::buildEngine()
@@ -87,24 +198,33 @@ std::string Target::buildEngine()
     Engine uc(raw);
     if (uc_ctl_set_cpu_model(raw, UC_CPU_ARM_CORTEX_M4) != UC_ERR_OK)
         return "cannot select the Cortex-M4 core model";
-    if (uc_mem_map(raw, kFlashBase, kFlashSize, UC_PROT_ALL) != UC_ERR_OK
-        || uc_mem_map(raw, kRamBase, kRamSize, UC_PROT_ALL) != UC_ERR_OK
-        || uc_mem_map(raw, kPpbBase, kPpbSize, UC_PROT_ALL) != UC_ERR_OK
+    for (const MemoryRegion& r : m_regions) {
+        if (uc_mem_map(raw, r.base, r.size, UC_PROT_ALL) != UC_ERR_OK)
+            return "cannot map the target memory";
+    }
+    if (uc_mem_map(raw, kPpbBase, kPpbSize, UC_PROT_ALL) != UC_ERR_OK
         || uc_mmio_map(raw, kTimerBase, 0x1000, &Target::timerRead, this, &Target::timerWrite, this) != UC_ERR_OK)
         return "cannot map the target memory";
+    uc_hook unmapped = 0;
+    if (uc_hook_add(raw, &unmapped, UC_HOOK_MEM_UNMAPPED, reinterpret_cast<void*>(&Target::onUnmapped), this, 1, 0) != UC_ERR_OK)
+        return "cannot watch the peripheral space";
+    m_peripheralPages.clear();
     for (const auto& seg : m_image.segments) {
-        const auto size = static_cast<uint32_t>(seg.bytes.size());
-        if (!inside(seg.address, size, kFlashBase, kFlashSize) && !inside(seg.address, size, kRamBase, kRamSize))
-            return "firmware segment outside target memory";
         if (uc_mem_write(raw, seg.address, seg.bytes.data(), seg.bytes.size()) != UC_ERR_OK)
             return "cannot load the firmware";
     }
     bool haveSp = false;
     bool havePc = false;
-    const uint32_t sp = word(m_image, kFlashBase, haveSp);
-    const uint32_t reset = word(m_image, kFlashBase + 4, havePc);
-    if (!haveSp || !havePc || (reset & 1u) == 0)
-        return "firmware has no vector table at address 0";
+    const uint32_t sp = word(m_image, m_vectorTable, haveSp);
+    const uint32_t reset = word(m_image, m_vectorTable + 4, havePc);
+    if (!haveSp || !havePc || (reset & 1u) == 0) {
+        char text[80];
+        std::snprintf(text, sizeof text, "firmware has no vector table at address 0x%08X", m_vectorTable);
+        return text;
+    }
+    // The core finds its vectors where the firmware put them.
+    const uint32_t vtor = m_vectorTable;
+    uc_mem_write(raw, 0xE000ED08, &vtor, 4);
     uc_reg_write(raw, UC_ARM_REG_SP, &sp);
     m_pc = reset & ~1u;
     m_uc = std::move(uc);
@@ -113,6 +233,8 @@ std::string Target::buildEngine()
 
 std::string Target::start()
 {
+    if (auto err = planMemory(); !err.empty())
+        return err;
     {
         std::lock_guard lk(m_engineMutex);
         if (auto err = buildEngine(); !err.empty())
@@ -189,12 +311,12 @@ bool Target::write(uint32_t address, const void* src, uint32_t size)
 
 bool Target::Access::read(uint32_t address, void* dst, uint32_t size) const
 {
-    return isMapped(address, size) && uc_mem_read(m_uc, address, dst, size) == UC_ERR_OK;
+    return m_target.isMapped(address, size) && uc_mem_read(m_uc, address, dst, size) == UC_ERR_OK;
 }
 
 bool Target::Access::write(uint32_t address, const void* src, uint32_t size)
 {
-    return isMapped(address, size) && uc_mem_write(m_uc, address, src, size) == UC_ERR_OK;
+    return m_target.isMapped(address, size) && uc_mem_write(m_uc, address, src, size) == UC_ERR_OK;
 }
 
 bool Target::transact(const std::function<bool(Access&)>& steps)
@@ -202,8 +324,27 @@ bool Target::transact(const std::function<bool(Access&)>& steps)
     ProbeSide engine(*this);
     if (!m_uc)
         return false;
-    Access access(m_uc.get());
+    Access access(m_uc.get(), *this);
     return steps(access);
+}
+
+bool Target::coreRegisters(uint32_t (&regs)[kCoreRegisters]) const
+{
+    ProbeSide engine(*this);
+    if (!m_uc)
+        return false;
+    static constexpr int kIds[kCoreRegisters - 1] = {
+        UC_ARM_REG_R0, UC_ARM_REG_R1, UC_ARM_REG_R2,  UC_ARM_REG_R3,  UC_ARM_REG_R4,  UC_ARM_REG_R5,
+        UC_ARM_REG_R6, UC_ARM_REG_R7, UC_ARM_REG_R8,  UC_ARM_REG_R9,  UC_ARM_REG_R10, UC_ARM_REG_R11,
+        UC_ARM_REG_R12, UC_ARM_REG_SP, UC_ARM_REG_LR, UC_ARM_REG_XPSR,
+    };
+    for (int i = 0; i < kCoreRegisters - 1; ++i) {
+        uint32_t v = 0;
+        uc_reg_read(m_uc.get(), kIds[i], &v);
+        regs[i < 15 ? i : 16] = v;
+    }
+    regs[15] = m_pc; // where the next slice starts
+    return true;
 }
 
 uint64_t Target::timeUs() const
@@ -470,7 +611,7 @@ bool Target::step()
     if (m_sleepRequested && m_wakeCycles > m_cycles)
         m_sleeping = true;
     if (!m_config.dropWhenFull && m_readerHold) {
-        const Access memory(m_uc.get());
+        const Access memory(m_uc.get(), *this);
         return !m_readerHold(memory);
     }
     return true;

@@ -1,5 +1,6 @@
 // A small ELF32 little-endian ARM reader: the loadable segments of a firmware
-// image, placed at their load (physical) addresses as a flash programmer would.
+// image, placed at their load (physical) addresses as a flash programmer would,
+// and the memory the image occupies when it runs (where the target needs memory).
 #pragma once
 
 #include <cstdint>
@@ -13,9 +14,17 @@ struct ElfSegment {
     std::vector<uint8_t> bytes;      // file contents (p_filesz)
 };
 
+// Memory the image uses: a segment's load and run addresses with its zeroed
+// tail, and every allocated section (stack and heap reservations too).
+struct ElfRange {
+    uint32_t address = 0;
+    uint32_t size = 0;
+};
+
 struct ElfImage {
     uint32_t entry = 0;
     std::vector<ElfSegment> segments;
+    std::vector<ElfRange> memory;
 };
 
 // Parses an ELF image held in memory. Returns an empty string on success,
