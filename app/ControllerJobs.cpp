@@ -286,7 +286,19 @@ void Controller::onParseElf(Job* j)
 }
 
 void Controller::onImportRaw(Job* j)
+    // A matching parse replaces the selected records: the trigger follows its
+    // symbol to the new record by name, or is left without one.
+    const ProjectSettings before = c->m_project.settings();
+    const std::string triggerName = before.TriggerSymbol ? before.TriggerSymbol->NameWithParents : std::string();
 {
+    if (job->result == 0 && job->flag && before.TriggerSymbol) {
+        ProjectSettings s = c->m_project.settings();
+        s.TriggerSymbol = nullptr;
+        for (Node* n : c->m_symbols.selected())
+            if (n && n->NameWithParents == triggerName)
+                s.TriggerSymbol = n;
+        c->m_project.applyTrigger(s);
+    }
     auto* job = static_cast<PathJob*>(j);
     Controller* c = job->ctl;
     job->result = ImportRaw(job->path, c->m_store, c->m_symbols, c->m_project.settings());

@@ -19,6 +19,9 @@ public:
     // Shows graph and watch and sets the time resolution to 1 s per division.
     void setDefaultDisplay();
     void clearTrigger();
+    // Copies only the trigger fields of `s` (the trigger controls edit them
+    // while the worker may be changing others); returns true when they differed.
+    bool applyTrigger(const ProjectSettings& s);
 
     bool isOpen() const { return m_open; }
     void setOpen(bool on) { m_open = on; }

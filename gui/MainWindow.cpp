@@ -16,6 +16,7 @@
 #include "view/ToolBar.h"
 #include "view/CurveColors.h"
 #include "view/TableWidget.h"
+#include "view/TriggerWidget.h"
 
 #include <QAction>
 #include <QApplication>
@@ -53,6 +54,7 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     setUpWatchTable();
     m_menuBar->updateEnabling(false, false, false);
     resize(1024, 700);
+    setUpTrigger();
     // The curves get the larger share of the height; the table scrolls.
     resizeDocks({m_graphDock, m_watchDock}, {420, 220}, Qt::Vertical);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
@@ -309,6 +311,7 @@ void MainWindow::_SlotOnUpdateGUI()
 
 void MainWindow::_SlotOnUpdateData()
 {
+    refreshTrigger();
     if (!m_controller.displayPaused())
         m_graph->graph()->requestUpdate();
     else if (!m_controller.samplingRunning())
@@ -360,6 +363,19 @@ QDockWidget* MainWindow::addViewDock(const QString& title, Qt::DockWidgetArea ar
     auto* dock = new QDockWidget(title, this);  // owned by the window
     dock->setObjectName(title);
     auto* label = new QLabel(title, dock);  // owned by the dock
+// The trigger controls sit right of the tool bar, in the same row.
+void MainWindow::setUpTrigger()
+{
+    m_trigger = new TriggerWidget(m_controller, this);  // owned by the window
+    addToolBar(Qt::TopToolBarArea, m_trigger);
+}
+
+void MainWindow::refreshTrigger()
+{
+    m_trigger->rebuild();
+    m_trigger->updateEnabling();
+}
+
     label->setAlignment(Qt::AlignCenter);
     label->setMinimumHeight(180);
     label->setFrameShape(QFrame::StyledPanel);
@@ -406,13 +422,19 @@ void MainWindow::setUpWatchTable()
 }
 
 void MainWindow::_SlotOnAssignColors()
+    // Removing the trigger's symbol from the table clears the trigger.
+    connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::refreshTrigger);
 {
     curvecolors::assign(m_controller.symbols().selected());
     emit _SignalUpdateTable();
     emit _SignalUpdateGraph();
 }
 
-void MainWindow::_SlotOnReset() { m_watchTable->rebuild(); }
+void MainWindow::_SlotOnReset()
+{
+    m_watchTable->rebuild();
+    refreshTrigger();
+}
 
 // An ELF re-parse replaces the selected records and frees the old ones: the
 // table lets go of them first, with the worker waiting, and takes the new
@@ -441,6 +463,7 @@ void MainWindow::_OnActionNewProject() { _SlotOnNewProjectDialog(); }
 void MainWindow::_OnActionOpenProject()
 {
     FileDialogRequest r;
+        refreshTrigger();
     r.title = "Open Plotvik Project";
     r.filter = "Plotvik Project (*.plotvik)";
     r.directory = Settings::instance().projectFilesDir();

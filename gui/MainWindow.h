@@ -23,6 +23,7 @@ class QDockWidget;
 class StatusBar;
 class ToolBar;
 class TableWidget;
+class TriggerWidget;
 
 class MainWindow : public QMainWindow, public Bridge {
     Q_OBJECT
@@ -59,6 +60,7 @@ public:
     // The graph view (for the value at its cursor) and the tool bar.
     GraphContainer* graph() const { return m_graph; }
     ToolBar* toolBar() const { return m_toolBar; }
+    TriggerWidget* triggerWidget() const { return m_trigger; }
     TableWidget* watchTable() const { return m_watchTable; }
     // Copies of the recent lists (list 1 = projects; list 0 stays empty).
     std::vector<std::string> recentList(int list) const;
@@ -130,6 +132,8 @@ private:
     Controller& m_controller;
     std::thread::id m_guiThread;
     mutable LockObject m_lock;
+    void setUpTrigger();
+    void refreshTrigger();
     StartArgs m_startArgs;
     std::string m_title;
     QTimer m_timer;
@@ -147,6 +151,7 @@ private:
 
     // Parameter blocks of the synchronous requests.
     struct {
+    TriggerWidget* m_trigger = nullptr;          // owned by the window
         MessageBoxRequest request;
         MessageBoxAnswer answer;
         Event done;
