@@ -13,7 +13,8 @@ void usage()
     std::fprintf(stderr,
                  "usage: plotvik-cli symbols FILE.elf\n"
                  "       plotvik-cli convert RECORDING.praw --project P.plotvik --csv OUT.csv\n"
-                 "       plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n");
+                 "       plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n"
+                 "                          [--trigger NAME:rise|fall|both:LEVEL | --trigger off]\n");
 }
 
 }  // namespace

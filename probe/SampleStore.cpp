@@ -114,6 +114,15 @@ const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t 
 }
 
 SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
+bool SampleStore::canTrigger(std::int32_t typeId)
+{
+    switch (typeId) {
+    case kTypeFloat: case kTypeDouble: case kTypeU8: case kTypeU16: case kTypeU32:
+    case kTypeS8: case kTypeS16: case kTypeS32: return true;
+    default: return false;
+    }
+}
+
 {
     // The previous sample sits in the slot before the current one.
     if (!symbol.HasValue)
@@ -121,13 +130,8 @@ SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint3
     const std::uint32_t before = slot == 0 ? kCapacity - 1 : slot - 1;
     if (!m_triggerOn || m_triggerFired)
         return Verdict::Keep;
-    if (&symbol != m_triggerSymbol || symbol.TypeID >= kTypeBitField)
+    if (&symbol != m_triggerSymbol || !canTrigger(symbol.TypeID))
         return Verdict::Discard;
-    switch (symbol.TypeID) {
-    case kTypeFloat: case kTypeDouble: case kTypeU8: case kTypeU16: case kTypeU32:
-    case kTypeS8: case kTypeS16: case kTypeS32: break;
-    default: return Verdict::Discard;  // bool and 64-bit values never fire
-    }
     const double previous = sampleToDouble(symbol.TypeID, symbol.Values[before]);
     const double current = sampleToDouble(symbol.TypeID, symbol.Values[slot]);
     bool fired = m_triggerRise && previous < m_triggerLevel && m_triggerLevel <= current;
@@ -137,6 +141,7 @@ SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint3
         return Verdict::Discard;
     m_triggerFired = true;
     if (m_project) {
+    m_triggerTimeStamp = m_timeStamps[slot];
         ProjectSettings s = m_project->settings();
         s.TriggerFired = true;
         m_project->apply(s);

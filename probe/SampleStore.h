@@ -23,6 +23,9 @@ public:
 
     explicit SampleStore(SymbolDatabase& symbols);
 
+    // Types the trigger compares; on any other (bool, 64-bit, bit-field) it never fires.
+    static bool canTrigger(std::int32_t typeId);
+
     // The project whose trigger settings decide what is kept; when the
     // trigger fires its fired flag is written back there.
     void setProject(Project* project) { m_project = project; }
@@ -63,6 +66,8 @@ public:
     bool hasWrapped() const { return m_oldest != 0; }
     std::uint32_t currentTimeStamp() const { return m_currentTimeStamp; }
     std::uint32_t lastBatchRecords() const { return m_lastBatch; }
+    // Time stamp of the record in which the trigger last fired.
+    std::uint32_t triggerTimeStamp() const { return m_triggerTimeStamp; }
 
     // Chronological access, i counted from the oldest record.
     std::uint32_t timeStampAt(std::uint32_t i) const;
@@ -98,3 +103,4 @@ private:
     bool m_open = false;
     bool m_freshStart = true;
 };
+    std::atomic<std::uint32_t> m_triggerTimeStamp{0};
