@@ -91,7 +91,17 @@ int ProbeSampler::setUpTarget(ProjectSettings& s)
     return 0;
 }
 
-bool ProbeSampler::targetRunning() { return m_targetRunning; }
+// Asked of the probe, not taken from memory: only the BSQ start touches the
+// run state, and a QTX start must still learn whether the target runs.
+bool ProbeSampler::targetRunning()
+{
+    if (m_samplingActive && tarvo::loaded()) {
+        const int halted = tarvo::IsHalted();
+        if (halted >= 0)
+            m_targetRunning = (halted & 0xFF) == 0;
+    }
+    return m_targetRunning;
+}
 
 // Run control touches the target only while sampling is active and never in
 // a session that another tool owns.

@@ -165,6 +165,9 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
         const std::uint32_t t = st.timeStampAt(i) / 1000;
         ASSERT_EQ(sampleToDouble(kTypeS16, *st.valueSlotAt(*sel[2], i)), static_cast<double>(int(t % 200) - 100));
         ASSERT_EQ(sampleToDouble(kTypeU8, *st.valueSlotAt(*sel[3], i)), static_cast<double>((t / 250) % 4));
+    // The firmware runs while it sends: the start asked the probe, so the tool
+    // bar offers to halt it and the stop leaves it halted, as after BSQ.
+    EXPECT_FALSE(ctl->targetHalted());
     }
 }
 
