@@ -324,10 +324,19 @@ constexpr KeyReader kKeyReaders[] = {
     readYMinSampled, readYMaxSampled, readYAvgSampled,  readOffset,      readShowInGraph,  readYOffset,
     readIsAutoConfig, readYResolution, readMaxValue,    readFile,        readDrawStyle,    readNameWithParents,
 };
+// Absent in files written before the flag existed: automatic then.
+int readManualYResolution(const XMLElement* o, Node& n)
+{
+    const char* v = o->Attribute("ManualYResolution");
+    n.ManualYResolution = v && integer(v) != 0;
+    return 0;
+}
+
 
 // Fills `list` in document order; the first failing symbol ends the list.
 int readSymbols(const XMLElement* selected, SymbolDatabase& symbols, std::vector<Node*>& list)
 {
+    readManualYResolution,
     for (const XMLElement* e = selected->FirstChildElement("Symbol"); e; e = e->NextSiblingElement("Symbol")) {
         Node* n = symbols.createDetachedSymbol();
         list.push_back(n);

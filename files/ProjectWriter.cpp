@@ -100,6 +100,7 @@ void writeSymbol(XMLElement* list, const Node& n)
     setText(o, "File", std::string(n.File));
     setInt(o, "DrawStyle", n.DrawStyle);
     setText(o, "NameWithParents", n.NameWithParents);
+    setFlag(o, "ManualYResolution", n.ManualYResolution);
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ struct SymbolDisplaySettings {
     bool HasGraphColor = false;  // a colour is assigned
     Rgb GraphColor;
     std::int32_t Offset = 0;  // byte position of the value inside a sample record
+    bool ManualYResolution = false;  // chosen by the user: the automatic Y range leaves it alone
     double YMaxSampled = std::numeric_limits<double>::lowest();
     double YMinSampled = std::numeric_limits<double>::max();
     double YAvgSampled = 0.0;

@@ -178,6 +178,7 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
                     n->YOffset = oldNode->YOffset;
                     n->YResolution = oldNode->YResolution;
                     n->IsAutoConfig = oldNode->IsAutoConfig;
+                    n->ManualYResolution = oldNode->ManualYResolution;
                     n->ShowInGraph = oldNode->ShowInGraph;
                     n->GraphColor = oldNode->GraphColor;
                     n->HasGraphColor = oldNode->HasGraphColor;

@@ -338,6 +338,8 @@ void GraphWidget::_OnTriggeredMoveGraphToEnd()
 void GraphWidget::autoRange(Node& symbol, const GraphGeometry& g) const
 {
     if (g.divisionsY <= 0 || symbol.YMaxSampled < symbol.YMinSampled)
+    if (symbol.ManualYResolution)
+        return;  // the user's choice stands
         return;  // nothing sampled into the statistics yet
     const double wanted = std::max(symbol.YMaxSampled, std::fabs(symbol.YMinSampled)) * 2 / g.divisionsY;
     const std::uint64_t needed =

@@ -412,6 +412,7 @@ void TableWidget::_SlotOnReleasedYResUp()
 void TableWidget::_SlotOnReleasedYResDown()
 {
     if (Node* n = selectedSymbol()) {
+        n->ManualYResolution = true;
         if (n->YResolution > 0)
             n->YResolution = scale::stepDown(n->YResolution, n->YResolution - 1);
         settingsEdited();
@@ -421,6 +422,7 @@ void TableWidget::_SlotOnReleasedYResDown()
 void TableWidget::_SlotOnReleasedDrawLine()
 {
     if (Node* n = selectedSymbol()) {
+        n->ManualYResolution = true;
         // The menu entry toggles from its shown state: checked means lines.
         const bool lineNow = n->DrawStyle == 0 || n->DrawStyle == 2;
         n->DrawStyle = lineNow ? 1 : 0;

@@ -212,6 +212,21 @@ TEST_F(GraphTest, AutomaticRangeStepsTheResolutionUp)
     EXPECT_EQ(hidden->YResolution, 1u);
 }
 
+// A resolution the user chose stays, however far the curve runs off the grid.
+TEST_F(GraphTest, AutomaticRangeLeavesAChosenResolution)
+{
+    Node* chosen = selectColoured(f, "chosen", 4, kTypeS32, kRed);
+    Node* automatic = selectColoured(f, "automatic", 4, kTypeS32, kGreen);
+    chosen->YResolution = automatic->YResolution = 2;
+    chosen->ManualYResolution = true;
+    record(100, 1000, [](std::size_t, std::uint32_t) -> std::uint64_t { return 1000; });
+    for (int paint = 0; paint < 2; ++paint) {
+        frame(*w);
+        EXPECT_EQ(chosen->YResolution, 2u);
+        EXPECT_EQ(automatic->YResolution, 500u);
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Cursor, label and readout
 

@@ -184,8 +184,14 @@ TEST_F(WatchTableTest, YResolutionStepsAlongTheSeries)
     show();
     selectRow(0);
     n->YResolution = 5;
+    EXPECT_FALSE(n->ManualYResolution);
     table->_SlotOnReleasedYResUp();
     EXPECT_EQ(n->YResolution, 10u);
+    EXPECT_TRUE(n->ManualYResolution) << "the graph's automatic range must not undo the user's choice";
+    n->ManualYResolution = false;
+    table->_SlotOnReleasedYResDown();
+    EXPECT_TRUE(n->ManualYResolution);
+    table->_SlotOnReleasedYResUp();
     EXPECT_EQ(cell(0, TableWidget::kColYResolution), "10/div");
     table->_SlotOnReleasedYResDown();
     EXPECT_EQ(n->YResolution, 5u);
