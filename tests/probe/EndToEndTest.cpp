@@ -140,6 +140,28 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     // Real time: in fast mode the firmware outruns its 4 KiB ring and drops records.
     s.ScriptFile = script("qtx.TarvoScript", {}, false);
     openProject(s);
+    // The symbols a QTX project file lists: those at the channel's places
+    // with the channel's names keep their colours and scales.
+    struct Saved {
+        const char* name;
+        Rgb colour;
+        std::uint32_t resolution;
+    };
+    const Saved saved[] = {{"4 Byte float QTX Data", {1, 2, 3, 255}, 20},
+                           {"4 Byte float QTX Data", {4, 5, 6, 255}, 50},
+                           {"renamed", {7, 8, 9, 255}, 100},
+                           {"1 Byte unsigned QTX Data", {10, 11, 12, 255}, 200}};
+    std::vector<Node*> before;
+    for (const Saved& v : saved) {
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = v.name;
+        n->GraphColor = v.colour;
+        n->HasGraphColor = true;
+        n->YResolution = v.resolution;
+        n->ManualYResolution = true;
+        before.push_back(n);
+    }
+    ctl->symbols().setSelected(before);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); }));
@@ -155,6 +177,14 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
 
     const SampleStore& st = ctl->store();
+    for (std::size_t i : {0u, 1u, 3u}) {
+        EXPECT_EQ(sel[i]->GraphColor, saved[i].colour) << i;
+        EXPECT_TRUE(sel[i]->HasGraphColor) << i;
+        EXPECT_EQ(sel[i]->YResolution, saved[i].resolution) << i;
+        EXPECT_TRUE(sel[i]->ManualYResolution) << i;
+    }
+    EXPECT_FALSE(sel[2]->HasGraphColor) << "another name at that place: the views colour it afresh";
+    EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
     const std::uint32_t n = st.recordCount();
     ASSERT_GE(n, 500u);
     for (std::uint32_t i = 1; i < n; ++i) {
