@@ -19,6 +19,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
+
 namespace {
 
 struct ToolBarTest : ::testing::Test {
@@ -273,4 +276,24 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
     bar->resetAction()->trigger();
     EXPECT_EQ(bar->targetAction()->toolTip(), "Start Target");
     EXPECT_FALSE(ctl->targetHalted());
+}
+
+// The QTX demo lists its channel's symbols and names no ELF file, whose parse
+// would drop them: opened, it is ready to start, with the file's colours.
+TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
+{
+    const std::filesystem::path demo = std::filesystem::path(PLOTVIK_BIN_DIR) / "examples" / "demo" / "demo_qtx.plotvik";
+    if (!std::filesystem::exists(demo))
+        GTEST_SKIP() << "demo projects not built";
+    std::atomic<int> result{1};
+    ctl->postOpenProjFile(demo.string(), &result, {});
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(settle());  // a parse the open may have posted
+    ASSERT_EQ(result.load(), 0);
+    EXPECT_TRUE(ctl->project().settings().IsQTXSession);
+    ASSERT_EQ(ctl->symbols().selected().size(), 4u);
+    EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{60, 180, 75, 255}));
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
+    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
 }
