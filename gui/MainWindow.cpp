@@ -472,7 +472,14 @@ void MainWindow::_OnActionOpenProject()
         m_controller.postOpenProjFile(path, nullptr, {});
 }
 
-void MainWindow::_OnActionSaveProject() { m_controller.postSaveProject(); }
+// Ctrl+S belongs to this entry: a project without a file yet is saved as.
+void MainWindow::_OnActionSaveProject()
+{
+    if (m_controller.project().hasFileName())
+        m_controller.postSaveProject();
+    else
+        m_controller.postSaveProjectAs();
+}
 void MainWindow::_OnActionSaveProjectAs() { m_controller.postSaveProjectAs(); }
 
 void MainWindow::_OnActionExportData() { ExportCsvCommand(m_controller); }

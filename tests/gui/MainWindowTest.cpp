@@ -8,6 +8,7 @@
 #include "gui/MenuBar.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "tests/TempFolder.h"
 #include "tests/app/FakeSampler.h"
 
 #include <QAction>
@@ -21,6 +22,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <map>
 #include <thread>
 
 namespace {
@@ -220,6 +223,33 @@ TEST_F(MainWindowTest, ViewEntriesShowAndHideTheViews)
     EXPECT_FALSE(watch->isVisible());
 }
 
+// Qt runs neither of two actions that own the same key in one window.
+TEST_F(MainWindowTest, EveryShortcutHasOneOwner)
+{
+    std::map<QString, QStringList> owners;
+    for (QAction* a : window->findChildren<QAction*>())
+        for (const QKeySequence& key : a->shortcuts())
+            owners[key.toString()] << a->text();
+    ASSERT_FALSE(owners.empty());
+    for (const auto& [key, actions] : owners)
+        EXPECT_EQ(actions.size(), 1) << key.toStdString() << ": " << actions.join(", ").toStdString();
+}
+
+TEST_F(MainWindowTest, CtrlSSavesTheProject)
+{
+    const std::string path = (testtemp::folder() / "ctrl-s.plotvik").string();
+    std::filesystem::remove(path);
+    ctl->project().setPath(path);
+    ctl->project().setHasFileName(true);
+    ctl->project().setOpen(true);
+    ctl->project().setModified(true);
+    emit window->_SignalUpdateGUI();
+    window->activateWindow();
+    QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return std::filesystem::exists(path); }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !ctl->project().isModified(); }));
+}
+
 TEST_F(MainWindowTest, RecentListsAreCopiedForTheMenus)
 {
     RecentLists::instance().add(1, "/work/a.plotvik");
@@ -247,7 +277,9 @@ TEST(MenuBarTable, EntriesShortcutsAndTips)
     EXPECT_EQ(menus[3]->text(), "&Help");
     EXPECT_EQ(menus[0]->menu()->actions().size(), 8);
     EXPECT_EQ(bar.action(MenuBar::kSaveProject)->shortcut(), QKeySequence("Ctrl+S"));
-    EXPECT_EQ(bar.action(MenuBar::kSaveProjectAs)->shortcut(), QKeySequence("Ctrl+S"));
+    // Both save entries show Ctrl+S; only the first owns it.
+    EXPECT_TRUE(bar.action(MenuBar::kSaveProjectAs)->shortcut().isEmpty());
+    EXPECT_EQ(bar.action(MenuBar::kSaveProjectAs)->text(), "Save Project &as ...\tCtrl+S");
     EXPECT_EQ(bar.action(MenuBar::kExit)->shortcut(), QKeySequence("Alt+X"));
     EXPECT_EQ(bar.action(MenuBar::kUserGuide)->shortcut(), QKeySequence(Qt::Key_F1));
     EXPECT_EQ(bar.action(MenuBar::kAbout)->shortcut(), QKeySequence(Qt::Key_F12));
