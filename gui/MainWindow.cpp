@@ -56,6 +56,13 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     resize(1024, 700);
     setUpTrigger();
     // The curves get the larger share of the height; the table scrolls.
+    // The View entries are ticked while their dock is shown.
+    for (auto [dock, entry] : {std::pair{m_graphDock, MenuBar::kGraphWindow}, std::pair{m_watchDock, MenuBar::kWatchWindow}}) {
+        QAction* action = m_menuBar->action(entry);
+        action->setCheckable(true);
+        action->setChecked(true);
+        connect(dock->toggleViewAction(), &QAction::toggled, action, &QAction::setChecked);
+    }
     resizeDocks({m_graphDock, m_watchDock}, {420, 220}, Qt::Vertical);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
@@ -500,12 +507,17 @@ void MainWindow::_OnActionExit() { QMainWindow::close(); }
 
 void MainWindow::_OnActionGraphWindow()
 {
-    m_graphDock->setVisible(!m_graphDock->isVisible());
+    m_graphDock->show();
+    m_graphDock->raise();
+    m_menuBar->action(MenuBar::kGraphWindow)->setChecked(true);
 }
+// The View entries show their dock; closing the dock is how it goes away.
 
 void MainWindow::_OnActionWatchWindow()
 {
-    m_watchDock->setVisible(!m_watchDock->isVisible());
+    m_watchDock->show();
+    m_watchDock->raise();
+    m_menuBar->action(MenuBar::kWatchWindow)->setChecked(true);
 }
 
 void MainWindow::_OnActionOptions() { _SlotOptionsDialog(); }

@@ -214,15 +214,28 @@ TEST_F(MainWindowTest, ViewEntriesShowAndHideTheViews)
     QDockWidget* watch = window->watchDock();
     EXPECT_TRUE(graph->isVisible());
     EXPECT_TRUE(watch->isVisible());
-    window->menus()->action(MenuBar::kGraphWindow)->trigger();
-    EXPECT_FALSE(graph->isVisible());
-    EXPECT_TRUE(watch->isVisible());
-    window->menus()->action(MenuBar::kGraphWindow)->trigger();
-    EXPECT_TRUE(graph->isVisible());
-    window->menus()->action(MenuBar::kWatchWindow)->trigger();
+    QAction* graphEntry = window->menus()->action(MenuBar::kGraphWindow);
+    QAction* watchEntry = window->menus()->action(MenuBar::kWatchWindow);
+    ASSERT_TRUE(graphEntry->isCheckable());
+    ASSERT_TRUE(watchEntry->isCheckable());
+    EXPECT_TRUE(graphEntry->isChecked());
+    EXPECT_TRUE(watchEntry->isChecked());
+    // The entries show their dock; a second click keeps it shown.
+    for (int click = 0; click < 2; ++click) {
+        graphEntry->trigger();
+        EXPECT_TRUE(graph->isVisible());
+        EXPECT_TRUE(graphEntry->isChecked());
+    }
+    // Closing a dock unticks its entry, the entry brings it back.
+    watch->close();
     EXPECT_FALSE(watch->isVisible());
 }
 
+    EXPECT_FALSE(watchEntry->isChecked());
+    EXPECT_TRUE(graphEntry->isChecked());
+    watchEntry->trigger();
+    EXPECT_TRUE(watch->isVisible());
+    EXPECT_TRUE(watchEntry->isChecked());
 // Qt runs neither of two actions that own the same key in one window.
 TEST_F(MainWindowTest, EveryShortcutHasOneOwner)
 {
