@@ -13,6 +13,8 @@
 
 #include <tinyxml2.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <vector>
 
@@ -224,8 +226,11 @@ int readGraphColor(const XMLElement* o, Node& n)
     const char* b = o->Attribute("GraphColorBlue");
     if (!r || !g || !b)
         return -1;
-    n.GraphColor = Rgb{static_cast<std::uint8_t>(integer(r)), static_cast<std::uint8_t>(integer(g)),
-                       static_cast<std::uint8_t>(integer(b)), 255};
+    const auto component = [](const char* v) {
+        const std::int64_t c = integer(v);
+        return static_cast<std::int32_t>(std::clamp<std::int64_t>(c, INT32_MIN, INT32_MAX));
+    };
+    n.GraphColor = Rgb{component(r), component(g), component(b), 255};
     n.HasGraphColor = true;
     return 0;
 }
@@ -319,11 +324,6 @@ int readNameWithParents(const XMLElement* o, Node& n)
     return 0;
 }
 
-constexpr KeyReader kKeyReaders[] = {
-    readName,        readAddress,     readType,         readSize,        readTypeId,       readGraphColor,
-    readYMinSampled, readYMaxSampled, readYAvgSampled,  readOffset,      readShowInGraph,  readYOffset,
-    readIsAutoConfig, readYResolution, readMaxValue,    readFile,        readDrawStyle,    readNameWithParents,
-};
 // Absent in files written before the flag existed: automatic then.
 int readManualYResolution(const XMLElement* o, Node& n)
 {
@@ -332,11 +332,16 @@ int readManualYResolution(const XMLElement* o, Node& n)
     return 0;
 }
 
+constexpr KeyReader kKeyReaders[] = {
+    readName,        readAddress,     readType,         readSize,        readTypeId,       readGraphColor,
+    readYMinSampled, readYMaxSampled, readYAvgSampled,  readOffset,      readShowInGraph,  readYOffset,
+    readIsAutoConfig, readYResolution, readMaxValue,    readFile,        readDrawStyle,    readNameWithParents,
+    readManualYResolution,
+};
 
 // Fills `list` in document order; the first failing symbol ends the list.
 int readSymbols(const XMLElement* selected, SymbolDatabase& symbols, std::vector<Node*>& list)
 {
-    readManualYResolution,
     for (const XMLElement* e = selected->FirstChildElement("Symbol"); e; e = e->NextSiblingElement("Symbol")) {
         Node* n = symbols.createDetachedSymbol();
         list.push_back(n);

@@ -1,4 +1,5 @@
 #include "view/GraphWidget.h"
+#include "view/CurveColors.h"
 
 #include "probe/SampleStore.h"
 #include "symbols/SymbolDatabase.h"
@@ -33,7 +34,7 @@ QColor colourOf(const Node& n)
 {
     if (!n.HasGraphColor)
         return kAxisColour;
-    return QColor(n.GraphColor.red, n.GraphColor.green, n.GraphColor.blue);
+    return curvecolors::toQColor(n.GraphColor);
 }
 
 void fillTriangle(QPainter& p, QPointF a, QPointF b, QPointF c)

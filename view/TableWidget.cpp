@@ -1,4 +1,5 @@
 #include "view/TableWidget.h"
+#include "view/CurveColors.h"
 
 #include "app/Controller.h"
 #include "view/GraphValue.h"
@@ -262,7 +263,7 @@ void TableWidget::widenLiveColumns()
 void TableWidget::paintColorButton(QPushButton* button, const Node& symbol)
 {
     const QColor color = symbol.HasGraphColor
-                             ? QColor(symbol.GraphColor.red, symbol.GraphColor.green, symbol.GraphColor.blue)
+                             ? curvecolors::toQColor(symbol.GraphColor)
                              : QColor(Qt::transparent);
     if (button->palette().color(QPalette::Button) == color && !button->styleSheet().isEmpty())
         return;
@@ -331,8 +332,7 @@ void TableWidget::_SlotOnColorBtnClicked()
     if (!accepted || !button || rowOf(n) < 0)
         return;
     const QColor chosen = dialog.selectedColor();
-    n->GraphColor = Rgb{static_cast<std::uint8_t>(chosen.red()), static_cast<std::uint8_t>(chosen.green()),
-                        static_cast<std::uint8_t>(chosen.blue()), 255};
+    n->GraphColor = Rgb{chosen.red(), chosen.green(), chosen.blue(), 255};
     n->HasGraphColor = true;
     paintColorButton(button, *n);
     settingsEdited();

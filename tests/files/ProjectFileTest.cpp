@@ -633,3 +633,20 @@ TEST_F(ProjectFileTest, FailedSaveLeavesTheOldFileUntouched)
 }
 
 }  // namespace
+
+// Colour components outside 0..255 are kept as written (the views clamp when
+// drawing), so a save writes back what was read instead of a wrapped colour.
+TEST_F(ProjectFileTest, ColourComponentsAreTakenAsTheyAre)
+{
+    std::string doc = kBaseDocument;
+    const std::string from = R"(GraphColorRed="10" GraphColorGreen="20" GraphColorBlue="30")";
+    const std::size_t at = doc.find(from);
+    ASSERT_NE(at, std::string::npos);
+    doc.replace(at, from.size(), R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")");
+    ASSERT_EQ(loadText(doc), 0);
+    ASSERT_FALSE(symbols.selected().empty());
+    EXPECT_EQ(symbols.selected()[0]->GraphColor, (Rgb{300, -5, 256, 255}));
+    const std::string p = path("colours.plotvik");
+    ASSERT_EQ(SaveProject(p, project, symbols), 0);
+    EXPECT_NE(readAll(p).find(R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")"), std::string::npos);
+}

@@ -624,6 +624,23 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
     EXPECT_EQ(views.count(), 1);
 }
 
+TEST(CurveColors, ComponentsAreClampedWhereTheyAreDrawn)
+{
+    struct Case {
+        Rgb rgb;
+        QColor drawn;
+    };
+    const Case cases[] = {
+        {{10, 20, 30, 255}, QColor(10, 20, 30)},
+        {{300, -5, 256, 255}, QColor(255, 0, 255)},
+        {{INT32_MIN, INT32_MAX, 0, 255}, QColor(0, 255, 0)},
+    };
+    for (const Case& c : cases) {
+        EXPECT_TRUE(curvecolors::toQColor(c.rgb).isValid());
+        EXPECT_EQ(curvecolors::toQColor(c.rgb), c.drawn) << c.rgb.red << " " << c.rgb.green << " " << c.rgb.blue;
+    }
+}
+
 TEST(CurveColors, NewSymbolsTakeTheNextFreePaletteColour)
 {
     std::vector<Node> nodes(15);
