@@ -1,5 +1,8 @@
 #include "app/Controller.h"
 #include "app/Product.h"
+#include "app/Settings.h"
+#include "files/RawFile.h"
+#include "tests/TempFolder.h"
 #include "FakeSampler.h"
 #include "TestBridge.h"
 
@@ -8,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 namespace {
@@ -233,4 +237,41 @@ TEST_F(ControllerFixture, AStartAfterAPauseKeepsOneReadLoop)
     const int reads = sampler->reads - before;
     EXPECT_LE(reads, 21) << "more reads than one loop can make";
     EXPECT_GE(reads, 1);
+}
+
+// The open and import dialogs start in the folder last used: opening a
+// project and importing a raw file remember theirs, not only Save As and the
+// exports.
+TEST_F(ControllerFixture, OpeningAProjectAndImportingRawRememberTheirFolders)
+{
+    namespace fs = std::filesystem;
+    const fs::path projects = testtemp::folder() / "remembered" / "projects";
+    const fs::path data = testtemp::folder() / "remembered" / "data";
+    fs::create_directories(projects);
+    fs::create_directories(data);
+    Settings::instance().setProjectFilesDir("/elsewhere/x.plotvik");
+    Settings::instance().setDataFilesDir("/elsewhere/x.praw");
+
+    const std::string project = (projects / "p.plotvik").string();
+    ASSERT_EQ(SaveProject(project, ctl->project(), ctl->symbols()), 0);
+    std::atomic<int> opened{1};
+    ctl->postOpenProjFile(project, &opened, {});
+    drain();
+    ASSERT_EQ(opened.load(), 0);
+    EXPECT_EQ(Settings::instance().projectFilesDir(), projects.string() + "/");
+
+    Node* n = ctl->symbols().createDetachedSymbol();
+    n->Name = n->NameWithParents = "counter";
+    n->Size = 4;
+    n->TypeID = kTypeU32;
+    ctl->symbols().setSelected({n});
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 6; }));
+    ctl->postReadStop();
+    drain();
+    const std::string raw = (data / "r.praw").string();
+    ASSERT_EQ(ExportRaw(raw, ctl->store(), ctl->symbols()), 0);
+    ctl->postImportRaw(raw);
+    drain();
+    EXPECT_EQ(Settings::instance().dataFilesDir(), data.string() + "/");
 }
