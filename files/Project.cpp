@@ -63,6 +63,12 @@ void Project::setPath(const std::string& path)
     m_path = text::truncated(path, text::kPathSize);
 }
 
+void Project::setTimeResolution(std::uint32_t microseconds)
+{
+    std::lock_guard lock(m_mutex);
+    m_settings.TimeResolutionUs = microseconds;
+}
+
 std::string Project::keptTriggerName() const
 {
     std::lock_guard lock(m_mutex);

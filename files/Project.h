@@ -31,6 +31,9 @@ public:
     void setHasFileName(bool on) { m_hasFileName = on; }
     std::string path() const;
     void setPath(const std::string& path);
+    // The graph's time per division: kept so a save writes the current one,
+    // but a view setting, so the project is not marked modified.
+    void setTimeResolution(std::uint32_t microseconds);
     // The trigger symbol's name as last read from a project file. It outlives
     // each load and is looked up again by loads without a trigger.
     std::string keptTriggerName() const;
