@@ -4,6 +4,7 @@
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -113,7 +114,6 @@ const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t 
     return &symbol.Values[slotOf(i) % kCapacity];
 }
 
-SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
 bool SampleStore::canTrigger(std::int32_t typeId)
 {
     switch (typeId) {
@@ -123,6 +123,7 @@ bool SampleStore::canTrigger(std::int32_t typeId)
     }
 }
 
+SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
 {
     // The previous sample sits in the slot before the current one.
     if (!symbol.HasValue)
@@ -140,8 +141,8 @@ bool SampleStore::canTrigger(std::int32_t typeId)
     if (!fired)
         return Verdict::Discard;
     m_triggerFired = true;
-    if (m_project) {
     m_triggerTimeStamp = m_timeStamps[slot];
+    if (m_project) {
         ProjectSettings s = m_project->settings();
         s.TriggerFired = true;
         m_project->apply(s);
@@ -183,7 +184,10 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
             for (Node* n : symbols) {
                 if (!n->Values)
                     continue;
-                std::memcpy(&n->Values[w], rec + n->Offset, n->Size <= 8 ? n->Size : 8);
+                const SlotWindow window = slotWindow(*n);
+                std::uint64_t slot = 0;
+                std::memcpy(&slot, rec + n->Offset + window.offset, window.size);
+                n->Values[w] = slot;
                 if (empty) {
                     n->LatestSlot = static_cast<std::int32_t>(w);
                 } else if (evaluateTrigger(*n, w) == Verdict::Keep) {
@@ -221,4 +225,15 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
         }
         m_write = next;
     }
+}
+
+SampleStore::SlotWindow SampleStore::slotWindow(const Node& symbol)
+{
+    if (symbol.TypeID != kTypeBitField)
+        return {0, symbol.Size < 8 ? symbol.Size : 8};
+    const std::uint32_t offset = symbol.BitOffset / 32 * 4;
+    if (offset >= symbol.Size)
+        return {0, 0};
+    const std::uint32_t size = symbol.BitOffset % 32 + symbol.BitSize > 32 ? 8 : 4;
+    return {offset, std::min(size, symbol.Size - offset)};
 }

@@ -77,6 +77,17 @@ public:
 
     std::size_t symbolCount() const;
 
+    // The bytes of a symbol's part of a record that its 8-byte slot keeps.
+    // A bit-field's part is its whole structure: the slot keeps the 32-bit
+    // word that holds bit BitOffset, or two words when the field crosses
+    // into the next one; its value then starts at bit BitOffset mod 32 of the
+    // slot. Any other symbol keeps its first 8 bytes.
+    struct SlotWindow {
+        std::uint32_t offset = 0, size = 0;
+    };
+    static SlotWindow slotWindow(const Node& symbol);
+
+
 private:
     std::uint32_t slotOf(std::uint32_t i) const;
     bool ensureTimeStamps();
@@ -97,10 +108,10 @@ private:
     std::atomic<std::uint32_t> m_last{0};
     std::atomic<std::uint32_t> m_oldest{0};
     std::atomic<std::uint32_t> m_currentTimeStamp{0};
+    std::atomic<std::uint32_t> m_triggerTimeStamp{0};
     std::uint32_t m_lastBatch = 0;
     std::uint32_t m_recordSize = 4;
     bool m_withTimeStamp = true;
     bool m_open = false;
     bool m_freshStart = true;
 };
-    std::atomic<std::uint32_t> m_triggerTimeStamp{0};

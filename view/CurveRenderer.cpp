@@ -42,12 +42,9 @@ struct Plain {
 struct BitField {
     using Raw = double;
     static constexpr bool kMayBeNaN = false;
-    std::uint32_t offset, mask;
-    double operator()(std::uint64_t slot) const
-    {
-        const auto word = static_cast<std::uint32_t>(slot);
-        return static_cast<double>((offset < 32 ? word >> offset : 0u) & mask);
-    }
+    std::uint32_t shift;  // BitOffset mod 32: the slot starts at the field's word
+    std::uint64_t mask;
+    double operator()(std::uint64_t slot) const { return static_cast<double>((slot >> shift) & mask); }
 };
 
 struct Zero {
@@ -143,7 +140,7 @@ void CurveRenderer::withDecoder(const Node& s, Fn fn)
     case kTypeS16: fn(Plain<std::int16_t>{}); break;
     case kTypeS32: fn(Plain<std::int32_t>{}); break;
     case kTypeBitField:
-        fn(BitField{s.BitOffset, s.BitSize >= 32 ? 0xFFFFFFFFu : (1u << s.BitSize) - 1});
+        fn(BitField{s.BitOffset % 32, s.BitSize >= 32 ? 0xFFFFFFFFu : (std::uint64_t{1} << s.BitSize) - 1});
         break;
     default: fn(Zero{}); break;
     }

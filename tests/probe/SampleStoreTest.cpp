@@ -2,6 +2,7 @@
 #include "probe/SampleStore.h"
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
+#include "view/GraphValue.h"
 
 #include <gtest/gtest.h>
 
@@ -232,6 +233,53 @@ TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
     EXPECT_EQ(before->YMinSampled, 103.0);
     EXPECT_EQ(after->YMinSampled, 202.0);
     EXPECT_EQ(trigger->YMinSampled, 10.0);
+}
+
+// A bit-field's part of the record is its whole structure; wherever the field
+// sits in it, the stored sample shows the field's true value.
+TEST_F(StoreFixture, BitFieldsAnywhereInTheirStructureKeepTheirValue)
+{
+    struct Case {
+        const char* what;
+        std::uint32_t structSize, bitOffset, bitSize;
+    };
+    const Case cases[] = {
+        {"first word", 12, 3, 3},
+        {"third word, past the first 64 bits", 12, 65, 3},
+        {"last bit of the structure", 12, 95, 1},
+        {"crossing from the first word into the second", 8, 30, 4},
+        {"crossing into the third word", 12, 62, 5},
+        {"a whole word", 12, 32, 32},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        SymbolDatabase own;
+        SampleStore st{own};
+        Node* n = own.createDetachedSymbol();
+        n->TypeID = kTypeBitField;
+        n->Size = c.structSize;
+        n->BitOffset = c.bitOffset;
+        n->BitSize = c.bitSize;
+        own.setSelected({n});
+        st.layOut(true);
+        ASSERT_TRUE(st.prepareFreshStart());
+        st.setOpen(true);
+        // Every other bit set, and the field holding its largest value but one.
+        const std::uint64_t fieldMask = c.bitSize >= 64 ? ~0ull : (1ull << c.bitSize) - 1;
+        const std::uint64_t value = fieldMask - 1;
+        std::vector<std::uint8_t> bytes(4 + c.structSize, 0xFF);
+        for (std::uint32_t b = 0; b < c.bitSize; ++b) {
+            const std::uint32_t bit = c.bitOffset + b;
+            std::uint8_t& byte = bytes[4 + bit / 8];
+            byte = static_cast<std::uint8_t>((byte & ~(1u << (bit % 8))) | (((value >> b) & 1u) << (bit % 8)));
+        }
+        std::vector<std::uint8_t> two = bytes;
+        two.insert(two.end(), bytes.begin(), bytes.end());
+        st.storeRecords(two.data(), two.size());
+        ASSERT_NE(st.valueSlotAt(*n, 0), nullptr);
+        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 0)), static_cast<double>(value));
+        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 1)), static_cast<double>(value));
+    }
 }
 
 TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
