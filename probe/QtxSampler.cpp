@@ -60,7 +60,6 @@ int ProbeSampler::startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleSt
         return -1;
     }
     Log::instance().line("Waiting until QTX Control Block is found...");
-    Bridge* bridge = report::bridge();
     if (bridge)
         bridge->progress(0, "Searching for QTX control block ...", kProgressStart, kSearchPolls);
     int channels = TARVO_QTX_ERR_NOT_FOUND;
@@ -115,21 +114,21 @@ int ProbeSampler::startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleSt
         n->Size = item.size;
         n->TypeID = item.typeId;
         n->IsSigned = item.isSigned;
+        n->IsLeaf = true;
         // Channel items have no identity but their place and name (several
         // may share a name): the symbol at the same place with the same name
         // lends its colour and scales.
         const std::size_t at = nodes.size();
         if (at < previous.size() && previous[at] && previous[at]->Name == item.name)
             static_cast<SymbolDisplaySettings&>(*n) = keptDisplay(*previous[at]);
-        n->IsLeaf = true;
         nodes.push_back(n);
+    }
     if (bridge)
         bridge->symbolsAboutToChange();
-    }
+    symbols.setSelected(std::move(nodes));
     // The views take the new records and colour those without a colour.
     if (bridge)
         bridge->symbolsChanged();
-    symbols.setSelected(std::move(nodes));
     m_recordSize = store.layOut(format.withTimeStamp);
     m_carryCount = 0;
     std::memset(m_carry, 0, sizeof m_carry);
@@ -151,9 +150,9 @@ int ProbeSampler::readQtx(SampleStore& store)
         std::memset(m_carry, 0, sizeof m_carry);
     }
     int result = 0;
-    if (m_recordSize == 0) {
-        result = -1;
-    } else {
+    // A channel whose format names nothing to show has records of no bytes:
+    // sampling runs on and stores nothing.
+    if (m_recordSize != 0) {
         std::uint32_t chunk = m_recordSize * ((2u * 1024 * 1024) / m_recordSize);
         if (chunk > kChunkLimit)
             chunk = kChunkLimit;

@@ -165,6 +165,9 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); }));
+    // The firmware runs while it sends: the start asked the probe, so the tool
+    // bar offers to halt it and the stop leaves it halted, as after BSQ.
+    EXPECT_FALSE(ctl->targetHalted());
     ctl->postReadStop();
     ASSERT_TRUE(ctl->waitForQueue(10000));
 
@@ -174,9 +177,6 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     EXPECT_EQ(sel[2]->Name, "2 Byte signed QTX Data");
     EXPECT_EQ(sel[3]->Name, "1 Byte unsigned QTX Data");
     EXPECT_EQ(ctl->store().recordSize(), 15u);
-    EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
-
-    const SampleStore& st = ctl->store();
     for (std::size_t i : {0u, 1u, 3u}) {
         EXPECT_EQ(sel[i]->GraphColor, saved[i].colour) << i;
         EXPECT_TRUE(sel[i]->HasGraphColor) << i;
@@ -185,6 +185,9 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     }
     EXPECT_FALSE(sel[2]->HasGraphColor) << "another name at that place: the views colour it afresh";
     EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
+    EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
+
+    const SampleStore& st = ctl->store();
     const std::uint32_t n = st.recordCount();
     ASSERT_GE(n, 500u);
     for (std::uint32_t i = 1; i < n; ++i) {
@@ -195,9 +198,6 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
         const std::uint32_t t = st.timeStampAt(i) / 1000;
         ASSERT_EQ(sampleToDouble(kTypeS16, *st.valueSlotAt(*sel[2], i)), static_cast<double>(int(t % 200) - 100));
         ASSERT_EQ(sampleToDouble(kTypeU8, *st.valueSlotAt(*sel[3], i)), static_cast<double>((t / 250) % 4));
-    // The firmware runs while it sends: the start asked the probe, so the tool
-    // bar offers to halt it and the stop leaves it halted, as after BSQ.
-    EXPECT_FALSE(ctl->targetHalted());
     }
 }
 
@@ -218,4 +218,29 @@ TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
     EXPECT_FALSE(ctl->probeConnected());
     EXPECT_TRUE(ctl->displayPaused());
     EXPECT_GT(ctl->store().recordCount(), 0u) << "what was read before the failure stays";
+}
+
+// A channel without symbols or time stamp ("Plotvik_b2"): sampling starts and
+// keeps running without an error, and stores nothing.
+TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
+{
+    if (!fs::exists(kBin / "qtx_no_symbols.elf"))
+        GTEST_SKIP() << "test firmware not built";
+    ProjectSettings s;
+    s.IsQTXSession = true;
+    const fs::path p = dir / "empty.TarvoScript";
+    std::ofstream(p) << "Firmware = " << (kBin / "qtx_no_symbols.elf").string() << "\nFast = 0\n";
+    s.ScriptFile = p.string();
+    openProject(s);
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    ASSERT_TRUE(ctl->samplingRunning()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
+    EXPECT_TRUE(ctl->symbols().selected().empty());
+    EXPECT_EQ(ctl->store().recordSize(), 0u);
+    // Many read jobs later it still runs.
+    const int before = bridge.dataUpdates.load();
+    ASSERT_TRUE(waitUntil([&] { return bridge.dataUpdates.load() >= before + 20 || !ctl->samplingRunning(); }));
+    EXPECT_TRUE(ctl->samplingRunning());
+    EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
+    EXPECT_EQ(ctl->store().recordCount(), 0u);
 }
