@@ -210,7 +210,15 @@ void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
     // draws on one unscaled, else filled.
     QPaintDevice* device = painter.device();
     QImage* image = device && device->devType() == QInternal::Image ? static_cast<QImage*>(device) : nullptr;
-    const bool direct = image && painter.transform().isIdentity() && !painter.hasClipping() &&
+    // A clip of one rectangle (the grid's) is applied here; any other goes to the painter.
+    QRect clip = image ? image->rect() : QRect();
+    bool simpleClip = true;
+    if (image && painter.hasClipping()) {
+        const QRegion region = painter.clipRegion();
+        simpleClip = region.rectCount() == 1;
+        clip &= region.boundingRect();
+    }
+    const bool direct = image && painter.transform().isIdentity() && simpleClip &&
                         (image->format() == QImage::Format_RGB32 || image->format() == QImage::Format_ARGB32 ||
                          image->format() == QImage::Format_ARGB32_Premultiplied);
     if (!direct) {
@@ -218,13 +226,15 @@ void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
             painter.fillRect(QRect(s.x - 1, s.top - 1, 2, s.bottom - s.top + 2), colour);
         return;
     }
+    if (clip.isEmpty())
+        return;
     const QRgb pixel = colour.rgb();
-    const int w = image->width(), h = image->height();
     uchar* bits = image->bits();
     const qsizetype stride = image->bytesPerLine();
     for (const Span& s : m_spans) {
-        const int from = std::max(s.top - 1, 0), to = std::min(s.bottom, h - 1);
-        const bool left = s.x - 1 >= 0 && s.x - 1 < w, right = s.x >= 0 && s.x < w;
+        const int from = std::max(s.top - 1, clip.top()), to = std::min(s.bottom, clip.bottom());
+        const bool left = s.x - 1 >= clip.left() && s.x - 1 <= clip.right();
+        const bool right = s.x >= clip.left() && s.x <= clip.right();
         for (int y = from; y <= to; ++y) {
             auto* row = reinterpret_cast<QRgb*>(bits + y * stride);
             if (left)
