@@ -21,6 +21,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QResizeEvent>
 #include <QDesktopServices>
 #include <QDockWidget>
 #include <QFileDialog>
@@ -29,6 +30,8 @@
 #include <QScreen>
 #include <QThread>
 #include <QUrl>
+
+#include <algorithm>
 
 #ifndef PLOTVIK_USER_GUIDE
 #define PLOTVIK_USER_GUIDE "README.md"
@@ -51,11 +54,8 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     m_graphDock = addViewDock(tr("Graph window"), Qt::TopDockWidgetArea);
     m_watchDock = addViewDock(tr("Watch window"), Qt::BottomDockWidgetArea);
     setUpGraph();
-    setUpWatchTable();
-    m_menuBar->updateEnabling(false, false, false);
-    resize(1024, 700);
     setUpTrigger();
-    // The curves get the larger share of the height; the table scrolls.
+    setUpWatchTable();
     // The View entries are ticked while their dock is shown.
     for (auto [dock, entry] : {std::pair{m_graphDock, MenuBar::kGraphWindow}, std::pair{m_watchDock, MenuBar::kWatchWindow}}) {
         QAction* action = m_menuBar->action(entry);
@@ -63,7 +63,8 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
         action->setChecked(true);
         connect(dock->toggleViewAction(), &QAction::toggled, action, &QAction::setChecked);
     }
-    resizeDocks({m_graphDock, m_watchDock}, {420, 220}, Qt::Vertical);
+    m_menuBar->updateEnabling(false, false, false);
+    resize(1024, 700);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
 
@@ -310,15 +311,18 @@ void MainWindow::_SlotOnUpdateGUI()
     // With a project open the graph and the table share the whole window.
     m_placeholder->setVisible(!projectOpen);
     m_toolBar->updateDisplayState();
+    refreshTrigger();
     if (!m_controller.samplingRunning())
         m_graph->refresh();
     refreshStatusBar();
     emit _SignalUpdateTable();
+    // The table has its rows for the selection now.
+    if (m_watchTable->rowCount() != m_fittedRows)
+        QTimer::singleShot(0, this, &MainWindow::fitDocks);
 }
 
 void MainWindow::_SlotOnUpdateData()
 {
-    refreshTrigger();
     if (!m_controller.displayPaused())
         m_graph->graph()->requestUpdate();
     else if (!m_controller.samplingRunning())
@@ -359,17 +363,6 @@ void MainWindow::setUpGraph()
             [this](int fps) { m_controller.setMeasuredFrameRate(fps); });
 }
 
-// A display setting changed: repaint now, whatever the frame-rate limit.
-void MainWindow::_SlotOnUpdateGraph()
-{
-    m_graph->graph()->invalidate();
-}
-
-QDockWidget* MainWindow::addViewDock(const QString& title, Qt::DockWidgetArea area)
-{
-    auto* dock = new QDockWidget(title, this);  // owned by the window
-    dock->setObjectName(title);
-    auto* label = new QLabel(title, dock);  // owned by the dock
 // The trigger controls sit right of the tool bar, in the same row.
 void MainWindow::setUpTrigger()
 {
@@ -383,6 +376,17 @@ void MainWindow::refreshTrigger()
     m_trigger->updateEnabling();
 }
 
+// A display setting changed: repaint now, whatever the frame-rate limit.
+void MainWindow::_SlotOnUpdateGraph()
+{
+    m_graph->graph()->invalidate();
+}
+
+QDockWidget* MainWindow::addViewDock(const QString& title, Qt::DockWidgetArea area)
+{
+    auto* dock = new QDockWidget(title, this);  // owned by the window
+    dock->setObjectName(title);
+    auto* label = new QLabel(title, dock);  // owned by the dock
     label->setAlignment(Qt::AlignCenter);
     label->setMinimumHeight(180);
     label->setFrameShape(QFrame::StyledPanel);
@@ -418,6 +422,8 @@ void MainWindow::setUpWatchTable()
     // "+" asks for the symbol selection the same way the worker does.
     connect(m_watchTable, &TableWidget::_SignalShowSymbolSelection, this, &MainWindow::_SignalShowSymbolSelection);
     connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::_SignalUpdateGraph);
+    // Removing the trigger's symbol from the table clears the trigger.
+    connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::refreshTrigger);
     connect(this, &MainWindow::_SignalUpdateTable, m_watchTable, &TableWidget::_SlotOnUpdateTable);
     // The Value column reads the sample under the graph's cursor.
     if (m_graph) {
@@ -429,8 +435,6 @@ void MainWindow::setUpWatchTable()
 }
 
 void MainWindow::_SlotOnAssignColors()
-    // Removing the trigger's symbol from the table clears the trigger.
-    connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::refreshTrigger);
 {
     curvecolors::assign(m_controller.symbols().selected());
     emit _SignalUpdateTable();
@@ -459,6 +463,7 @@ void MainWindow::symbolsChanged()
     QMetaObject::invokeMethod(this, [this] {
         m_watchTable->attachSymbols();
         _SlotOnAssignColors();
+        refreshTrigger();
     }, Qt::QueuedConnection);
 }
 
@@ -470,7 +475,6 @@ void MainWindow::_OnActionNewProject() { _SlotOnNewProjectDialog(); }
 void MainWindow::_OnActionOpenProject()
 {
     FileDialogRequest r;
-        refreshTrigger();
     r.title = "Open Plotvik Project";
     r.filter = "Plotvik Project (*.plotvik)";
     r.directory = Settings::instance().projectFilesDir();
@@ -505,13 +509,13 @@ void MainWindow::_OnActionImportRaw()
 
 void MainWindow::_OnActionExit() { QMainWindow::close(); }
 
+// The View entries show their dock; closing the dock is how it goes away.
 void MainWindow::_OnActionGraphWindow()
 {
     m_graphDock->show();
     m_graphDock->raise();
     m_menuBar->action(MenuBar::kGraphWindow)->setChecked(true);
 }
-// The View entries show their dock; closing the dock is how it goes away.
 
 void MainWindow::_OnActionWatchWindow()
 {
@@ -547,6 +551,27 @@ void MainWindow::_SlotOnTimeout()
         m_controller.setElfCheckPending(true);
         m_controller.postCheckElfModifications();
     }
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event)
+{
+    QMainWindow::resizeEvent(event);
+    // The docks have their new sizes once the layout ran.
+    QTimer::singleShot(0, this, &MainWindow::fitDocks);
+}
+
+void MainWindow::fitDocks()
+{
+    if (!m_graphDock->isVisible() || !m_watchDock->isVisible() || m_graphDock->isFloating() ||
+        m_watchDock->isFloating() || dockWidgetArea(m_graphDock) == dockWidgetArea(m_watchDock))
+        return;
+    m_fittedRows = m_watchTable->rowCount();
+    const int total = m_graphDock->height() + m_watchDock->height();
+    const int graphLeast = m_graphDock->minimumSizeHint().height();
+    const int tableChrome = m_watchDock->height() - m_watchTable->height();
+    const int tableWanted = m_watchTable->heightForAllRows() + tableChrome;
+    const int table = std::max(std::min(tableWanted, total - graphLeast), 0);
+    resizeDocks({m_graphDock, m_watchDock}, {total - table, table}, Qt::Vertical);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

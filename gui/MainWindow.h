@@ -86,6 +86,7 @@ signals:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private slots:
     void _SlotOnFinAsyncAppInit();
@@ -125,19 +126,23 @@ private:
     MessageBoxAnswer runMessageBox(const MessageBoxRequest& request);
     std::string runFileDialog(const FileDialogRequest& request, bool save);
     QDockWidget* addViewDock(const QString& title, Qt::DockWidgetArea area);
+    // Shares the height between the docks: the table as much as its rows
+    // need, the graph the rest and every gain.
+    void fitDocks();
     void refreshStatusBar();
     void setUpGraph();
     void setUpWatchTable();
+    void setUpTrigger();
+    void refreshTrigger();
 
     Controller& m_controller;
     std::thread::id m_guiThread;
     mutable LockObject m_lock;
-    void setUpTrigger();
-    void refreshTrigger();
     StartArgs m_startArgs;
     std::string m_title;
     QTimer m_timer;
     bool m_closing = false;
+    int m_fittedRows = -1;  // table rows at the last fitDocks()
     MenuBar* m_menuBar = nullptr;                // owned by the window
     StatusBar* m_statusBar = nullptr;            // owned by the window
     ProgressDialog* m_progressDialog = nullptr;  // owned by the window
@@ -146,12 +151,12 @@ private:
     QDockWidget* m_watchDock = nullptr;          // owned by the window
     GraphContainer* m_graph = nullptr;           // owned by the graph dock
     ToolBar* m_toolBar = nullptr;                // owned by the window
+    TriggerWidget* m_trigger = nullptr;          // owned by the window
     TableWidget* m_watchTable = nullptr;         // owned by the watch dock
     std::array<std::vector<std::string>, 2> m_recent;  // guarded by m_lock
 
     // Parameter blocks of the synchronous requests.
     struct {
-    TriggerWidget* m_trigger = nullptr;          // owned by the window
         MessageBoxRequest request;
         MessageBoxAnswer answer;
         Event done;

@@ -9,6 +9,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QMenu>
+#include <QScrollBar>
 #include <QPointer>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -131,6 +132,12 @@ void TableWidget::fillRow(int row, Node* symbol)
     offset->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable);
     setItem(row, kColYOffset, offset);
     setItem(row, kColEnd, readOnlyItem());
+}
+
+int TableWidget::heightForAllRows() const
+{
+    return 2 * frameWidth() + horizontalHeader()->height() + verticalHeader()->length() +
+           horizontalScrollBar()->sizeHint().height();
 }
 
 Node* TableWidget::symbolAt(int row) const
@@ -405,6 +412,7 @@ void TableWidget::_SlotOnReleasedYResUp()
 {
     if (Node* n = selectedSymbol()) {
         n->YResolution = scale::stepUp(n->YResolution, std::uint64_t{n->YResolution} + 1);
+        n->ManualYResolution = true;
         settingsEdited();
     }
 }
@@ -412,9 +420,9 @@ void TableWidget::_SlotOnReleasedYResUp()
 void TableWidget::_SlotOnReleasedYResDown()
 {
     if (Node* n = selectedSymbol()) {
-        n->ManualYResolution = true;
         if (n->YResolution > 0)
             n->YResolution = scale::stepDown(n->YResolution, n->YResolution - 1);
+        n->ManualYResolution = true;
         settingsEdited();
     }
 }
@@ -422,7 +430,6 @@ void TableWidget::_SlotOnReleasedYResDown()
 void TableWidget::_SlotOnReleasedDrawLine()
 {
     if (Node* n = selectedSymbol()) {
-        n->ManualYResolution = true;
         // The menu entry toggles from its shown state: checked means lines.
         const bool lineNow = n->DrawStyle == 0 || n->DrawStyle == 2;
         n->DrawStyle = lineNow ? 1 : 0;
