@@ -159,9 +159,11 @@ int Controller::openOrCreate(const std::string& path, bool create)
 
     int result = 0;
     if (!create) {
-        result = LoadProject(path, m_project, m_symbols);
+        std::string reason;
+        result = LoadProject(path, m_project, m_symbols, &reason);
         if (result < 0) {
-            Log::instance().errorf("Failed to open project file [%s]", path.c_str());
+            Log::instance().error(
+                report::withReason(text::format(1024, "Failed to open project file [%s]", path.c_str()), reason));
         } else {
             if (!m_project.settings().ElfFile.empty())
                 postParseElfFile(elfPath(), true);

@@ -50,5 +50,7 @@ private:
 };
 
 // Project file reader and writer: 0 on success, -1 on failure.
-int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols);
+// On failure `reason`, when given, says why (the system's error text, the
+// XML parser's, or what the document lacks).
+int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols, std::string* reason = nullptr);
 int SaveProject(const std::string& path, const Project& project, const SymbolDatabase& symbols);

@@ -366,13 +366,19 @@ Node* findTriggerSymbol(const std::vector<Node*>& selected, const std::string& n
     return found;
 }
 
-bool parseFile(const std::string& path, tinyxml2::XMLDocument& doc)
+bool parseFile(const std::string& path, tinyxml2::XMLDocument& doc, std::string& reason)
 {
     QFile file(QString::fromStdString(path));
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        reason = file.errorString().toStdString();
         return false;
+    }
     const QByteArray bytes = file.readAll();
-    return doc.Parse(bytes.constData(), static_cast<std::size_t>(bytes.size())) == tinyxml2::XML_SUCCESS;
+    if (doc.Parse(bytes.constData(), static_cast<std::size_t>(bytes.size())) != tinyxml2::XML_SUCCESS) {
+        reason = std::string("Not a readable XML document: ") + doc.ErrorStr();
+        return false;
+    }
+    return true;
 }
 
 void refreshViews()
@@ -421,10 +427,18 @@ int readDocument(const tinyxml2::XMLDocument& doc, Project& project, SymbolDatab
 
 }  // namespace
 
-int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols)
+int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols, std::string* reason)
 {
     tinyxml2::XMLDocument doc;
-    const int result = parseFile(path, doc) ? readDocument(doc, project, symbols) : -1;
+    std::string why;
+    int result = -1;
+    if (parseFile(path, doc, why)) {
+        result = readDocument(doc, project, symbols);
+        if (result != 0)
+            why = "Not a Plotvik project, or one with a required element or attribute missing";
+    }
+    if (reason)
+        *reason = result == 0 ? std::string() : why;
     refreshViews();
     return result;
 }

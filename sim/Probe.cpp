@@ -115,6 +115,9 @@ int Probe::selectBySerial(uint32_t serial)
     std::lock_guard lk(m_mutex);
     const uint32_t own = m_script.serialNumber.value_or(kDefaultSerial);
     m_selectionFailed = serial != own;
+    if (m_selectionFailed)
+        m_lastError = "No probe with serial number " + std::to_string(serial) + " is attached (the simulated one has " +
+                      std::to_string(own) + ").";
     return m_selectionFailed ? -1 : 0;
 }
 
@@ -124,6 +127,8 @@ int Probe::selectIp(const char* host)
     const std::string h = host != nullptr ? lower(trim(host)) : std::string();
     // The simulated probe listens on the local host only.
     m_selectionFailed = !(h == "localhost" || h == "127.0.0.1" || h == "::1");
+    if (m_selectionFailed)
+        m_lastError = "No probe answers at " + h + " (the simulated one listens on localhost only).";
     return m_selectionFailed ? 1 : 0;
 }
 
@@ -137,6 +142,13 @@ int Probe::execCommand(const char* command, char* error, int errorSize)
     std::string err;
     {
         std::lock_guard lk(m_mutex);
+        // The one command that answers with a text rather than an error: the
+        // reason of the last failed call, so the program can say why.
+        if (command != nullptr && lower(trim(command)) == "getlasterror") {
+            if (error != nullptr && errorSize > 0)
+                std::snprintf(error, static_cast<size_t>(errorSize), "%s", m_lastError.c_str());
+            return 0;
+        }
         err = command != nullptr ? runCommand(command) : "No command given.";
     }
     if (error != nullptr && errorSize > 0)

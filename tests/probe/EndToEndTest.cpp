@@ -244,3 +244,30 @@ TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
     EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
     EXPECT_EQ(ctl->store().recordCount(), 0u);
 }
+
+// The probe library keeps the reason of a failed call; the program asks it
+// and shows it below its own message.
+TEST_F(EndToEnd, AFailedProbeCallSaysWhyTheProbeFailed)
+{
+    ProjectSettings s;
+    s.SamplingPeriod = 1000;
+    s.ScriptFile = script("reason.TarvoScript");
+    openProject(s);
+    s = ctl->project().settings();
+    s.SerialNo = 42;  // the simulated probe has another serial number
+    ctl->project().apply(s);
+    Node* n = ctl->symbols().createDetachedSymbol();
+    n->Name = n->NameWithParents = "v";
+    n->Size = 4;
+    n->TypeID = kTypeU32;
+    n->Address = 0x20000000;
+    ctl->symbols().setSelected({n});
+    ctl->postStartReading();
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    EXPECT_FALSE(ctl->samplingRunning());
+    const auto boxes = bridge.shown();
+    ASSERT_FALSE(boxes.empty());
+    const std::string& text = boxes.front().text;
+    EXPECT_EQ(text.substr(0, text.find('\n')), "Failed to select Tarvo via USB ('42').");
+    EXPECT_NE(text.find("\nNo probe with serial number 42"), std::string::npos) << text;
+}
