@@ -173,9 +173,11 @@ int Controller::openOrCreate(const std::string& given, bool create)
 
     int result = 0;
     if (!create) {
-        result = LoadProject(path, m_project, m_symbols);
+        std::string reason;
+        result = LoadProject(path, m_project, m_symbols, &reason);
         if (result < 0) {
-            Log::instance().errorf("Failed to open project file [%s]", path.c_str());
+            Log::instance().error(
+                report::withReason(text::format(1024, "Failed to open project file [%s]", path.c_str()), reason));
         } else {
             if (!m_project.settings().ElfFile.empty())
                 postParseElfFile(elfPath(), true);
@@ -184,8 +186,12 @@ int Controller::openOrCreate(const std::string& given, bool create)
     m_project.setModified(create);
     m_project.setOpen(result == 0);
     Log::instance().endSection(create ? "New project created successfully" : "Project opened successfully");
-    if (result == 0 && !path.empty())
+    if (result == 0 && !path.empty()) {
         Settings::instance().setCurrentProject(path);
+        // The next open or save dialog starts where this project is.
+        if (!create)
+            Settings::instance().setProjectFilesDir(path);
+    }
     updateTitle();
     if (m_bridge) {
         m_bridge->refreshRecentLists();
@@ -296,7 +302,19 @@ void Controller::onParseElf(Job* j)
     Controller* c = job->ctl;
     if (c->m_bridge)
         c->m_bridge->enableUpdates(false);
+    // A matching parse replaces the selected records: the trigger follows its
+    // symbol to the new record by name, or is left without one.
+    const ProjectSettings before = c->m_project.settings();
+    const std::string triggerName = before.TriggerSymbol ? before.TriggerSymbol->NameWithParents : std::string();
     job->result = c->m_symbols.parseElf(job->path, job->flag, c->m_bridge);
+    if (job->result == 0 && job->flag && before.TriggerSymbol) {
+        ProjectSettings s = c->m_project.settings();
+        s.TriggerSymbol = nullptr;
+        for (Node* n : c->m_symbols.selected())
+            if (n && n->NameWithParents == triggerName)
+                s.TriggerSymbol = n;
+        c->m_project.applyTrigger(s);
+    }
 }
 
 void Controller::onImportRaw(Job* j)
@@ -304,6 +322,8 @@ void Controller::onImportRaw(Job* j)
     auto* job = static_cast<PathJob*>(j);
     Controller* c = job->ctl;
     job->result = ImportRaw(job->path, c->m_store, c->m_symbols, c->m_project.settings());
+    if (job->result == 0)
+        Settings::instance().setDataFilesDir(job->path);
     if (c->m_bridge)
         c->m_bridge->updateData();
 }

@@ -1,5 +1,7 @@
 #include "app/Report.h"
 
+#include "app/Log.h"
+
 #include <atomic>
 
 namespace report {
@@ -19,6 +21,14 @@ MessageBoxAnswer ask(const MessageBoxRequest& request)
     if (!b)
         return {request.dismissedValue, request.checkState};
     return b->messageBox(request);
+}
+
+std::string withReason(const std::string& message, const std::string& reason)
+{
+    if (reason.empty())
+        return message;
+    Log::instance().text(message + " Reason: " + reason);
+    return message + "\n" + reason;
 }
 
 void error(const std::string& text)

@@ -18,6 +18,11 @@ Bridge* bridge();
 std::string errorCaption();
 std::string warningCaption();
 
+// A message and, on a second line, why it happened, when that is known
+// (the reader's error, the system's error text, the paths searched, the
+// probe library's own reason). The reason also goes to the log.
+std::string withReason(const std::string& message, const std::string& reason);
+
 // Error box: caption "... Error", button "O.K.", warning icon, no time-out.
 void error(const std::string& text);
 // Warning box: caption "... Warning", button "O.K.", warning icon.

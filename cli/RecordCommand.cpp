@@ -5,6 +5,7 @@
 #include "app/Report.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
+#include "cli/TriggerOption.h"
 #include "files/CsvExport.h"
 #include "files/RawFile.h"
 #include "probe/ProbeSampler.h"
@@ -27,7 +28,12 @@ namespace {
 struct Options {
     std::string project, csv, praw, png;
     double seconds = 0;
+    TriggerOption trigger;
 };
+
+constexpr const char* kUsage =
+    "usage: plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n"
+    "                          [--trigger NAME:rise|fall|both:LEVEL | --trigger off]\n";
 
 bool parse(const std::vector<std::string>& args, Options& o)
 {
@@ -42,6 +48,13 @@ bool parse(const std::vector<std::string>& args, Options& o)
             o.praw = args[++i];
         else if (a == "--png" && hasValue)
             o.png = args[++i];
+        else if (a == "--trigger" && hasValue) {
+            std::string error;
+            if (!parseTriggerOption(args[++i], o.trigger, error)) {
+                std::fprintf(stderr, "plotvik-cli record: %s\n", error.c_str());
+                return false;
+            }
+        }
         else if (!a.empty() && a[0] != '-' && o.project.empty())
             o.project = a;
         else
@@ -67,7 +80,7 @@ int runRecordCommand(const std::vector<std::string>& args)
 {
     Options o;
     if (!parse(args, o)) {
-        std::fprintf(stderr, "usage: plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n");
+        std::fprintf(stderr, "%s", kUsage);
         return 2;
     }
     int argc = 1;
@@ -100,18 +113,45 @@ int runRecordCommand(const std::vector<std::string>& args)
     }
     controller.waitForQueue();  // the ELF parse the open posted
 
+    if (o.trigger.given) {
+        // The selection is the worker's: it is idle between the jobs waited for.
+        std::string error;
+        if (!applyTriggerOption(o.trigger, controller.project(), controller.symbols().selected(), error)) {
+            std::fprintf(stderr, "plotvik-cli record: %s\n", error.c_str());
+            engine.stopAndWait([] {});
+            controller.setBridge(nullptr);
+            return 2;
+        }
+    }
+
     controller.postStartReading();
     controller.waitForQueue();
     if (!controller.samplingRunning()) {
         engine.stopAndWait([] {});
         return 1;
     }
+    bool waiting = controller.project().settings().TriggerOn;
+    if (waiting)
+        std::printf("trigger: waiting for %s\n", describeTrigger(controller.project().settings()).c_str());
+    std::fflush(stdout);
+    const auto reportFired = [&] {
+        if (waiting && controller.project().settings().TriggerFired) {
+            std::printf("trigger: fired at %u us\n", controller.store().triggerTimeStamp());
+            std::fflush(stdout);
+            waiting = false;
+        }
+    };
     const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(o.seconds);
-    while (std::chrono::steady_clock::now() < until && controller.samplingRunning())
+    while (std::chrono::steady_clock::now() < until && controller.samplingRunning()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        reportFired();
+    }
     const bool failedWhileRunning = !controller.samplingRunning();
     controller.postReadStop();
     controller.waitForQueue();
+    reportFired();
+    if (waiting)
+        std::printf("trigger: did not fire\n");
 
     const SampleStore& store = controller.store();
     const ProjectSettings settings = controller.project().settings();

@@ -14,6 +14,7 @@ void usage()
                  "usage: plotvik-cli symbols FILE.elf\n"
                  "       plotvik-cli convert RECORDING.praw --project P.plotvik --csv OUT.csv\n"
                  "       plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n"
+                 "                          [--trigger NAME:rise|fall|both:LEVEL | --trigger off]\n"
                  "       plotvik-cli new OUT.plotvik [--elf FILE] [--device NAME] [--bsq PERIOD_US | --qtx]\n"
                  "                   [--usb [SERIAL] | --ip HOST | --existing-session] [--interface JTAG|SWD|FINE]\n"
                  "                   [--speed KHZ] [--script FILE]\n"

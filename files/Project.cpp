@@ -34,6 +34,23 @@ void Project::clearTrigger()
     m_settings.TriggerFired = false;
 }
 
+bool Project::applyTrigger(const ProjectSettings& s)
+{
+    std::lock_guard lock(m_mutex);
+    ProjectSettings next = m_settings;
+    next.TriggerSymbol = s.TriggerSymbol;
+    next.TriggerLevel = s.TriggerLevel;
+    next.TriggerOn = s.TriggerOn;
+    next.TriggerAuto = s.TriggerAuto;
+    next.TriggerRise = s.TriggerRise;
+    next.TriggerFall = s.TriggerFall;
+    next.TriggerFired = s.TriggerFired;
+    if (next == m_settings)
+        return false;
+    m_settings = next;
+    return true;
+}
+
 std::string Project::path() const
 {
     std::lock_guard lock(m_mutex);
@@ -44,6 +61,12 @@ void Project::setPath(const std::string& path)
 {
     std::lock_guard lock(m_mutex);
     m_path = text::truncated(path, text::kPathSize);
+}
+
+void Project::setTimeResolution(std::uint32_t microseconds)
+{
+    std::lock_guard lock(m_mutex);
+    m_settings.TimeResolutionUs = microseconds;
 }
 
 std::string Project::keptTriggerName() const

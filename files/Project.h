@@ -19,6 +19,9 @@ public:
     // Shows graph and watch and sets the time resolution to 1 s per division.
     void setDefaultDisplay();
     void clearTrigger();
+    // Copies only the trigger fields of `s` (the trigger controls edit them
+    // while the worker may be changing others); returns true when they differed.
+    bool applyTrigger(const ProjectSettings& s);
 
     bool isOpen() const { return m_open; }
     void setOpen(bool on) { m_open = on; }
@@ -28,6 +31,9 @@ public:
     void setHasFileName(bool on) { m_hasFileName = on; }
     std::string path() const;
     void setPath(const std::string& path);
+    // The graph's time per division: kept so a save writes the current one,
+    // but a view setting, so the project is not marked modified.
+    void setTimeResolution(std::uint32_t microseconds);
     // The trigger symbol's name as last read from a project file. It outlives
     // each load and is looked up again by loads without a trigger.
     std::string keptTriggerName() const;
@@ -44,5 +50,7 @@ private:
 };
 
 // Project file reader and writer: 0 on success, -1 on failure.
-int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols);
+// On failure `reason`, when given, says why (the system's error text, the
+// XML parser's, or what the document lacks).
+int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols, std::string* reason = nullptr);
 int SaveProject(const std::string& path, const Project& project, const SymbolDatabase& symbols);

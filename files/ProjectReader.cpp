@@ -13,6 +13,8 @@
 
 #include <tinyxml2.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <vector>
 
@@ -224,8 +226,11 @@ int readGraphColor(const XMLElement* o, Node& n)
     const char* b = o->Attribute("GraphColorBlue");
     if (!r || !g || !b)
         return -1;
-    n.GraphColor = Rgb{static_cast<std::uint8_t>(integer(r)), static_cast<std::uint8_t>(integer(g)),
-                       static_cast<std::uint8_t>(integer(b)), 255};
+    const auto component = [](const char* v) {
+        const std::int64_t c = integer(v);
+        return static_cast<std::int32_t>(std::clamp<std::int64_t>(c, INT32_MIN, INT32_MAX));
+    };
+    n.GraphColor = Rgb{component(r), component(g), component(b), 255};
     n.HasGraphColor = true;
     return 0;
 }
@@ -319,10 +324,19 @@ int readNameWithParents(const XMLElement* o, Node& n)
     return 0;
 }
 
+// Absent in files written before the flag existed: automatic then.
+int readManualYResolution(const XMLElement* o, Node& n)
+{
+    const char* v = o->Attribute("ManualYResolution");
+    n.ManualYResolution = v && integer(v) != 0;
+    return 0;
+}
+
 constexpr KeyReader kKeyReaders[] = {
     readName,        readAddress,     readType,         readSize,        readTypeId,       readGraphColor,
     readYMinSampled, readYMaxSampled, readYAvgSampled,  readOffset,      readShowInGraph,  readYOffset,
     readIsAutoConfig, readYResolution, readMaxValue,    readFile,        readDrawStyle,    readNameWithParents,
+    readManualYResolution,
 };
 
 // Fills `list` in document order; the first failing symbol ends the list.
@@ -352,13 +366,19 @@ Node* findTriggerSymbol(const std::vector<Node*>& selected, const std::string& n
     return found;
 }
 
-bool parseFile(const std::string& path, tinyxml2::XMLDocument& doc)
+bool parseFile(const std::string& path, tinyxml2::XMLDocument& doc, std::string& reason)
 {
     QFile file(QString::fromStdString(path));
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        reason = file.errorString().toStdString();
         return false;
+    }
     const QByteArray bytes = file.readAll();
-    return doc.Parse(bytes.constData(), static_cast<std::size_t>(bytes.size())) == tinyxml2::XML_SUCCESS;
+    if (doc.Parse(bytes.constData(), static_cast<std::size_t>(bytes.size())) != tinyxml2::XML_SUCCESS) {
+        reason = std::string("Not a readable XML document: ") + doc.ErrorStr();
+        return false;
+    }
+    return true;
 }
 
 void refreshViews()
@@ -407,10 +427,18 @@ int readDocument(const tinyxml2::XMLDocument& doc, Project& project, SymbolDatab
 
 }  // namespace
 
-int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols)
+int LoadProject(const std::string& path, Project& project, SymbolDatabase& symbols, std::string* reason)
 {
     tinyxml2::XMLDocument doc;
-    const int result = parseFile(path, doc) ? readDocument(doc, project, symbols) : -1;
+    std::string why;
+    int result = -1;
+    if (parseFile(path, doc, why)) {
+        result = readDocument(doc, project, symbols);
+        if (result != 0)
+            why = "Not a Plotvik project, or one with a required element or attribute missing";
+    }
+    if (reason)
+        *reason = result == 0 ? std::string() : why;
     refreshViews();
     return result;
 }

@@ -85,9 +85,9 @@ void writeSymbol(XMLElement* list, const Node& n)
     setText(o, "Type", std::string(n.Type));
     setInt(o, "TypeID", n.TypeID);
     setUnsigned(o, "Size", n.Size);
-    setUnsigned(o, "GraphColorRed", n.GraphColor.red);
-    setUnsigned(o, "GraphColorGreen", n.GraphColor.green);
-    setUnsigned(o, "GraphColorBlue", n.GraphColor.blue);
+    setInt(o, "GraphColorRed", n.GraphColor.red);
+    setInt(o, "GraphColorGreen", n.GraphColor.green);
+    setInt(o, "GraphColorBlue", n.GraphColor.blue);
     setDouble(o, "YMinSampled", n.YMinSampled);
     setDouble(o, "YMaxSampled", n.YMaxSampled);
     setDouble(o, "YAvgSampled", n.YAvgSampled);
@@ -100,6 +100,7 @@ void writeSymbol(XMLElement* list, const Node& n)
     setText(o, "File", std::string(n.File));
     setInt(o, "DrawStyle", n.DrawStyle);
     setText(o, "NameWithParents", n.NameWithParents);
+    setFlag(o, "ManualYResolution", n.ManualYResolution);
 }
 
 }  // namespace

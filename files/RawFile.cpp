@@ -56,13 +56,16 @@ int ExportRaw(const std::string& path, const SampleStore& store, const SymbolDat
         const std::uint32_t ts = store.timeStampAt(i);
         record.append(reinterpret_cast<const char*>(&ts), 4);
         for (const Node* n : selected) {
-            // A slot holds at most 8 bytes; anything wider is padded so the
-            // record keeps the size the reader expects.
+            // A slot holds at most 8 bytes of the symbol's part: they go back
+            // to their place in it (a bit-field's word need not be the first)
+            // and the rest is zero, so the record keeps the size the reader
+            // expects and an import finds the same bytes.
             const std::uint64_t* slot = store.valueSlotAt(*n, i);
             const std::uint64_t value = slot ? *slot : 0;
-            const std::uint32_t fromSlot = n->Size < 8 ? n->Size : 8;
-            record.append(reinterpret_cast<const char*>(&value), fromSlot);
-            record.append(n->Size - fromSlot, '\0');
+            const SampleStore::SlotWindow window = SampleStore::slotWindow(*n);
+            record.append(window.offset, '\0');
+            record.append(reinterpret_cast<const char*>(&value), window.size);
+            record.append(n->Size - window.offset - window.size, '\0');
         }
         file.write(record);
     }

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <limits>
 
+// Components as the project file gives them, even outside 0..255; they are
+// clamped where they are drawn, so a file is written back as it was read.
 struct Rgb {
-    std::uint8_t red = 0, green = 0, blue = 0, alpha = 255;
+    std::int32_t red = 0, green = 0, blue = 0, alpha = 255;
     friend bool operator==(const Rgb&, const Rgb&) = default;
 };
 
@@ -17,6 +19,7 @@ struct SymbolDisplaySettings {
     bool IsAutoConfig = false;
     bool ShowInGraph = true;
     bool HasGraphColor = false;  // a colour is assigned
+    bool ManualYResolution = false;  // chosen by the user: the automatic Y range leaves it alone
     Rgb GraphColor;
     std::int32_t Offset = 0;  // byte position of the value inside a sample record
     double YMaxSampled = std::numeric_limits<double>::lowest();

@@ -18,10 +18,12 @@
 #include "view/ToolBar.h"
 #include "view/CurveColors.h"
 #include "view/TableWidget.h"
+#include "view/TriggerWidget.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QResizeEvent>
 #include <QDesktopServices>
 #include <QDockWidget>
 #include <QFileDialog>
@@ -30,6 +32,8 @@
 #include <QScreen>
 #include <QThread>
 #include <QUrl>
+
+#include <algorithm>
 
 #ifndef PLOTVIK_USER_GUIDE
 #define PLOTVIK_USER_GUIDE "README.md"
@@ -52,11 +56,17 @@ MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QW
     m_graphDock = addViewDock(tr("Graph window"), Qt::TopDockWidgetArea);
     m_watchDock = addViewDock(tr("Watch window"), Qt::BottomDockWidgetArea);
     setUpGraph();
+    setUpTrigger();
     setUpWatchTable();
+    // The View entries are ticked while their dock is shown.
+    for (auto [dock, entry] : {std::pair{m_graphDock, MenuBar::kGraphWindow}, std::pair{m_watchDock, MenuBar::kWatchWindow}}) {
+        QAction* action = m_menuBar->action(entry);
+        action->setCheckable(true);
+        action->setChecked(true);
+        connect(dock->toggleViewAction(), &QAction::toggled, action, &QAction::setChecked);
+    }
     m_menuBar->updateEnabling(false, false, false);
     resize(1024, 700);
-    // The curves get the larger share of the height; the table scrolls.
-    resizeDocks({m_graphDock, m_watchDock}, {420, 220}, Qt::Vertical);
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
 
@@ -309,10 +319,14 @@ void MainWindow::_SlotOnUpdateGUI()
     // With a project open the graph and the table share the whole window.
     m_placeholder->setVisible(!projectOpen);
     m_toolBar->updateDisplayState();
+    refreshTrigger();
     if (!m_controller.samplingRunning())
         m_graph->refresh();
     refreshStatusBar();
     emit _SignalUpdateTable();
+    // The table has its rows for the selection now.
+    if (m_watchTable->rowCount() != m_fittedRows)
+        QTimer::singleShot(0, this, &MainWindow::fitDocks);
 }
 
 void MainWindow::_SlotOnUpdateData()
@@ -355,6 +369,19 @@ void MainWindow::setUpGraph()
     });
     connect(m_graph->graph(), &GraphWidget::FrameRateMeasured, this,
             [this](int fps) { m_controller.setMeasuredFrameRate(fps); });
+}
+
+// The trigger controls sit right of the tool bar, in the same row.
+void MainWindow::setUpTrigger()
+{
+    m_trigger = new TriggerWidget(m_controller, this);  // owned by the window
+    addToolBar(Qt::TopToolBarArea, m_trigger);
+}
+
+void MainWindow::refreshTrigger()
+{
+    m_trigger->rebuild();
+    m_trigger->updateEnabling();
 }
 
 // A display setting changed: repaint now, whatever the frame-rate limit.
@@ -413,6 +440,8 @@ void MainWindow::setUpWatchTable()
     // "+" asks for the symbol selection the same way the worker does.
     connect(m_watchTable, &TableWidget::_SignalShowSymbolSelection, this, &MainWindow::_SignalShowSymbolSelection);
     connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::_SignalUpdateGraph);
+    // Removing the trigger's symbol from the table clears the trigger.
+    connect(m_watchTable, &TableWidget::_SignalUpdateViews, this, &MainWindow::refreshTrigger);
     connect(this, &MainWindow::_SignalUpdateTable, m_watchTable, &TableWidget::_SlotOnUpdateTable);
     // The Value column reads the sample under the graph's cursor.
     if (m_graph) {
@@ -430,7 +459,11 @@ void MainWindow::_SlotOnAssignColors()
     emit _SignalUpdateGraph();
 }
 
-void MainWindow::_SlotOnReset() { m_watchTable->rebuild(); }
+void MainWindow::_SlotOnReset()
+{
+    m_watchTable->rebuild();
+    refreshTrigger();
+}
 
 // An ELF re-parse replaces the selected records and frees the old ones: the
 // table lets go of them first, with the worker waiting, and takes the new
@@ -448,6 +481,7 @@ void MainWindow::symbolsChanged()
     QMetaObject::invokeMethod(this, [this] {
         m_watchTable->attachSymbols();
         _SlotOnAssignColors();
+        refreshTrigger();
     }, Qt::QueuedConnection);
 }
 
@@ -467,7 +501,14 @@ void MainWindow::_OnActionOpenProject()
         m_controller.postOpenProjFile(path, nullptr, {});
 }
 
-void MainWindow::_OnActionSaveProject() { m_controller.postSaveProject(); }
+// Ctrl+S belongs to this entry: a project without a file yet is saved as.
+void MainWindow::_OnActionSaveProject()
+{
+    if (m_controller.project().hasFileName())
+        m_controller.postSaveProject();
+    else
+        m_controller.postSaveProjectAs();
+}
 void MainWindow::_OnActionSaveProjectAs() { m_controller.postSaveProjectAs(); }
 
 void MainWindow::_OnActionExportData() { ExportCsvCommand(m_controller); }
@@ -486,14 +527,19 @@ void MainWindow::_OnActionImportRaw()
 
 void MainWindow::_OnActionExit() { QMainWindow::close(); }
 
+// The View entries show their dock; closing the dock is how it goes away.
 void MainWindow::_OnActionGraphWindow()
 {
-    m_graphDock->setVisible(!m_graphDock->isVisible());
+    m_graphDock->show();
+    m_graphDock->raise();
+    m_menuBar->action(MenuBar::kGraphWindow)->setChecked(true);
 }
 
 void MainWindow::_OnActionWatchWindow()
 {
-    m_watchDock->setVisible(!m_watchDock->isVisible());
+    m_watchDock->show();
+    m_watchDock->raise();
+    m_menuBar->action(MenuBar::kWatchWindow)->setChecked(true);
 }
 
 void MainWindow::_OnActionOptions() { _SlotOptionsDialog(); }
@@ -523,6 +569,27 @@ void MainWindow::_SlotOnTimeout()
         m_controller.setElfCheckPending(true);
         m_controller.postCheckElfModifications();
     }
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event)
+{
+    QMainWindow::resizeEvent(event);
+    // The docks have their new sizes once the layout ran.
+    QTimer::singleShot(0, this, &MainWindow::fitDocks);
+}
+
+void MainWindow::fitDocks()
+{
+    if (!m_graphDock->isVisible() || !m_watchDock->isVisible() || m_graphDock->isFloating() ||
+        m_watchDock->isFloating() || dockWidgetArea(m_graphDock) == dockWidgetArea(m_watchDock))
+        return;
+    m_fittedRows = m_watchTable->rowCount();
+    const int total = m_graphDock->height() + m_watchDock->height();
+    const int graphLeast = m_graphDock->minimumSizeHint().height();
+    const int tableChrome = m_watchDock->height() - m_watchTable->height();
+    const int tableWanted = m_watchTable->heightForAllRows() + tableChrome;
+    const int table = std::max(std::min(tableWanted, total - graphLeast), 0);
+    resizeDocks({m_graphDock, m_watchDock}, {total - table, table}, Qt::Vertical);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

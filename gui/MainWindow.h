@@ -23,6 +23,7 @@ class QDockWidget;
 class StatusBar;
 class ToolBar;
 class TableWidget;
+class TriggerWidget;
 
 class MainWindow : public QMainWindow, public Bridge {
     Q_OBJECT
@@ -59,6 +60,7 @@ public:
     // The graph view (for the value at its cursor) and the tool bar.
     GraphContainer* graph() const { return m_graph; }
     ToolBar* toolBar() const { return m_toolBar; }
+    TriggerWidget* triggerWidget() const { return m_trigger; }
     TableWidget* watchTable() const { return m_watchTable; }
     // Copies of the recent lists (list 1 = projects; list 0 stays empty).
     std::vector<std::string> recentList(int list) const;
@@ -84,6 +86,7 @@ signals:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private slots:
     void _SlotOnFinAsyncAppInit();
@@ -123,9 +126,14 @@ private:
     MessageBoxAnswer runMessageBox(const MessageBoxRequest& request);
     std::string runFileDialog(const FileDialogRequest& request, bool save);
     QDockWidget* addViewDock(const QString& title, Qt::DockWidgetArea area);
+    // Shares the height between the docks: the table as much as its rows
+    // need, the graph the rest and every gain.
+    void fitDocks();
     void refreshStatusBar();
     void setUpGraph();
     void setUpWatchTable();
+    void setUpTrigger();
+    void refreshTrigger();
 
     Controller& m_controller;
     std::thread::id m_guiThread;
@@ -134,6 +142,7 @@ private:
     std::string m_title;
     QTimer m_timer;
     bool m_closing = false;
+    int m_fittedRows = -1;  // table rows at the last fitDocks()
     MenuBar* m_menuBar = nullptr;                // owned by the window
     StatusBar* m_statusBar = nullptr;            // owned by the window
     ProgressDialog* m_progressDialog = nullptr;  // owned by the window
@@ -142,6 +151,7 @@ private:
     QDockWidget* m_watchDock = nullptr;          // owned by the window
     GraphContainer* m_graph = nullptr;           // owned by the graph dock
     ToolBar* m_toolBar = nullptr;                // owned by the window
+    TriggerWidget* m_trigger = nullptr;          // owned by the window
     TableWidget* m_watchTable = nullptr;         // owned by the watch dock
     std::array<std::vector<std::string>, 2> m_recent;  // guarded by m_lock
 

@@ -34,9 +34,19 @@ MenuBar::MenuBar(QObject* receiver, QWidget* parent) : QMenuBar(parent)
         QMenu*& menu = menus[item.menu];
         if (!menu)
             menu = addMenu(QString::fromLatin1(item.menu));  // owned by the menu bar
-        QAction* action = menu->addAction(QString::fromLatin1(item.text));  // owned by the menu
-        if (*item.shortcut)
-            action->setShortcut(QKeySequence(QString::fromLatin1(item.shortcut)));
+        QString text = QString::fromLatin1(item.text);
+        const QKeySequence key(QString::fromLatin1(item.shortcut));
+        // A key owned by two actions is ambiguous and Qt then runs neither: the
+        // first entry owns it, a later one only shows it (after a tab, where
+        // the menu draws shortcuts).
+        bool shownOnly = false;
+        for (std::size_t j = 0; j < i && !key.isEmpty(); ++j)
+            shownOnly = shownOnly || m_actions[j]->shortcut() == key;
+        if (shownOnly)
+            text += '\t' + key.toString(QKeySequence::NativeText);
+        QAction* action = menu->addAction(text);  // owned by the menu
+        if (!key.isEmpty() && !shownOnly)
+            action->setShortcut(key);
         action->setStatusTip(QString::fromLatin1(item.statusTip));
         const char* slot = item.slot;
         connect(action, &QAction::triggered, receiver, [receiver, slot] { QMetaObject::invokeMethod(receiver, slot); });

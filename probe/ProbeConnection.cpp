@@ -9,13 +9,19 @@
 
 namespace {
 
-// Runs a command that answers with an error text; true when accepted.
-bool accepted(const std::string& command)
+// Runs a command that answers with an error text; true when accepted,
+// otherwise the library's text is the reason.
+bool accepted(const std::string& command, std::string& reason)
 {
     char error[1024] = {};
     tarvo::ExecCommand(command.c_str(), error, sizeof error);
+    error[sizeof error - 1] = '\0';
+    reason = error;
     return error[0] == '\0';
 }
+
+// A failed probe call: the message and the library's reason for its last failure.
+void probeWarning(const std::string& message) { report::warning(report::withReason(message, tarvo::lastFailure())); }
 
 }  // namespace
 
@@ -23,16 +29,16 @@ int ProbeSampler::openProbe(const ProjectSettings& s)
 {
     m_existingSession = s.ExistingSession;
     if (tarvo::load(false)) {
-        report::warning("Failed to load Tarvo library.");
+        report::warning(report::withReason("Failed to load Tarvo library.", tarvo::loadFailure()));
         return -1;
     }
     if (s.Connection != kConnectionTcpIp) {
         if (s.SerialNo != 0 && tarvo::EMU_SelectByUSBSN(s.SerialNo) < 0) {
-            report::warning(text::format(256, "Failed to select Tarvo via USB ('%d').", static_cast<int>(s.SerialNo)));
+            probeWarning(text::format(256, "Failed to select Tarvo via USB ('%d').", static_cast<int>(s.SerialNo)));
             return -1;
         }
     } else if ((tarvo::SelectIP(s.IP.c_str(), 0) & 0xFF) != 0) {
-        report::warning(text::format(256, "Failed to select Tarvo via IP ('%s').", s.IP.c_str()));
+        probeWarning(text::format(256, "Failed to select Tarvo via IP ('%s').", s.IP.c_str()));
         return -1;
     }
     if (const char* error = tarvo::OpenEx()) {
@@ -60,16 +66,19 @@ int ProbeSampler::setUpTarget(ProjectSettings& s)
         s.TargetDevice = text::truncated(info.sName ? info.sName : "", kDeviceNameSize);
     }
     const std::string device = text::format(1024, "device = %s", s.TargetDevice.c_str());
-    if (!accepted(device)) {
-        report::warning(text::format(1024, "Failed to select target device '%s'.", s.TargetDevice.c_str()));
+    std::string reason;
+    if (!accepted(device, reason)) {
+        report::warning(
+            report::withReason(text::format(1024, "Failed to select target device '%s'.", s.TargetDevice.c_str()), reason));
         return -1;
     }
     // Tells the probe which program the target runs; a probe without use for
     // it answers with an error text, which changes nothing.
     if (!m_elfFile.empty())
         tarvo::ExecCommand(text::format(1024, "ELFFile = %s", m_elfFile.c_str()).c_str(), nullptr, 0);
-    if (!s.ScriptFile.empty() && !accepted(text::format(1024, "ScriptFile = %s", s.ScriptFile.c_str()))) {
-        report::warning(text::format(1024, "Failed to select script file '%s'.", s.ScriptFile.c_str()));
+    if (!s.ScriptFile.empty() && !accepted(text::format(1024, "ScriptFile = %s", s.ScriptFile.c_str()), reason)) {
+        report::warning(
+            report::withReason(text::format(1024, "Failed to select script file '%s'.", s.ScriptFile.c_str()), reason));
         return -1;
     }
     tarvo::TIF_Select(static_cast<int>(s.TargetInterface));
@@ -79,7 +88,7 @@ int ProbeSampler::setUpTarget(ProjectSettings& s)
         return -1;
     }
     if (tarvo::Connect() < 0) {
-        report::warning("Failed to establish connection to target.");
+        probeWarning("Failed to establish connection to target.");
         return -1;
     }
     if (!s.IsQTXSession && tarvo::EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ)) {
@@ -95,7 +104,17 @@ int ProbeSampler::setUpTarget(ProjectSettings& s)
     return 0;
 }
 
-bool ProbeSampler::targetRunning() { return m_targetRunning; }
+// Asked of the probe, not taken from memory: only the BSQ start touches the
+// run state, and a QTX start must still learn whether the target runs.
+bool ProbeSampler::targetRunning()
+{
+    if (m_samplingActive && tarvo::loaded()) {
+        const int halted = tarvo::IsHalted();
+        if (halted >= 0)
+            m_targetRunning = (halted & 0xFF) == 0;
+    }
+    return m_targetRunning;
+}
 
 // Run control touches the target only while sampling is active and never in
 // a session that another tool owns.

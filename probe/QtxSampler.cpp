@@ -14,6 +14,22 @@
 #include <thread>
 
 namespace {
+
+// The user's display settings of a symbol, without its sampling statistics.
+SymbolDisplaySettings keptDisplay(const SymbolDisplaySettings& from)
+{
+    SymbolDisplaySettings d;
+    d.DrawStyle = from.DrawStyle;
+    d.YOffset = from.YOffset;
+    d.YResolution = from.YResolution;
+    d.IsAutoConfig = from.IsAutoConfig;
+    d.ShowInGraph = from.ShowInGraph;
+    d.HasGraphColor = from.HasGraphColor;
+    d.ManualYResolution = from.ManualYResolution;
+    d.GraphColor = from.GraphColor;
+    return d;
+}
+
 constexpr int kSearchPolls = 2000;  // 5 ms each: 10 s
 constexpr std::uint32_t kChunkLimit = 8192;
 }  // namespace
@@ -29,14 +45,21 @@ int ProbeSampler::startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleSt
 {
     m_qtxRunning = false;
     s.IsQTXWithTimeStamp = false;
+    // The channel's description replaces the selection; what the user set up
+    // for the symbols of the last session (or the project file) is kept below.
+    const std::vector<Node*> previous = symbols.selected();
+    Bridge* bridge = report::bridge();
+    if (bridge)
+        bridge->symbolsAboutToChange();
     symbols.clearSelected();
+    if (bridge)
+        bridge->symbolsChanged();
 
     if (tarvo::QTX_Control(TARVO_QTX_CMD_START, nullptr) < 0) {
         report::warning("Failed to start QTX.");
         return -1;
     }
     Log::instance().line("Waiting until QTX Control Block is found...");
-    Bridge* bridge = report::bridge();
     if (bridge)
         bridge->progress(0, "Searching for QTX control block ...", kProgressStart, kSearchPolls);
     int channels = TARVO_QTX_ERR_NOT_FOUND;
@@ -92,9 +115,20 @@ int ProbeSampler::startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleSt
         n->TypeID = item.typeId;
         n->IsSigned = item.isSigned;
         n->IsLeaf = true;
+        // Channel items have no identity but their place and name (several
+        // may share a name): the symbol at the same place with the same name
+        // lends its colour and scales.
+        const std::size_t at = nodes.size();
+        if (at < previous.size() && previous[at] && previous[at]->Name == item.name)
+            static_cast<SymbolDisplaySettings&>(*n) = keptDisplay(*previous[at]);
         nodes.push_back(n);
     }
+    if (bridge)
+        bridge->symbolsAboutToChange();
     symbols.setSelected(std::move(nodes));
+    // The views take the new records and colour those without a colour.
+    if (bridge)
+        bridge->symbolsChanged();
     m_recordSize = store.layOut(format.withTimeStamp);
     m_carryCount = 0;
     std::memset(m_carry, 0, sizeof m_carry);
@@ -116,9 +150,9 @@ int ProbeSampler::readQtx(SampleStore& store)
         std::memset(m_carry, 0, sizeof m_carry);
     }
     int result = 0;
-    if (m_recordSize == 0) {
-        result = -1;
-    } else {
+    // A channel whose format names nothing to show has records of no bytes:
+    // sampling runs on and stores nothing.
+    if (m_recordSize != 0) {
         std::uint32_t chunk = m_recordSize * ((2u * 1024 * 1024) / m_recordSize);
         if (chunk > kChunkLimit)
             chunk = kChunkLimit;

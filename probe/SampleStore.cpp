@@ -4,6 +4,7 @@
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -113,6 +114,15 @@ const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t 
     return &symbol.Values[slotOf(i) % kCapacity];
 }
 
+bool SampleStore::canTrigger(std::int32_t typeId)
+{
+    switch (typeId) {
+    case kTypeFloat: case kTypeDouble: case kTypeU8: case kTypeU16: case kTypeU32:
+    case kTypeS8: case kTypeS16: case kTypeS32: return true;
+    default: return false;
+    }
+}
+
 SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
 {
     // The previous sample sits in the slot before the current one.
@@ -121,13 +131,8 @@ SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint3
     const std::uint32_t before = slot == 0 ? kCapacity - 1 : slot - 1;
     if (!m_triggerOn || m_triggerFired)
         return Verdict::Keep;
-    if (&symbol != m_triggerSymbol || symbol.TypeID >= kTypeBitField)
+    if (&symbol != m_triggerSymbol || !canTrigger(symbol.TypeID))
         return Verdict::Discard;
-    switch (symbol.TypeID) {
-    case kTypeFloat: case kTypeDouble: case kTypeU8: case kTypeU16: case kTypeU32:
-    case kTypeS8: case kTypeS16: case kTypeS32: break;
-    default: return Verdict::Discard;  // bool and 64-bit values never fire
-    }
     const double previous = sampleToDouble(symbol.TypeID, symbol.Values[before]);
     const double current = sampleToDouble(symbol.TypeID, symbol.Values[slot]);
     bool fired = m_triggerRise && previous < m_triggerLevel && m_triggerLevel <= current;
@@ -136,6 +141,7 @@ SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint3
     if (!fired)
         return Verdict::Discard;
     m_triggerFired = true;
+    m_triggerTimeStamp = m_timeStamps[slot];
     if (m_project) {
         ProjectSettings s = m_project->settings();
         s.TriggerFired = true;
@@ -178,7 +184,10 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
             for (Node* n : symbols) {
                 if (!n->Values)
                     continue;
-                std::memcpy(&n->Values[w], rec + n->Offset, n->Size <= 8 ? n->Size : 8);
+                const SlotWindow window = slotWindow(*n);
+                std::uint64_t slot = 0;
+                std::memcpy(&slot, rec + n->Offset + window.offset, window.size);
+                n->Values[w] = slot;
                 if (empty) {
                     n->LatestSlot = static_cast<std::int32_t>(w);
                 } else if (evaluateTrigger(*n, w) == Verdict::Keep) {
@@ -216,4 +225,15 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
         }
         m_write = next;
     }
+}
+
+SampleStore::SlotWindow SampleStore::slotWindow(const Node& symbol)
+{
+    if (symbol.TypeID != kTypeBitField)
+        return {0, symbol.Size < 8 ? symbol.Size : 8};
+    const std::uint32_t offset = symbol.BitOffset / 32 * 4;
+    if (offset >= symbol.Size)
+        return {0, 0};
+    const std::uint32_t size = symbol.BitOffset % 32 + symbol.BitSize > 32 ? 8 : 4;
+    return {offset, std::min(size, symbol.Size - offset)};
 }

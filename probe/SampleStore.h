@@ -23,6 +23,9 @@ public:
 
     explicit SampleStore(SymbolDatabase& symbols);
 
+    // Types the trigger compares; on any other (bool, 64-bit, bit-field) it never fires.
+    static bool canTrigger(std::int32_t typeId);
+
     // The project whose trigger settings decide what is kept; when the
     // trigger fires its fired flag is written back there.
     void setProject(Project* project) { m_project = project; }
@@ -63,6 +66,8 @@ public:
     bool hasWrapped() const { return m_oldest != 0; }
     std::uint32_t currentTimeStamp() const { return m_currentTimeStamp; }
     std::uint32_t lastBatchRecords() const { return m_lastBatch; }
+    // Time stamp of the record in which the trigger last fired.
+    std::uint32_t triggerTimeStamp() const { return m_triggerTimeStamp; }
 
     // Chronological access, i counted from the oldest record.
     std::uint32_t timeStampAt(std::uint32_t i) const;
@@ -71,6 +76,17 @@ public:
     const std::uint32_t* timeStamps() const { return m_timeStamps.get(); }
 
     std::size_t symbolCount() const;
+
+    // The bytes of a symbol's part of a record that its 8-byte slot keeps.
+    // A bit-field's part is its whole structure: the slot keeps the 32-bit
+    // word that holds bit BitOffset, or two words when the field crosses
+    // into the next one; its value then starts at bit BitOffset mod 32 of the
+    // slot. Any other symbol keeps its first 8 bytes.
+    struct SlotWindow {
+        std::uint32_t offset = 0, size = 0;
+    };
+    static SlotWindow slotWindow(const Node& symbol);
+
 
 private:
     std::uint32_t slotOf(std::uint32_t i) const;
@@ -92,6 +108,7 @@ private:
     std::atomic<std::uint32_t> m_last{0};
     std::atomic<std::uint32_t> m_oldest{0};
     std::atomic<std::uint32_t> m_currentTimeStamp{0};
+    std::atomic<std::uint32_t> m_triggerTimeStamp{0};
     std::uint32_t m_lastBatch = 0;
     std::uint32_t m_recordSize = 4;
     bool m_withTimeStamp = true;

@@ -147,6 +147,8 @@ TARVO_API int TARVOARM_SelectIP(const char* sHost, int Port);
 TARVO_API void TARVOARM_ConfigJTAG(int IRPre, int DRPre);
 /* Executes a command text; an error text goes to sError (empty = accepted).
  * Returns 0 when accepted, negative otherwise. */
+/* The command "GetLastError" answers with 0 and the reason of the library's
+ * last failed call in sError (empty when there is none). */
 TARVO_API int TARVOARM_ExecCommand(const char* sIn, char* sError, int BufferSize);
 /* Selects the target interface (TARVO_TIF_*): 0 = selected, negative = unknown. */
 TARVO_API int TARVOARM_TIF_Select(int Interface);

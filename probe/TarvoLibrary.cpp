@@ -32,10 +32,17 @@ std::string beside(const std::string& modulePath, const std::string& file)
     return (std::filesystem::path(modulePath).parent_path() / file).string();
 }
 
+std::string g_loadFailure;  // guarded by g_loadMutex
+
 void* tryLoad(const std::string& path, std::string& lastTried)
 {
     lastTried = path;
-    return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!module) {
+        const char* why = dlerror();
+        g_loadFailure += (g_loadFailure.empty() ? "" : "\n") + std::string(why ? why : path + ": not loaded");
+    }
+    return module;
 }
 
 std::string installPath()
@@ -96,6 +103,7 @@ bool load(bool errorBox)
     if (g_module.load())
         return false;
     std::string lastTried;
+    g_loadFailure.clear();
     void* module = nullptr;
     Dl_info info{};
     if (dladdr(reinterpret_cast<void*>(&load), &info) && info.dli_fname)
@@ -117,6 +125,23 @@ bool load(bool errorBox)
     }
     g_module = module;
     return false;
+}
+
+std::string loadFailure()
+{
+    std::lock_guard lock(g_loadMutex);
+    return g_loadFailure;
+}
+
+std::string lastFailure()
+{
+    if (!loaded())
+        return {};
+    char answer[1024] = {};
+    if (ExecCommand("GetLastError", answer, sizeof answer) != 0)
+        return {};
+    answer[sizeof answer - 1] = '\0';
+    return answer;
 }
 
 void unloadForTests()

@@ -20,6 +20,12 @@ inline constexpr const char* kLibraryFile = "libTarvo_x64.so";
 // Returns false on success, true on failure; with `errorBox` a failure shows
 // "Target DLL <path> not found !".
 bool load(bool errorBox);
+// Why the last load found no library: each path tried with the loader's answer.
+std::string loadFailure();
+// The library's reason for its last failed call, asked with the command
+// "GetLastError" (answered in the error buffer); empty when it has none or
+// does not know the command.
+std::string lastFailure();
 bool loaded();
 // The application's executable path (the second place to look).
 void setApplicationPath(const std::string& path);

@@ -165,6 +165,9 @@ int Probe::selectBySerial(uint32_t serial)
     const uint32_t own = m_script.serialNumber.value_or(kDefaultSerial);
     m_viaGdb = false;
     m_selectionFailed = serial != own;
+    if (m_selectionFailed)
+        m_lastError = "No probe with serial number " + std::to_string(serial) + " is attached (the simulated one has " +
+                      std::to_string(own) + ").";
     return m_selectionFailed ? -1 : 0;
 }
 
@@ -190,9 +193,15 @@ int Probe::execCommand(const char* command, char* error, int errorSize)
     std::string answer;
     {
         std::lock_guard lk(m_mutex);
-        if (command != nullptr && lower(trim(command)) == "getbsqstatus")
+        // Queries answer with a text through the error buffer and succeed:
+        // the reason of the last failed call (so the program can say why),
+        // and the state of BSQ and of the simulated target.
+        const std::string query = command != nullptr ? lower(trim(command)) : std::string();
+        if (query == "getlasterror")
+            answer = m_lastError;
+        else if (query == "getbsqstatus")
             answer = bsqStatus();
-        else if (command != nullptr && lower(trim(command)) == "gettargetstatus")
+        else if (query == "gettargetstatus")
             answer = targetStatus();
         else
             err = command != nullptr ? runCommand(command) : "No command given.";

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 namespace elf {
 namespace {
@@ -56,11 +57,19 @@ std::mutex g_mutex;  // guards the table and the handler
 std::array<File*, 2> g_table{};
 ReportHandler g_handler;
 
-void defaultHandler(const ErrorRecord& r)
+thread_local std::string t_lastError;
+
+std::string recordText(const ErrorRecord& r)
 {
     std::string line = text::format(2048, "ELF reader error %d: %s", r.code, r.message.c_str());
     if (r.kind == 66 && !r.detail.empty())
         line = text::format(2048, "%s (%s)", line.c_str(), r.detail.c_str());
+    return line;
+}
+
+void defaultHandler(const ErrorRecord& r)
+{
+    const std::string line = recordText(r);
     // The DWARF 5 notice comes for nearly every unit of today's toolchains:
     // log it, do not collect it as an error for the user.
     if (r.code == kErrDwarf5)
@@ -71,6 +80,8 @@ void defaultHandler(const ErrorRecord& r)
 
 void dispatch(const ErrorRecord& r)
 {
+    if (r.code != kErrDwarf5)
+        t_lastError = recordText(r);
     ReportHandler h;
     {
         std::lock_guard lock(g_mutex);
@@ -846,6 +857,8 @@ ReportHandler setReportHandler(ReportHandler handler)
 }
 
 void reportError(int code) { dispatch({code, 68, errorText(code), {}}); }
+
+std::string takeLastError() { return std::exchange(t_lastError, {}); }
 
 void reportError(int code, const std::string& detail) { dispatch({code, 66, errorText(code), detail}); }
 

@@ -69,6 +69,10 @@ using ReportHandler = std::function<void(const ErrorRecord&)>;
 ReportHandler setReportHandler(ReportHandler handler);
 void reportError(int code);
 void reportError(int code, const std::string& detail);
+// The text of the last error reported on this thread ("ELF reader error 7:
+// file could not be opened for reading (No such file or directory)"), then
+// forgotten; empty when there was none.
+std::string takeLastError();
 
 // Timings of the loading stages in milliseconds and what was found.
 struct LoadStatistics {

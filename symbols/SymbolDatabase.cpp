@@ -141,6 +141,7 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
 
     elf::FilePtr file;
     std::unique_ptr<SymbolTree> tree;
+    (void)elf::takeLastError();  // only this open's reason counts
     try {
         file.reset(elf::open(path, false));
         if (file)
@@ -155,7 +156,7 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
         return -1;
     }
     if (!file) {
-        report::error("Could not open ELF file!");
+        report::error(report::withReason("Could not open ELF file!", elf::takeLastError()));
         retire(std::move(old));
         return -1;
     }
@@ -178,6 +179,7 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
                     n->YOffset = oldNode->YOffset;
                     n->YResolution = oldNode->YResolution;
                     n->IsAutoConfig = oldNode->IsAutoConfig;
+                    n->ManualYResolution = oldNode->ManualYResolution;
                     n->ShowInGraph = oldNode->ShowInGraph;
                     n->GraphColor = oldNode->GraphColor;
                     n->HasGraphColor = oldNode->HasGraphColor;

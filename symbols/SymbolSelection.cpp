@@ -186,9 +186,23 @@ void SymbolSelection::request(Controller& controller, Bridge* bridge, QWidget* p
         // On the interface thread, with the worker parked. A closing program
         // or a vanished window gets no dialog; the worker goes on either way.
         if (controller.exitState() != kExitPending && (!hadParent || owner)) {
+            const std::vector<Node*> before = controller.symbols().selected();
             SymbolSelection dialog(controller.symbols(), bridge, owner);
-            if (dialog.exec() == QDialog::Accepted && committed)
-                committed();
+            if (dialog.exec() == QDialog::Accepted) {
+                const std::vector<Node*>& after = controller.symbols().selected();
+                if (after != before) {
+                    // The selection is saved with the project. A trigger on a
+                    // symbol no longer selected would never fire.
+                    ProjectSettings s = controller.project().settings();
+                    if (s.TriggerSymbol && std::find(after.begin(), after.end(), s.TriggerSymbol) == after.end()) {
+                        s.TriggerSymbol = nullptr;
+                        controller.project().applyTrigger(s);
+                    }
+                    controller.markModified();
+                }
+                if (committed)
+                    committed();
+            }
         }
         (*release)();
         busy = false;

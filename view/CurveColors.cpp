@@ -6,6 +6,12 @@
 
 namespace curvecolors {
 
+QColor toQColor(const Rgb& rgb)
+{
+    const auto c = [](std::int32_t v) { return std::clamp(v, 0, 255); };
+    return QColor(c(rgb.red), c(rgb.green), c(rgb.blue));
+}
+
 const std::array<Rgb, kPaletteSize>& palette()
 {
     static const std::array<Rgb, kPaletteSize> colors = {{

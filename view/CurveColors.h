@@ -4,6 +4,8 @@
 
 #include "files/SymbolDisplaySettings.h"
 
+#include <QColor>
+
 #include <array>
 #include <cstddef>
 #include <vector>
@@ -20,5 +22,8 @@ const std::array<Rgb, kPaletteSize>& palette();
 // the palette again in order. Symbols that have a colour keep it. Returns
 // the number of symbols coloured.
 std::size_t assign(const std::vector<Node*>& symbols);
+
+// The colour to draw: each component clamped to 0..255.
+QColor toQColor(const Rgb& rgb);
 
 }  // namespace curvecolors

@@ -42,12 +42,9 @@ struct Plain {
 struct BitField {
     using Raw = double;
     static constexpr bool kMayBeNaN = false;
-    std::uint32_t offset, mask;
-    double operator()(std::uint64_t slot) const
-    {
-        const auto word = static_cast<std::uint32_t>(slot);
-        return static_cast<double>((offset < 32 ? word >> offset : 0u) & mask);
-    }
+    std::uint32_t shift;  // BitOffset mod 32: the slot starts at the field's word
+    std::uint64_t mask;
+    double operator()(std::uint64_t slot) const { return static_cast<double>((slot >> shift) & mask); }
 };
 
 struct Zero {
@@ -143,7 +140,7 @@ void CurveRenderer::withDecoder(const Node& s, Fn fn)
     case kTypeS16: fn(Plain<std::int16_t>{}); break;
     case kTypeS32: fn(Plain<std::int32_t>{}); break;
     case kTypeBitField:
-        fn(BitField{s.BitOffset, s.BitSize >= 32 ? 0xFFFFFFFFu : (1u << s.BitSize) - 1});
+        fn(BitField{s.BitOffset % 32, s.BitSize >= 32 ? 0xFFFFFFFFu : (std::uint64_t{1} << s.BitSize) - 1});
         break;
     default: fn(Zero{}); break;
     }
@@ -213,7 +210,15 @@ void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
     // draws on one unscaled, else filled.
     QPaintDevice* device = painter.device();
     QImage* image = device && device->devType() == QInternal::Image ? static_cast<QImage*>(device) : nullptr;
-    const bool direct = image && painter.transform().isIdentity() && !painter.hasClipping() &&
+    // A clip of one rectangle (the grid's) is applied here; any other goes to the painter.
+    QRect clip = image ? image->rect() : QRect();
+    bool simpleClip = true;
+    if (image && painter.hasClipping()) {
+        const QRegion region = painter.clipRegion();
+        simpleClip = region.rectCount() == 1;
+        clip &= region.boundingRect();
+    }
+    const bool direct = image && painter.transform().isIdentity() && simpleClip &&
                         (image->format() == QImage::Format_RGB32 || image->format() == QImage::Format_ARGB32 ||
                          image->format() == QImage::Format_ARGB32_Premultiplied);
     if (!direct) {
@@ -221,13 +226,15 @@ void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
             painter.fillRect(QRect(s.x - 1, s.top - 1, 2, s.bottom - s.top + 2), colour);
         return;
     }
+    if (clip.isEmpty())
+        return;
     const QRgb pixel = colour.rgb();
-    const int w = image->width(), h = image->height();
     uchar* bits = image->bits();
     const qsizetype stride = image->bytesPerLine();
     for (const Span& s : m_spans) {
-        const int from = std::max(s.top - 1, 0), to = std::min(s.bottom, h - 1);
-        const bool left = s.x - 1 >= 0 && s.x - 1 < w, right = s.x >= 0 && s.x < w;
+        const int from = std::max(s.top - 1, clip.top()), to = std::min(s.bottom, clip.bottom());
+        const bool left = s.x - 1 >= clip.left() && s.x - 1 <= clip.right();
+        const bool right = s.x >= clip.left() && s.x <= clip.right();
         for (int y = from; y <= to; ++y) {
             auto* row = reinterpret_cast<QRgb*>(bits + y * stride);
             if (left)

@@ -39,7 +39,7 @@ QImage renderGraphPicture(SampleStore& store, SymbolDatabase& symbols, QSize siz
         if (!n->ShowInGraph)
             continue;
         names << QString::fromStdString(n->NameWithParents) + "  " + scale::resolutionText(n->YResolution);
-        colours.emplace_back(n->GraphColor.red, n->GraphColor.green, n->GraphColor.blue);
+        colours.push_back(curvecolors::toQColor(n->GraphColor));
     }
     const QFontMetrics fm(p.font());
     const int line = fm.height();

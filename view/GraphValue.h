@@ -1,5 +1,5 @@
 // A stored sample as the graph reads it: the plain types by their type id, a
-// bit field cut from its 32-bit word, and 0.0 for everything else, the 64-bit
+// bit field cut from the word(s) its slot holds, and 0.0 for everything else, the 64-bit
 // integers included (the graph has no exact picture of them and shows them on
 // their zero line).
 #pragma once
@@ -22,9 +22,9 @@ inline double graphValue(std::int32_t typeId, std::uint64_t slot, std::uint32_t 
     case kTypeS16:
     case kTypeS32: return sampleToDouble(typeId, slot);
     case kTypeBitField: {
-        const auto word = static_cast<std::uint32_t>(slot);
-        const std::uint32_t shifted = bitOffset < 32 ? word >> bitOffset : 0;
-        const std::uint32_t mask = bitSize >= 32 ? 0xFFFFFFFFu : (1u << bitSize) - 1;
+        // The slot holds the word (or two) around the field (see SampleStore::slotWindow).
+        const std::uint64_t shifted = slot >> (bitOffset % 32);
+        const std::uint64_t mask = bitSize >= 32 ? 0xFFFFFFFFu : (std::uint64_t{1} << bitSize) - 1;
         return static_cast<double>(shifted & mask);
     }
     default: return 0.0;

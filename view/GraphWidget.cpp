@@ -1,4 +1,5 @@
 #include "view/GraphWidget.h"
+#include "view/CurveColors.h"
 
 #include "probe/SampleStore.h"
 #include "symbols/SymbolDatabase.h"
@@ -33,7 +34,7 @@ QColor colourOf(const Node& n)
 {
     if (!n.HasGraphColor)
         return kAxisColour;
-    return QColor(n.GraphColor.red, n.GraphColor.green, n.GraphColor.blue);
+    return curvecolors::toQColor(n.GraphColor);
 }
 
 void fillTriangle(QPainter& p, QPointF a, QPointF b, QPointF c)
@@ -337,6 +338,8 @@ void GraphWidget::_OnTriggeredMoveGraphToEnd()
 
 void GraphWidget::autoRange(Node& symbol, const GraphGeometry& g) const
 {
+    if (symbol.ManualYResolution)
+        return;  // the user's choice stands
     if (g.divisionsY <= 0 || symbol.YMaxSampled < symbol.YMinSampled)
         return;  // nothing sampled into the statistics yet
     const double wanted = std::max(symbol.YMaxSampled, std::fabs(symbol.YMinSampled)) * 2 / g.divisionsY;
@@ -426,8 +429,12 @@ void GraphWidget::drawLayer(const GraphGeometry& g)
     } else {
         buildEvery(0);
     }
+    // Curves end at the grid's top edge: the margin above holds the markers
+    // of symbols whose zero lies above the view.
+    p.setClipRect(QRect(0, g.gridTop(), g.width, g.height - g.gridTop()));
     for (std::size_t i = 0; i < shown.size(); ++i)
         m_builders[i].paint(p, colourOf(*shown[i]));
+    p.setClipping(false);
 }
 
 void GraphWidget::drawCursor(QPainter& p, const GraphGeometry& g) const

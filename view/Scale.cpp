@@ -1,8 +1,26 @@
 #include "view/Scale.h"
 
+#include <cmath>
+
 #include <cstdio>
 
 namespace scale {
+
+int nearestTimePerDivisionIndex(std::uint32_t microseconds)
+{
+    if (microseconds == 0)
+        return 0;
+    int best = 0;
+    double bestDistance = 0;
+    for (std::size_t i = 0; i < kTimePerDivision.size(); ++i) {
+        const double distance = std::abs(std::log(double(kTimePerDivision[i]) / double(microseconds)));
+        if (i == 0 || distance < bestDistance) {
+            best = static_cast<int>(i);
+            bestDistance = distance;
+        }
+    }
+    return best;
+}
 namespace {
 
 // Leading decimal digit and its power of ten.

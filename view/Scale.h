@@ -21,6 +21,9 @@ inline constexpr std::array<std::uint32_t, 27> kTimePerDivision = {
 // Index of 1 s per division, the entry a new graph starts with.
 inline constexpr int kDefaultTimePerDivisionIndex = 18;
 
+// The zoom entry nearest to `microseconds` per division, by ratio.
+int nearestTimePerDivisionIndex(std::uint32_t microseconds);
+
 // Steps `r` up the series until it is at least `target` or reaches
 // kMaxResolution (1 -> 2 -> 5 -> 10 ...).
 std::uint32_t stepUp(std::uint32_t r, std::uint64_t target);

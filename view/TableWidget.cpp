@@ -1,4 +1,5 @@
 #include "view/TableWidget.h"
+#include "view/CurveColors.h"
 
 #include "app/Controller.h"
 #include "view/GraphValue.h"
@@ -8,6 +9,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QMenu>
+#include <QScrollBar>
 #include <QPointer>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -130,6 +132,12 @@ void TableWidget::fillRow(int row, Node* symbol)
     offset->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable);
     setItem(row, kColYOffset, offset);
     setItem(row, kColEnd, readOnlyItem());
+}
+
+int TableWidget::heightForAllRows() const
+{
+    return 2 * frameWidth() + horizontalHeader()->height() + verticalHeader()->length() +
+           horizontalScrollBar()->sizeHint().height();
 }
 
 Node* TableWidget::symbolAt(int row) const
@@ -262,7 +270,7 @@ void TableWidget::widenLiveColumns()
 void TableWidget::paintColorButton(QPushButton* button, const Node& symbol)
 {
     const QColor color = symbol.HasGraphColor
-                             ? QColor(symbol.GraphColor.red, symbol.GraphColor.green, symbol.GraphColor.blue)
+                             ? curvecolors::toQColor(symbol.GraphColor)
                              : QColor(Qt::transparent);
     if (button->palette().color(QPalette::Button) == color && !button->styleSheet().isEmpty())
         return;
@@ -331,8 +339,7 @@ void TableWidget::_SlotOnColorBtnClicked()
     if (!accepted || !button || rowOf(n) < 0)
         return;
     const QColor chosen = dialog.selectedColor();
-    n->GraphColor = Rgb{static_cast<std::uint8_t>(chosen.red()), static_cast<std::uint8_t>(chosen.green()),
-                        static_cast<std::uint8_t>(chosen.blue()), 255};
+    n->GraphColor = Rgb{chosen.red(), chosen.green(), chosen.blue(), 255};
     n->HasGraphColor = true;
     paintColorButton(button, *n);
     settingsEdited();
@@ -405,6 +412,7 @@ void TableWidget::_SlotOnReleasedYResUp()
 {
     if (Node* n = selectedSymbol()) {
         n->YResolution = scale::stepUp(n->YResolution, std::uint64_t{n->YResolution} + 1);
+        n->ManualYResolution = true;
         settingsEdited();
     }
 }
@@ -414,6 +422,7 @@ void TableWidget::_SlotOnReleasedYResDown()
     if (Node* n = selectedSymbol()) {
         if (n->YResolution > 0)
             n->YResolution = scale::stepDown(n->YResolution, n->YResolution - 1);
+        n->ManualYResolution = true;
         settingsEdited();
     }
 }

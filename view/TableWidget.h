@@ -59,6 +59,9 @@ public:
     // The symbol shown in `row`, or nullptr (the "+" row, out of range).
     Node* symbolAt(int row) const;
     int symbolRowCount() const { return static_cast<int>(m_rows.size()); }
+    // The height that shows the header and every row, the "+" row included,
+    // above the horizontal scroll bar.
+    int heightForAllRows() const;
     QPushButton* addButton() const { return m_addButton; }
     QPushButton* colorButton(int row) const;
     // The context menu for the current selection, as the pointer opens it.

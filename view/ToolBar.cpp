@@ -209,6 +209,21 @@ void ToolBar::updateDisplayState()
         state = kStateSampling;
     applyDisplayState(state);
     showTargetStart(!m_controller.probeConnected() || m_controller.targetHalted());
+    followProjectTimeResolution();
+}
+
+// The zoom box writes the project's time per division, so the box differs
+// from it only when a project was opened or created: then the box follows.
+void ToolBar::followProjectTimeResolution()
+{
+    if (!m_controller.project().isOpen())
+        return;
+    const std::uint32_t us = m_controller.project().settings().TimeResolutionUs;
+    if (us == 0 || us == m_zoomBox->currentData().toUInt())
+        return;
+    m_zoomBox->setCurrentIndex(scale::nearestTimePerDivisionIndex(us));
+    // An entry between two of the series is saved as the one shown.
+    m_controller.project().setTimeResolution(m_zoomBox->currentData().toUInt());
 }
 
 // ---------------------------------------------------------------------------
@@ -271,10 +286,13 @@ void ToolBar::_OnZoomCurrentIndexChanged(int index)
 {
     if (index < 0)
         return;
+    const std::uint32_t us = m_zoomBox->itemData(index).toUInt();
     if (m_graph) {
-        m_graph->graph()->setTimePerDivision(m_zoomBox->itemData(index).toUInt());
+        m_graph->graph()->setTimePerDivision(us);
         m_graph->refresh();
     }
+    if (m_controller.project().isOpen())
+        m_controller.project().setTimeResolution(us);
     emit _SignalRefreshViews();
 }
 

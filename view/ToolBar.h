@@ -38,6 +38,8 @@ public:
     // target action's icon from the target's run state.
     void updateDisplayState();
     void applyDisplayState(DisplayState state);
+    // Selects the zoom entry nearest to the open project's time per division.
+    void followProjectTimeResolution();
     DisplayState displayState() const { return m_state; }
     bool samplingRunning() const { return m_running; }
 

@@ -1,6 +1,8 @@
 #include "app/Controller.h"
 #include "app/Product.h"
 #include "app/Settings.h"
+#include "files/RawFile.h"
+#include "tests/TempFolder.h"
 #include "FakeSampler.h"
 #include "TestBridge.h"
 
@@ -10,6 +12,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <unistd.h>
 #include <thread>
 
@@ -268,4 +271,82 @@ TEST_F(ControllerFixture, AProjectOpenedByARelativePathIsKnownByItsAbsolutePath)
     ASSERT_TRUE(ctl->waitForQueue(20000));
     EXPECT_EQ(reopened.load(), 0);
     fs::remove_all(folder);
+}
+
+// The open and import dialogs start in the folder last used: opening a
+// project and importing a raw file remember theirs, not only Save As and the
+// exports.
+TEST_F(ControllerFixture, OpeningAProjectAndImportingRawRememberTheirFolders)
+{
+    namespace fs = std::filesystem;
+    const fs::path projects = testtemp::folder() / "remembered" / "projects";
+    const fs::path data = testtemp::folder() / "remembered" / "data";
+    fs::create_directories(projects);
+    fs::create_directories(data);
+    Settings::instance().setProjectFilesDir("/elsewhere/x.plotvik");
+    Settings::instance().setDataFilesDir("/elsewhere/x.praw");
+
+    const std::string project = (projects / "p.plotvik").string();
+    ASSERT_EQ(SaveProject(project, ctl->project(), ctl->symbols()), 0);
+    std::atomic<int> opened{1};
+    ctl->postOpenProjFile(project, &opened, {});
+    drain();
+    ASSERT_EQ(opened.load(), 0);
+    EXPECT_EQ(Settings::instance().projectFilesDir(), projects.string() + "/");
+
+    Node* n = ctl->symbols().createDetachedSymbol();
+    n->Name = n->NameWithParents = "counter";
+    n->Size = 4;
+    n->TypeID = kTypeU32;
+    ctl->symbols().setSelected({n});
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 6; }));
+    ctl->postReadStop();
+    drain();
+    const std::string raw = (data / "r.praw").string();
+    ASSERT_EQ(ExportRaw(raw, ctl->store(), ctl->symbols()), 0);
+    ctl->postImportRaw(raw);
+    drain();
+    EXPECT_EQ(Settings::instance().dataFilesDir(), data.string() + "/");
+}
+
+// A failure the program can explain says why on a second line: the ELF
+// reader's error for an ELF file that cannot be read, the system's or the
+// parser's for a project file.
+TEST_F(ControllerFixture, ErrorsSayWhyOnTheirSecondLine)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = testtemp::folder() / "reasons";
+    fs::create_directories(folder);
+    std::ofstream(folder / "notes.txt") << "not an ELF file\n";
+    std::ofstream(folder / "broken.plotvik") << "<PlotvikProject><FileVersion";
+    const auto lastBox = [&] { return bridge.shown().empty() ? std::string() : bridge.shown().back().text; };
+    const auto secondLine = [](const std::string& text) {
+        const auto at = text.find('\n');
+        return at == std::string::npos ? std::string() : text.substr(at + 1);
+    };
+
+    std::vector<std::string> reasons;
+    for (const fs::path& elf : {folder / "missing.elf", folder / "notes.txt", fs::path("/bin/true")}) {
+        SCOPED_TRACE(elf.string());
+        EXPECT_NE(ctl->symbols().parseElf(elf.string(), false, nullptr), 0);
+        const std::string text = lastBox();
+        EXPECT_EQ(text.substr(0, text.find('\n')), "Could not open ELF file!");
+        EXPECT_NE(secondLine(text).find("ELF reader error"), std::string::npos) << text;
+        reasons.push_back(secondLine(text));
+    }
+    EXPECT_NE(reasons[0], reasons[1]) << "a missing file and a text file fail for different reasons";
+
+    for (const fs::path& project : {folder / "missing.plotvik", folder / "broken.plotvik"}) {
+        SCOPED_TRACE(project.string());
+        const std::size_t before = bridge.shown().size();
+        std::atomic<int> result{0};
+        ctl->postOpenProjFile(project.string(), &result, {});
+        drain();
+        EXPECT_EQ(result.load(), -1);
+        ASSERT_GT(bridge.shown().size(), before);
+        const std::string text = lastBox();
+        EXPECT_NE(text.find("Failed to open project file [" + project.string() + "]\n"), std::string::npos) << text;
+        EXPECT_FALSE(secondLine(text.substr(text.find("Failed to open project file"))).empty()) << text;
+    }
 }

@@ -20,6 +20,7 @@ public:
     void updateData() override { ++dataUpdates; }
     void reset() override { ++resets; }
     void showSymbolSelection() override { ++symbolSelections; }
+    void symbolsChanged() override { ++symbolChanges; }
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
     {
         std::lock_guard l(m);
@@ -41,5 +42,5 @@ public:
     std::vector<MessageBoxRequest> boxes;
     int answer = 0;
     std::string openPath, savePath;
-    std::atomic<int> guiUpdates{0}, dataUpdates{0}, resets{0}, symbolSelections{0};
+    std::atomic<int> guiUpdates{0}, dataUpdates{0}, resets{0}, symbolSelections{0}, symbolChanges{0};
 };

@@ -141,6 +141,7 @@ TEST_F(ProjectFileTest, ReadsEveryPartOfADocument)
     EXPECT_EQ(b.MaxValue, 4294967295.0);
     EXPECT_EQ(b.DrawStyle, 1);
     EXPECT_EQ(b.NameWithParents, "state.count");
+    EXPECT_FALSE(b.ManualYResolution) << "absent in older files: the automatic range applies";
     EXPECT_TRUE(scoped.bridge.boxes.empty());
     EXPECT_GT(scoped.bridge.guiUpdates, 0);
 }
@@ -199,7 +200,7 @@ TEST_F(ProjectFileTest, SavedDocumentHasTheFixedLayout)
         </Windows>
         <SelectedSymbols>
             <Symbol>
-                <Options Name="v" Address="0x00000ABC" Type="int" TypeID="11" Size="2" GraphColorRed="255" GraphColorGreen="0" GraphColorBlue="7" YMinSampled="-1.5" YMaxSampled="1e+10" YAvgSampled="0.25" Offset="0" ShowInGraph="1" YOffset="9" IsAutoConfig="0" YResolution="1" MaxValue="32767" File="/src/a.c" DrawStyle="0" NameWithParents="top.v"/>
+                <Options Name="v" Address="0x00000ABC" Type="int" TypeID="11" Size="2" GraphColorRed="255" GraphColorGreen="0" GraphColorBlue="7" YMinSampled="-1.5" YMaxSampled="1e+10" YAvgSampled="0.25" Offset="0" ShowInGraph="1" YOffset="9" IsAutoConfig="0" YResolution="1" MaxValue="32767" File="/src/a.c" DrawStyle="0" NameWithParents="top.v" ManualYResolution="0"/>
             </Symbol>
         </SelectedSymbols>
     </Project>
@@ -233,6 +234,7 @@ TEST_F(ProjectFileTest, SaveAndLoadGiveTheSameRecords)
     a->YAvgSampled = 1.0;
     a->IsAutoConfig = true;
     a->YResolution = 20;
+    a->ManualYResolution = true;
     a->MaxValue = 3.4e38;
     a->Offset = 4;
     b->ShowInGraph = false;
@@ -272,6 +274,7 @@ TEST_F(ProjectFileTest, SaveAndLoadGiveTheSameRecords)
         EXPECT_EQ(now.ShowInGraph, was.ShowInGraph);
         EXPECT_EQ(now.IsAutoConfig, was.IsAutoConfig);
         EXPECT_EQ(now.YResolution, was.YResolution);
+        EXPECT_EQ(now.ManualYResolution, was.ManualYResolution);
         EXPECT_EQ(now.Offset, was.Offset);
         EXPECT_EQ(now.DrawStyle, was.DrawStyle);
         // The format's own truncations.
@@ -630,3 +633,20 @@ TEST_F(ProjectFileTest, FailedSaveLeavesTheOldFileUntouched)
 }
 
 }  // namespace
+
+// Colour components outside 0..255 are kept as written (the views clamp when
+// drawing), so a save writes back what was read instead of a wrapped colour.
+TEST_F(ProjectFileTest, ColourComponentsAreTakenAsTheyAre)
+{
+    std::string doc = kBaseDocument;
+    const std::string from = R"(GraphColorRed="10" GraphColorGreen="20" GraphColorBlue="30")";
+    const std::size_t at = doc.find(from);
+    ASSERT_NE(at, std::string::npos);
+    doc.replace(at, from.size(), R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")");
+    ASSERT_EQ(loadText(doc), 0);
+    ASSERT_FALSE(symbols.selected().empty());
+    EXPECT_EQ(symbols.selected()[0]->GraphColor, (Rgb{300, -5, 256, 255}));
+    const std::string p = path("colours.plotvik");
+    ASSERT_EQ(SaveProject(p, project, symbols), 0);
+    EXPECT_NE(readAll(p).find(R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")"), std::string::npos);
+}

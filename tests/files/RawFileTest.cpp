@@ -3,6 +3,7 @@
 
 #include "files/ProjectSettings.h"
 #include "files/RawFile.h"
+#include "view/GraphValue.h"
 
 #include <gtest/gtest.h>
 
@@ -134,6 +135,36 @@ TEST_F(RawFileTest, ExportThenImportGivesTheSameRecords)
         EXPECT_EQ(a->Values[i] & 0xFFFF, wasA[i] & 0xFFFF);
         EXPECT_EQ(b->Values[i], wasB[i]);
     }
+}
+
+// A bit-field past the first 8 bytes of its 12-byte structure: the file keeps
+// the record layout (12 bytes for it) and the field's word at its place, so
+// an import shows the same values.
+TEST_F(RawFileTest, BitFieldsPastTheFirstEightBytesRoundTrip)
+{
+    Node* bits = select("mode", 12, kTypeBitField);
+    bits->BitOffset = 65;
+    bits->BitSize = 3;
+    struct Motor {
+        std::uint32_t a, b, flags;
+    };
+    std::string recs;
+    for (std::uint32_t i = 0; i < 20; ++i)
+        recs += record(i * 10, Motor{0xFFFFFFFFu, 0xFFFFFFFFu, (i % 8) << 1});
+    sample(recs);
+    const std::uint32_t exported = store.recordCount();
+    ASSERT_GT(exported, 8u);
+    ASSERT_EQ(ExportRaw(file, store, symbols), 0);
+    const std::string bytes = readAll(file);
+    ASSERT_EQ(bytes.size(), exported * 16u) << "time stamp and the whole structure per record";
+    std::uint32_t flags = 0;
+    std::memcpy(&flags, bytes.data() + 16 * 5 + 4 + 8, 4);
+    EXPECT_EQ(flags, 5u << 1) << "the field's word at its place in the structure";
+
+    ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
+    ASSERT_EQ(store.writeIndex(), exported);
+    for (std::uint32_t i = 0; i < exported; ++i)
+        EXPECT_EQ(graphValue(*bits, *store.valueSlotAt(*bits, i)), double(i % 8)) << i;
 }
 
 TEST_F(RawFileTest, ExportAfterTheRingWrappedStartsAtTheOldestRecord)

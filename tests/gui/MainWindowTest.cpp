@@ -8,6 +8,8 @@
 #include "gui/MenuBar.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "view/TableWidget.h"
+#include "tests/TempFolder.h"
 #include "tests/app/FakeSampler.h"
 
 #include <QAction>
@@ -15,12 +17,15 @@
 #include <QDockWidget>
 #include <QLabel>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTest>
 #include <QTimer>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <map>
 #include <thread>
 
 namespace {
@@ -209,15 +214,88 @@ TEST_F(MainWindowTest, ViewEntriesShowAndHideTheViews)
 {
     QDockWidget* graph = window->graphDock();
     QDockWidget* watch = window->watchDock();
+    QAction* graphEntry = window->menus()->action(MenuBar::kGraphWindow);
+    QAction* watchEntry = window->menus()->action(MenuBar::kWatchWindow);
     EXPECT_TRUE(graph->isVisible());
     EXPECT_TRUE(watch->isVisible());
-    window->menus()->action(MenuBar::kGraphWindow)->trigger();
-    EXPECT_FALSE(graph->isVisible());
-    EXPECT_TRUE(watch->isVisible());
-    window->menus()->action(MenuBar::kGraphWindow)->trigger();
-    EXPECT_TRUE(graph->isVisible());
-    window->menus()->action(MenuBar::kWatchWindow)->trigger();
+    ASSERT_TRUE(graphEntry->isCheckable());
+    ASSERT_TRUE(watchEntry->isCheckable());
+    EXPECT_TRUE(graphEntry->isChecked());
+    EXPECT_TRUE(watchEntry->isChecked());
+    // The entries show their dock; a second click keeps it shown.
+    for (int click = 0; click < 2; ++click) {
+        graphEntry->trigger();
+        EXPECT_TRUE(graph->isVisible());
+        EXPECT_TRUE(graphEntry->isChecked());
+    }
+    // Closing a dock unticks its entry, the entry brings it back.
+    watch->close();
     EXPECT_FALSE(watch->isVisible());
+    EXPECT_FALSE(watchEntry->isChecked());
+    EXPECT_TRUE(graphEntry->isChecked());
+    watchEntry->trigger();
+    EXPECT_TRUE(watch->isVisible());
+    EXPECT_TRUE(watchEntry->isChecked());
+}
+
+// Qt runs neither of two actions that own the same key in one window.
+TEST_F(MainWindowTest, EveryShortcutHasOneOwner)
+{
+    std::map<QString, QStringList> owners;
+    for (QAction* a : window->findChildren<QAction*>())
+        for (const QKeySequence& key : a->shortcuts())
+            owners[key.toString()] << a->text();
+    ASSERT_FALSE(owners.empty());
+    for (const auto& [key, actions] : owners)
+        EXPECT_EQ(actions.size(), 1) << key.toStdString() << ": " << actions.join(", ").toStdString();
+}
+
+TEST_F(MainWindowTest, CtrlSSavesTheProject)
+{
+    const std::string path = (testtemp::folder() / "ctrl-s.plotvik").string();
+    std::filesystem::remove(path);
+    ctl->project().setPath(path);
+    ctl->project().setHasFileName(true);
+    ctl->project().setOpen(true);
+    ctl->project().setModified(true);
+    emit window->_SignalUpdateGUI();
+    window->activateWindow();
+    QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return std::filesystem::exists(path); }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !ctl->project().isModified(); }));
+}
+
+// Whatever the window's size, the table shows all its rows ("+" included,
+// above its scroll bar) and the graph takes the rest and every gain.
+TEST_F(MainWindowTest, GraphTakesTheGrowthAndTheTableKeepsItsRowsVisible)
+{
+    selectSymbols(8);
+    ctl->project().setOpen(true);
+    emit window->_SignalUpdateGUI();
+    TableWidget* table = window->watchTable();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return table->rowCount() == 9; }));
+    struct Seen {
+        int graph, watch;
+    };
+    std::vector<Seen> seen;
+    for (const QSize size : {QSize(1024, 700), QSize(1280, 800), QSize(1920, 1080)}) {
+        SCOPED_TRACE(size.height());
+        window->resize(size);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->size() == size; }));
+        const int last = table->rowCount() - 1;
+        // The docks are fitted once the layout has run.
+        const auto lastRowShown = [&] {
+            return table->rowViewportPosition(last) + table->rowHeight(last) <= table->viewport()->height();
+        };
+        EXPECT_TRUE(QTest::qWaitFor(lastRowShown)) << "the \"+\" row is cut off";
+        EXPECT_EQ(table->verticalScrollBar()->maximum(), 0) << "every row fits";
+        EXPECT_TRUE(QTest::qWaitFor([&] { return table->height() == table->heightForAllRows(); }))
+            << "the table is as high as its rows";
+        seen.push_back({window->graphDock()->height(), window->watchDock()->height()});
+    }
+    EXPECT_EQ(seen[2].watch, seen[1].watch) << "the table does not grow beyond its rows";
+    EXPECT_EQ(seen[2].graph - seen[1].graph, seen[2].watch + seen[2].graph - seen[1].watch - seen[1].graph);
+    EXPECT_GT(seen[2].graph, 600);
 }
 
 TEST_F(MainWindowTest, RecentListsAreCopiedForTheMenus)
@@ -247,7 +325,9 @@ TEST(MenuBarTable, EntriesShortcutsAndTips)
     EXPECT_EQ(menus[3]->text(), "&Help");
     EXPECT_EQ(menus[0]->menu()->actions().size(), 8);
     EXPECT_EQ(bar.action(MenuBar::kSaveProject)->shortcut(), QKeySequence("Ctrl+S"));
-    EXPECT_EQ(bar.action(MenuBar::kSaveProjectAs)->shortcut(), QKeySequence("Ctrl+S"));
+    // Both save entries show Ctrl+S; only the first owns it.
+    EXPECT_TRUE(bar.action(MenuBar::kSaveProjectAs)->shortcut().isEmpty());
+    EXPECT_EQ(bar.action(MenuBar::kSaveProjectAs)->text(), "Save Project &as ...\tCtrl+S");
     EXPECT_EQ(bar.action(MenuBar::kExit)->shortcut(), QKeySequence("Alt+X"));
     EXPECT_EQ(bar.action(MenuBar::kUserGuide)->shortcut(), QKeySequence(Qt::Key_F1));
     EXPECT_EQ(bar.action(MenuBar::kAbout)->shortcut(), QKeySequence(Qt::Key_F12));

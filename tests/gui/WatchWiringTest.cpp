@@ -133,7 +133,7 @@ TEST_F(WatchWiringTest, TheWatchDockHoldsTheTable)
     EXPECT_EQ(window->watchDock()->widget(), table);
     EXPECT_EQ(table->symbolRowCount(), 0);
     EXPECT_EQ(table->rowCount(), 1) << "the add row";
-    window->menus()->action(MenuBar::kWatchWindow)->trigger();
+    window->watchDock()->close();
     EXPECT_FALSE(table->isVisible());
     window->menus()->action(MenuBar::kWatchWindow)->trigger();
     EXPECT_TRUE(table->isVisible());

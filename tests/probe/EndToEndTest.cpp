@@ -146,9 +146,34 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     // Fast mode: the simulated core waits while the drained channel is half full.
     s.ScriptFile = script("qtx.TarvoScript");
     openProject(s);
+    // The symbols a QTX project file lists: those at the channel's places
+    // with the channel's names keep their colours and scales.
+    struct Saved {
+        const char* name;
+        Rgb colour;
+        std::uint32_t resolution;
+    };
+    const Saved saved[] = {{"4 Byte float QTX Data", {1, 2, 3, 255}, 20},
+                           {"4 Byte float QTX Data", {4, 5, 6, 255}, 50},
+                           {"renamed", {7, 8, 9, 255}, 100},
+                           {"1 Byte unsigned QTX Data", {10, 11, 12, 255}, 200}};
+    std::vector<Node*> before;
+    for (const Saved& v : saved) {
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = v.name;
+        n->GraphColor = v.colour;
+        n->HasGraphColor = true;
+        n->YResolution = v.resolution;
+        n->ManualYResolution = true;
+        before.push_back(n);
+    }
+    ctl->symbols().setSelected(before);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); }));
+    // The firmware runs while it sends: the start asked the probe, so the tool
+    // bar offers to halt it and the stop leaves it halted, as after BSQ.
+    EXPECT_FALSE(ctl->targetHalted());
     ctl->postReadStop();
     ASSERT_TRUE(ctl->waitForQueue(10000));
 
@@ -158,6 +183,14 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     EXPECT_EQ(sel[2]->Name, "2 Byte signed QTX Data");
     EXPECT_EQ(sel[3]->Name, "1 Byte unsigned QTX Data");
     EXPECT_EQ(ctl->store().recordSize(), 15u);
+    for (std::size_t i : {0u, 1u, 3u}) {
+        EXPECT_EQ(sel[i]->GraphColor, saved[i].colour) << i;
+        EXPECT_TRUE(sel[i]->HasGraphColor) << i;
+        EXPECT_EQ(sel[i]->YResolution, saved[i].resolution) << i;
+        EXPECT_TRUE(sel[i]->ManualYResolution) << i;
+    }
+    EXPECT_FALSE(sel[2]->HasGraphColor) << "another name at that place: the views colour it afresh";
+    EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
     EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
 
     const SampleStore& st = ctl->store();
@@ -191,4 +224,56 @@ TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
     EXPECT_FALSE(ctl->probeConnected());
     EXPECT_TRUE(ctl->displayPaused());
     EXPECT_GT(ctl->store().recordCount(), 0u) << "what was read before the failure stays";
+}
+
+// A channel without symbols or time stamp ("Plotvik_b2"): sampling starts and
+// keeps running without an error, and stores nothing.
+TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
+{
+    if (!fs::exists(kBin / "qtx_no_symbols.elf"))
+        GTEST_SKIP() << "test firmware not built";
+    ProjectSettings s;
+    s.IsQTXSession = true;
+    const fs::path p = dir / "empty.TarvoScript";
+    std::ofstream(p) << "Firmware = " << (kBin / "qtx_no_symbols.elf").string() << "\nFast = 0\n";
+    s.ScriptFile = p.string();
+    openProject(s);
+    ASSERT_EQ(ctl->postStartReading(), 0);
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    ASSERT_TRUE(ctl->samplingRunning()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
+    EXPECT_TRUE(ctl->symbols().selected().empty());
+    EXPECT_EQ(ctl->store().recordSize(), 0u);
+    // Many read jobs later it still runs.
+    const int before = bridge.dataUpdates.load();
+    ASSERT_TRUE(waitUntil([&] { return bridge.dataUpdates.load() >= before + 20 || !ctl->samplingRunning(); }));
+    EXPECT_TRUE(ctl->samplingRunning());
+    EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
+    EXPECT_EQ(ctl->store().recordCount(), 0u);
+}
+
+// The probe library keeps the reason of a failed call; the program asks it
+// and shows it below its own message.
+TEST_F(EndToEnd, AFailedProbeCallSaysWhyTheProbeFailed)
+{
+    ProjectSettings s;
+    s.SamplingPeriod = 1000;
+    s.ScriptFile = script("reason.TarvoScript");
+    openProject(s);
+    s = ctl->project().settings();
+    s.SerialNo = 42;  // the simulated probe has another serial number
+    ctl->project().apply(s);
+    Node* n = ctl->symbols().createDetachedSymbol();
+    n->Name = n->NameWithParents = "v";
+    n->Size = 4;
+    n->TypeID = kTypeU32;
+    n->Address = 0x20000000;
+    ctl->symbols().setSelected({n});
+    ctl->postStartReading();
+    ASSERT_TRUE(ctl->waitForQueue(20000));
+    EXPECT_FALSE(ctl->samplingRunning());
+    const auto boxes = bridge.shown();
+    ASSERT_FALSE(boxes.empty());
+    const std::string& text = boxes.front().text;
+    EXPECT_EQ(text.substr(0, text.find('\n')), "Failed to select Tarvo via USB ('42').");
+    EXPECT_NE(text.find("\nNo probe with serial number 42"), std::string::npos) << text;
 }

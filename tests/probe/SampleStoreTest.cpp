@@ -2,6 +2,7 @@
 #include "probe/SampleStore.h"
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
+#include "view/GraphValue.h"
 
 #include <gtest/gtest.h>
 
@@ -157,6 +158,128 @@ TEST_F(StoreFixture, FallingTriggerAndTypesThatNeverFire)
     store2.storeRecords(recs, sizeof recs);
     EXPECT_FALSE(project2.settings().TriggerFired) << "a bool never fires";
     EXPECT_EQ(store2.writeIndex(), 1u);
+}
+
+// 64-bit values are not compared: whatever they do, recording never starts.
+TEST_F(StoreFixture, TriggerOnA64BitSymbolNeverFires)
+{
+    for (const std::int32_t typeId : {kTypeU64, kTypeS64}) {
+        SCOPED_TRACE(typeId);
+        SymbolDatabase own;
+        SampleStore s64{own};
+        Project p;
+        Node* n = own.createDetachedSymbol();
+        n->Size = 8;
+        n->TypeID = typeId;
+        own.setSelected({n});
+        s64.setProject(&p);
+        s64.layOut(true);
+        ASSERT_TRUE(s64.prepareFreshStart());
+        s64.setOpen(true);
+        ProjectSettings s;
+        s.TriggerSymbol = n;
+        s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
+        s.TriggerLevel = 5;
+        p.apply(s);
+        // 0, 10, 0, 10: both edges cross the level each record.
+        std::vector<std::uint8_t> recs;
+        for (std::uint32_t r = 0; r < 4; ++r) {
+            const std::uint32_t ts = r * 1000;
+            const std::uint64_t v = (r % 2) * 10;
+            recs.insert(recs.end(), reinterpret_cast<const std::uint8_t*>(&ts), reinterpret_cast<const std::uint8_t*>(&ts) + 4);
+            recs.insert(recs.end(), reinterpret_cast<const std::uint8_t*>(&v), reinterpret_cast<const std::uint8_t*>(&v) + 8);
+        }
+        s64.storeRecords(recs.data(), recs.size());
+        EXPECT_FALSE(p.settings().TriggerFired);
+        EXPECT_EQ(s64.writeIndex(), 1u);
+        EXPECT_EQ(s64.recordCount(), 0u);
+    }
+}
+
+// In the record that fires, a symbol listed before the trigger symbol was
+// judged while the trigger still waited: its value is shifted into the
+// previous slot, not stored as the record's; one listed after is stored.
+TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
+{
+    Node* before = addSymbol(2, kTypeS16, "before");
+    Node* trigger = addSymbol(2, kTypeS16, "trigger");
+    Node* after = addSymbol(2, kTypeS16, "after");
+    start();
+    setTrigger(trigger, 10, true, false);
+    const auto rec = [](std::uint32_t ts, std::int16_t a, std::int16_t b, std::int16_t c) {
+        std::vector<std::uint8_t> r(10);
+        std::memcpy(r.data(), &ts, 4);
+        std::memcpy(r.data() + 4, &a, 2);
+        std::memcpy(r.data() + 6, &b, 2);
+        std::memcpy(r.data() + 8, &c, 2);
+        return r;
+    };
+    std::vector<std::uint8_t> bytes = rec(1000, 100, 0, 200);
+    for (const auto& r : {rec(2000, 101, 5, 201), rec(3000, 102, 10, 202), rec(4000, 103, 11, 203)})
+        bytes.insert(bytes.end(), r.begin(), r.end());
+    store.storeRecords(bytes.data(), bytes.size());
+    ASSERT_TRUE(project.settings().TriggerFired);
+    EXPECT_EQ(store.triggerTimeStamp(), 3000u);
+    // Slot 0 holds the record before the edge, slot 1 the firing record.
+    EXPECT_EQ(valueAt(*trigger, 0), 5.0);
+    EXPECT_EQ(valueAt(*trigger, 1), 10.0);
+    EXPECT_EQ(valueAt(*after, 0), 201.0);
+    EXPECT_EQ(valueAt(*after, 1), 202.0);
+    EXPECT_EQ(valueAt(*before, 0), 102.0) << "shifted: the firing record's value moved into the previous slot";
+    EXPECT_EQ(valueAt(*before, 1), 102.0);
+    EXPECT_EQ(store.timeStampAt(0), 3000u) << "the time stamp is shifted with it";
+    EXPECT_EQ(valueAt(*before, 2), 103.0) << "the next record is stored";
+    // The statistics saw only what was kept.
+    EXPECT_EQ(before->YMinSampled, 103.0);
+    EXPECT_EQ(after->YMinSampled, 202.0);
+    EXPECT_EQ(trigger->YMinSampled, 10.0);
+}
+
+// A bit-field's part of the record is its whole structure; wherever the field
+// sits in it, the stored sample shows the field's true value.
+TEST_F(StoreFixture, BitFieldsAnywhereInTheirStructureKeepTheirValue)
+{
+    struct Case {
+        const char* what;
+        std::uint32_t structSize, bitOffset, bitSize;
+    };
+    const Case cases[] = {
+        {"first word", 12, 3, 3},
+        {"third word, past the first 64 bits", 12, 65, 3},
+        {"last bit of the structure", 12, 95, 1},
+        {"crossing from the first word into the second", 8, 30, 4},
+        {"crossing into the third word", 12, 62, 5},
+        {"a whole word", 12, 32, 32},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        SymbolDatabase own;
+        SampleStore st{own};
+        Node* n = own.createDetachedSymbol();
+        n->TypeID = kTypeBitField;
+        n->Size = c.structSize;
+        n->BitOffset = c.bitOffset;
+        n->BitSize = c.bitSize;
+        own.setSelected({n});
+        st.layOut(true);
+        ASSERT_TRUE(st.prepareFreshStart());
+        st.setOpen(true);
+        // Every other bit set, and the field holding its largest value but one.
+        const std::uint64_t fieldMask = c.bitSize >= 64 ? ~0ull : (1ull << c.bitSize) - 1;
+        const std::uint64_t value = fieldMask - 1;
+        std::vector<std::uint8_t> bytes(4 + c.structSize, 0xFF);
+        for (std::uint32_t b = 0; b < c.bitSize; ++b) {
+            const std::uint32_t bit = c.bitOffset + b;
+            std::uint8_t& byte = bytes[4 + bit / 8];
+            byte = static_cast<std::uint8_t>((byte & ~(1u << (bit % 8))) | (((value >> b) & 1u) << (bit % 8)));
+        }
+        std::vector<std::uint8_t> two = bytes;
+        two.insert(two.end(), bytes.begin(), bytes.end());
+        st.storeRecords(two.data(), two.size());
+        ASSERT_NE(st.valueSlotAt(*n, 0), nullptr);
+        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 0)), static_cast<double>(value));
+        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 1)), static_cast<double>(value));
+    }
 }
 
 TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)

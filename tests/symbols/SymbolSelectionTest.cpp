@@ -11,6 +11,7 @@
 #include "symbols/SymbolTreeModel.h"
 #include "symbols/SymbolTreeView.h"
 #include "tests/app/FakeSampler.h"
+#include "tests/app/TestBridge.h"
 
 #include <QApplication>
 #include <QHeaderView>
@@ -489,6 +490,49 @@ TEST_F(SymbolSelectionTest, RowsOpenByArrowDoubleClickAndKeys)
     EXPECT_TRUE(expanded(t.link));
     QTest::keyClick(view(), Qt::Key_Minus);
     EXPECT_FALSE(expanded(t.link));
+}
+
+// OK with a changed selection marks the project modified (the title gets its
+// " *" and closing asks), and a trigger on a symbol no longer selected goes.
+TEST(SymbolSelectionRequest, OkWithAChangedSelectionMarksTheProjectModified)
+{
+    JobEngine engine;
+    TestBridge bridge;
+    auto ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
+    ctl->setBridge(&bridge);
+    // A project whose selected symbol is not in the (empty) tree: OK drops it.
+    Node* old = ctl->symbols().createDetachedSymbol();
+    old->Name = old->NameWithParents = "gone";
+    ctl->symbols().setSelected({old});
+    ProjectSettings s = ctl->project().settings();
+    s.TriggerSymbol = old;
+    s.TriggerOn = s.TriggerRise = true;
+    ctl->project().apply(s);
+    ctl->project().setPath("/tmp/selection.plotvik");
+    ctl->project().setOpen(true);
+    ctl->project().setModified(false);
+
+    bool seen = false, committed = false;
+    QTimer probe;
+    probe.setInterval(10);
+    QObject::connect(&probe, &QTimer::timeout, [&] {
+        // The request's own dialog: the one running modal.
+        if (auto* dialog = qobject_cast<SymbolSelection*>(QApplication::activeModalWidget())) {
+            probe.stop();
+            seen = true;
+            QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+        }
+    });
+    probe.start();
+    SymbolSelection::request(*ctl, &bridge, nullptr, [&] { committed = true; });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return seen && committed; }));
+    EXPECT_TRUE(ctl->project().isModified());
+    EXPECT_TRUE(ctl->symbols().selected().empty());
+    EXPECT_EQ(ctl->project().settings().TriggerSymbol, nullptr);
+    EXPECT_NE(bridge.title.find(" *]"), std::string::npos) << bridge.title;
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    engine.stopAndWait([] {});
+    ctl->setBridge(nullptr);
 }
 
 // ---------------------------------------------------------------------------

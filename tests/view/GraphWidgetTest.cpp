@@ -213,6 +213,51 @@ TEST_F(GraphTest, AutomaticRangeStepsTheResolutionUp)
     EXPECT_EQ(hidden->YResolution, 1u);
 }
 
+// A curve that runs off the top is cut at the grid's top edge: the margin
+// above it stays clear (the zero markers of the symbols above live there).
+TEST_F(GraphTest, CurvesStopAtTheTopOfTheGrid)
+{
+    w->resize(1050, 650);  // 6 divisions, a 25-pixel margin above and below
+    const GraphGeometry g = GraphGeometry::of(1050, 650);
+    ASSERT_EQ(g.gridTop(), 25);
+    for (const std::int32_t style : {0, 1}) {
+        SCOPED_TRACE(style);
+        StoreFixture own;
+        GraphWidget graph(own.store, own.symbols);
+        graph.resize(1050, 650);
+        Node* n = selectColoured(own, "tall", 4, kTypeS32, kRed);
+        n->YResolution = 100;
+        n->ManualYResolution = true;
+        n->DrawStyle = style;
+        fill(own, 2000, [](std::uint32_t i) { return i * 500; },
+             [](std::size_t, std::uint32_t i) -> std::uint64_t { return (i / 10) % 2 ? 1000 : 0; });
+        const QImage picture = frame(graph);
+        int above = 0, inside = 0;
+        for (const QPoint& p : pixelsOf(picture, qcolour(kRed))) {
+            if (p.x() < 40)
+                continue;  // the zero marker's column
+            (p.y() < g.gridTop() ? above : inside) += 1;
+        }
+        EXPECT_GT(inside, 0);
+        EXPECT_EQ(above, 0);
+    }
+}
+
+// A resolution the user chose stays, however far the curve runs off the grid.
+TEST_F(GraphTest, AutomaticRangeLeavesAChosenResolution)
+{
+    Node* chosen = selectColoured(f, "chosen", 4, kTypeS32, kRed);
+    Node* automatic = selectColoured(f, "automatic", 4, kTypeS32, kGreen);
+    chosen->YResolution = automatic->YResolution = 2;
+    chosen->ManualYResolution = true;
+    record(100, 1000, [](std::size_t, std::uint32_t) -> std::uint64_t { return 1000; });
+    for (int paint = 0; paint < 2; ++paint) {
+        frame(*w);
+        EXPECT_EQ(chosen->YResolution, 2u);
+        EXPECT_EQ(automatic->YResolution, 500u);
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Cursor, label and readout
 

@@ -19,6 +19,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
+
 namespace {
 
 struct ToolBarTest : ::testing::Test {
@@ -273,4 +276,62 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
     bar->resetAction()->trigger();
     EXPECT_EQ(bar->targetAction()->toolTip(), "Start Target");
     EXPECT_FALSE(ctl->targetHalted());
+}
+
+// The project keeps the graph's time per division: an opened project selects
+// the entry nearest to its value, zooming writes the current one (for the
+// next save) without marking the project modified.
+TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
+{
+    struct Case {
+        std::uint32_t saved;
+        QString shown;
+        std::uint32_t kept;
+    };
+    const Case cases[] = {
+        {100000, "100 ms/Div", 100000},
+        {150000, "200 ms/Div", 200000},  // nearer by ratio to 200 ms than to 100 ms
+        {1, "1 us/Div", 1},
+        {4000000000u, "500 s/Div", 500000000},
+    };
+    ctl->project().setOpen(true);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.saved);
+        ProjectSettings s = ctl->project().settings();
+        s.TimeResolutionUs = c.saved;
+        ctl->project().apply(s);  // as an opened project file gives it
+        ctl->project().setModified(false);
+        bar->updateDisplayState();
+        EXPECT_EQ(bar->zoomBox()->currentText(), c.shown);
+        EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
+        EXPECT_EQ(ctl->project().settings().TimeResolutionUs, c.kept);
+        EXPECT_FALSE(ctl->project().isModified());
+    }
+    bar->zoomBox()->setCurrentIndex(9);
+    EXPECT_EQ(ctl->project().settings().TimeResolutionUs, 1000u);
+    bar->zoomOutAction()->trigger();
+    EXPECT_EQ(ctl->project().settings().TimeResolutionUs, 2000u);
+    EXPECT_FALSE(ctl->project().isModified()) << "zooming alone changes no setting the user saves on purpose";
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->zoomBox()->currentText(), "2 ms/Div");
+}
+
+// The QTX demo lists its channel's symbols and names no ELF file, whose parse
+// would drop them: opened, it is ready to start, with the file's colours.
+TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
+{
+    const std::filesystem::path demo = std::filesystem::path(PLOTVIK_BIN_DIR) / "examples" / "demo" / "demo_qtx.plotvik";
+    if (!std::filesystem::exists(demo))
+        GTEST_SKIP() << "demo projects not built";
+    std::atomic<int> result{1};
+    ctl->postOpenProjFile(demo.string(), &result, {});
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(settle());  // a parse the open may have posted
+    ASSERT_EQ(result.load(), 0);
+    EXPECT_TRUE(ctl->project().settings().IsQTXSession);
+    ASSERT_EQ(ctl->symbols().selected().size(), 4u);
+    EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{60, 180, 75, 255}));
+    bar->updateDisplayState();
+    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
+    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
 }

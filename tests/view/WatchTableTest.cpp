@@ -184,8 +184,14 @@ TEST_F(WatchTableTest, YResolutionStepsAlongTheSeries)
     show();
     selectRow(0);
     n->YResolution = 5;
+    EXPECT_FALSE(n->ManualYResolution);
     table->_SlotOnReleasedYResUp();
     EXPECT_EQ(n->YResolution, 10u);
+    EXPECT_TRUE(n->ManualYResolution) << "the graph's automatic range must not undo the user's choice";
+    n->ManualYResolution = false;
+    table->_SlotOnReleasedYResDown();
+    EXPECT_TRUE(n->ManualYResolution);
+    table->_SlotOnReleasedYResUp();
     EXPECT_EQ(cell(0, TableWidget::kColYResolution), "10/div");
     table->_SlotOnReleasedYResDown();
     EXPECT_EQ(n->YResolution, 5u);
@@ -616,6 +622,23 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
     QTest::mouseClick(button, Qt::LeftButton);
     EXPECT_EQ(n->GraphColor, (Rgb{10, 20, 200, 255})) << "cancel keeps the colour";
     EXPECT_EQ(views.count(), 1);
+}
+
+TEST(CurveColors, ComponentsAreClampedWhereTheyAreDrawn)
+{
+    struct Case {
+        Rgb rgb;
+        QColor drawn;
+    };
+    const Case cases[] = {
+        {{10, 20, 30, 255}, QColor(10, 20, 30)},
+        {{300, -5, 256, 255}, QColor(255, 0, 255)},
+        {{INT32_MIN, INT32_MAX, 0, 255}, QColor(0, 255, 0)},
+    };
+    for (const Case& c : cases) {
+        EXPECT_TRUE(curvecolors::toQColor(c.rgb).isValid());
+        EXPECT_EQ(curvecolors::toQColor(c.rgb), c.drawn) << c.rgb.red << " " << c.rgb.green << " " << c.rgb.blue;
+    }
 }
 
 TEST(CurveColors, NewSymbolsTakeTheNextFreePaletteColour)

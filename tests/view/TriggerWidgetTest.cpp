@@ -1,0 +1,262 @@
+// The trigger controls, offscreen: their order and texts, the edge actions,
+// the symbol box and threshold writing the project's trigger (marked modified
+// and saved), the rebuild from the project, and their place in the main window.
+#include "app/Controller.h"
+#include "gui/MainWindow.h"
+#include "tests/TempFolder.h"
+#include "tests/app/FakeSampler.h"
+#include "tests/app/TestBridge.h"
+#include "view/ToolBar.h"
+#include "view/TriggerWidget.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QDoubleValidator>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct TriggerWidgetTest : ::testing::Test {
+    JobEngine engine;
+    TestBridge bridge;
+    std::unique_ptr<Controller> ctl;
+    std::unique_ptr<TriggerWidget> widget;
+
+    void SetUp() override
+    {
+        ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
+        ctl->setBridge(&bridge);
+        widget = std::make_unique<TriggerWidget>(*ctl);
+    }
+    void TearDown() override
+    {
+        ctl->postReadStop();
+        ctl->waitForQueue(5000);
+        engine.stopAndWait([] {});
+        ctl->setBridge(nullptr);
+        widget.reset();
+    }
+    // An open project with three symbols; the controls take them.
+    void openWithSymbols()
+    {
+        std::vector<Node*> nodes;
+        for (const char* name : {"g_motor.speed", "g_square", "counter"}) {
+            Node* n = ctl->symbols().createDetachedSymbol();
+            n->NameWithParents = name;
+            n->Name = std::string(name).substr(std::string(name).rfind('.') + 1);
+            n->Size = 4;
+            n->TypeID = kTypeU32;
+            nodes.push_back(n);
+        }
+        ctl->symbols().setSelected(nodes);
+        ctl->project().setPath("/projects/trigger.plotvik");
+        ctl->project().setOpen(true);
+        ctl->project().setModified(false);
+        widget->rebuild();
+        widget->updateEnabling();
+    }
+    Node* selected(std::size_t i) { return ctl->symbols().selected()[i]; }
+    ProjectSettings settings() { return ctl->project().settings(); }
+    bool controlsEnabled()
+    {
+        const bool on = widget->risingAction()->isEnabled();
+        EXPECT_EQ(widget->fallingAction()->isEnabled(), on);
+        EXPECT_EQ(widget->bothAction()->isEnabled(), on);
+        EXPECT_EQ(widget->symbolBox()->isEnabled(), on);
+        EXPECT_EQ(widget->thresholdEdit()->isEnabled(), on);
+        return on;
+    }
+};
+
+}  // namespace
+
+TEST_F(TriggerWidgetTest, ControlsInOrderAndDisabledAtFirst)
+{
+    std::vector<QString> seen;
+    for (QAction* a : widget->actions()) {
+        QWidget* w = widget->widgetForAction(a);
+        if (auto* label = qobject_cast<QLabel*>(w))
+            seen.push_back("label:" + label->text());
+        else if (w == widget->symbolBox())
+            seen.push_back("symbols");
+        else if (w == widget->thresholdEdit())
+            seen.push_back("threshold");
+        else
+            seen.push_back(QString(a->isCheckable() ? "checkable:" : "action:") + a->text());
+    }
+    const std::vector<QString> expected = {"label:Trigger control: ", "checkable:Trigger Rising Edge",
+                                           "checkable:Trigger Falling Edge", "checkable:Trigger Both Edges",
+                                           "label:Symbol: ", "symbols", "label:Threshold: ", "threshold"};
+    EXPECT_EQ(seen, expected);
+    EXPECT_NE(qobject_cast<const QDoubleValidator*>(widget->thresholdEdit()->validator()), nullptr);
+    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
+        EXPECT_FALSE(a->icon().isNull());
+    EXPECT_FALSE(controlsEnabled());
+    // No project: the controls stay off.
+    widget->updateEnabling();
+    EXPECT_FALSE(controlsEnabled());
+    openWithSymbols();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_EQ(widget->symbolBox()->count(), 3);
+    EXPECT_EQ(widget->symbolBox()->itemText(0), "g_motor.speed");  // by name with parents
+}
+
+TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
+{
+    openWithSymbols();
+    widget->symbolBox()->setCurrentIndex(1);  // trigger off: the box alone changes nothing
+    EXPECT_EQ(settings().TriggerSymbol, nullptr);
+    EXPECT_FALSE(ctl->project().isModified());
+
+    struct Step {
+        QAction* action;
+        bool on, rise, fall;
+        bool risingChecked, fallingChecked, bothChecked;
+    };
+    const Step steps[] = {
+        {widget->risingAction(), true, true, false, true, false, false},
+        {widget->fallingAction(), true, false, true, false, true, false},
+        {widget->bothAction(), true, true, true, false, false, true},
+        {widget->bothAction(), false, true, true, false, false, false},  // unchecked: off, edges kept
+        {widget->risingAction(), true, true, false, true, false, false},
+    };
+    for (const Step& s : steps) {
+        ctl->project().setModified(false);
+        s.action->trigger();
+        const ProjectSettings now = settings();
+        SCOPED_TRACE(s.action->text().toStdString());
+        EXPECT_EQ(now.TriggerOn, s.on);
+        EXPECT_EQ(now.TriggerRise, s.rise);
+        EXPECT_EQ(now.TriggerFall, s.fall);
+        EXPECT_EQ(widget->risingAction()->isChecked(), s.risingChecked);
+        EXPECT_EQ(widget->fallingAction()->isChecked(), s.fallingChecked);
+        EXPECT_EQ(widget->bothAction()->isChecked(), s.bothChecked);
+        // Armed on the symbol the box shows.
+        EXPECT_EQ(now.TriggerSymbol, selected(1));
+        EXPECT_TRUE(ctl->project().isModified());
+    }
+    EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
+}
+
+TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
+{
+    openWithSymbols();
+    widget->risingAction()->trigger();
+    widget->symbolBox()->setCurrentIndex(2);
+    EXPECT_EQ(settings().TriggerSymbol, selected(2));
+
+    QLineEdit* edit = widget->thresholdEdit();
+    edit->clear();
+    QTest::keyClicks(edit, "-2.5");
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, -2.5);
+    // Only numbers get in.
+    edit->clear();
+    QTest::keyClicks(edit, "x7y");
+    EXPECT_EQ(edit->text(), "7");
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, 7.0);
+
+    // A fired trigger waits again once the user changes it.
+    ProjectSettings fired = settings();
+    fired.TriggerFired = true;
+    ctl->project().apply(fired);
+    widget->symbolBox()->setCurrentIndex(0);
+    EXPECT_EQ(settings().TriggerSymbol, selected(0));
+    EXPECT_FALSE(settings().TriggerFired);
+}
+
+TEST_F(TriggerWidgetTest, TheTriggerIsSavedWithTheProject)
+{
+    openWithSymbols();
+    widget->symbolBox()->setCurrentIndex(1);
+    widget->fallingAction()->trigger();
+    widget->thresholdEdit()->setText("3");
+    const std::string path = (testtemp::folder() / "trigger.plotvik").string();
+    ASSERT_EQ(SaveProject(path, ctl->project(), ctl->symbols()), 0);
+    QFile file(QString::fromStdString(path));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString xml = QString::fromUtf8(file.readAll());
+    EXPECT_TRUE(xml.contains(R"(<Trigger>)")) << xml.toStdString();
+    EXPECT_TRUE(xml.contains(R"(Level="3" Symbol="g_square" On="1" Auto="0" Rise="0" Fall="1")")) << xml.toStdString();
+}
+
+TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
+{
+    openWithSymbols();
+    // A trigger read from a project file: the controls show it.
+    ProjectSettings s = settings();
+    s.TriggerSymbol = selected(2);
+    s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
+    s.TriggerLevel = 12.5;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_EQ(widget->symbolBox()->currentIndex(), 2);
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    EXPECT_FALSE(widget->risingAction()->isChecked());
+    EXPECT_EQ(widget->thresholdEdit()->text(), "12.5");
+    EXPECT_FALSE(ctl->project().isModified());  // showing it changes nothing
+
+    // A new selection refills the box.
+    std::vector<Node*> fewer = {selected(2)};
+    ctl->symbols().setSelected(fewer);
+    widget->rebuild();
+    ASSERT_EQ(widget->symbolBox()->count(), 1);
+    EXPECT_EQ(widget->symbolBox()->currentText(), "counter");
+
+    // While sampling runs the controls are off and nothing is rebuilt.
+    ctl->postStartReading();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    ASSERT_TRUE(ctl->samplingRunning());
+    widget->updateEnabling();
+    EXPECT_FALSE(controlsEnabled());
+    s = settings();
+    s.TriggerOn = false;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    ctl->postReadStop();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    widget->rebuild();
+    widget->updateEnabling();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_FALSE(widget->bothAction()->isChecked());
+}
+
+TEST(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
+{
+    JobEngine engine;
+    Controller ctl(engine, std::make_unique<FakeSampler>());
+    {
+        MainWindow window(ctl, {"plotvik"});
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window.windowTitle().startsWith("Norvex Plotvik"); }));
+        TriggerWidget* trigger = window.triggerWidget();
+        ASSERT_NE(trigger, nullptr);
+        EXPECT_TRUE(trigger->isVisible());
+        EXPECT_EQ(window.toolBarArea(trigger), Qt::TopToolBarArea);
+        EXPECT_EQ(window.toolBarArea(window.toolBar()), Qt::TopToolBarArea);
+        EXPECT_FALSE(trigger->risingAction()->isEnabled());
+
+        Node* n = ctl.symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = "g_square";
+        n->Size = 4;
+        n->TypeID = kTypeS32;
+        ctl.symbols().setSelected({n});
+        ctl.project().setPath((testtemp::folder() / "window.plotvik").string());
+        ctl.project().setOpen(true);
+        window.updateGui();
+        ctl.updateTitle();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
+        EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
+        trigger->risingAction()->trigger();
+        EXPECT_EQ(ctl.project().settings().TriggerSymbol, n);
+        EXPECT_TRUE(ctl.project().isModified());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return window.windowTitle().endsWith(" *]"); }));
+        ctl.project().setModified(false);  // no question at exit
+        window.QMainWindow::close();
+    }
+}
