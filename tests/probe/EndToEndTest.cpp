@@ -3,6 +3,7 @@
 #include "app/Controller.h"
 #include "probe/ProbeSampler.h"
 #include "probe/SampleValue.h"
+#include "probe/TarvoLibrary.h"
 #include "tests/app/TestBridge.h"
 
 #include <QStandardPaths>
@@ -232,6 +233,10 @@ TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
 {
     if (!fs::exists(kBin / "qtx_no_symbols.elf"))
         GTEST_SKIP() << "test firmware not built";
+    // A QTX session's stop leaves the probe open, with the firmware of an
+    // earlier test still connected: start from a closed probe.
+    if (tarvo::loaded())
+        tarvo::Close();
     ProjectSettings s;
     s.IsQTXSession = true;
     const fs::path p = dir / "empty.TarvoScript";
