@@ -17,7 +17,7 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
     Script s;
     const auto err = parseScript("# demo\n  Firmware = fw/demo.elf \n// comment\nFast = 1\nClockHz = 0x3D09000\n"
                                  "SerialNumber = 42\nDevice = \"AM3210F4\"\nDeviceDialog = cancel\n"
-                                 "FailReadAfter = 5\nSliceInstructions = 500\nDropWhenFull = 1\n",
+                                 "FailReadAfter = 5\nSliceInstructions = 500\nDropWhenFull = 1\nGdbServerPort = 3334\n",
                                  "/base/dir", s);
     ASSERT_EQ(err, "");
     EXPECT_EQ(s.firmware.value_or(""), "/base/dir/fw/demo.elf");
@@ -29,6 +29,7 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
     EXPECT_EQ(s.failReadAfter.value_or(0), 5u);
     EXPECT_EQ(s.sliceInstructions.value_or(0), 500u);
     EXPECT_EQ(s.dropWhenFull.value_or(false), true);
+    EXPECT_EQ(s.gdbServerPort.value_or(0), 3334);
 }
 
 TEST(SimScript, AbsoluteFirmwarePathStays)
@@ -52,6 +53,8 @@ TEST(SimScript, ErrorsNameTheLine)
         {"Device =\n", "Device"},
         {"FailReadAfter = x\n", "FailReadAfter"},
         {"DropWhenFull = 2\n", "DropWhenFull"},
+        {"GdbServerPort = 0\n", "GdbServerPort"},
+        {"GdbServerPort = 70000\n", "GdbServerPort"},
     };
     for (const auto& c : cases) {
         Script s;
