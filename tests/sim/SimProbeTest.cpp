@@ -182,7 +182,10 @@ TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
     // Fast mode: the core waits while the channel is half full, so a reader
     // that pauses loses nothing, as the pauses below show.
     ASSERT_EQ(connectWith("Fast = 1\n"), 0);
+    // From a reset, so that the firmware writes nothing before the session starts.
+    ASSERT_EQ(TARVOARM_Reset(), 0);
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
+    TARVOARM_Go();
     int count = TARVO_QTX_ERR_NOT_FOUND;
     for (int i = 0; i < 2000 && count == TARVO_QTX_ERR_NOT_FOUND; ++i) {
         uint32_t dir = TARVO_QTX_DIR_UP;

@@ -99,7 +99,13 @@ TEST_F(RecordTrigger, TheCsvStartsAtTheEdge)
         const auto column = std::find(header.begin(), header.end(), "g_sawtooth") - header.begin();
         ASSERT_LT(static_cast<std::size_t>(column), header.size());
         const std::pair<std::string, std::string> seen{table[1][column], table[2][column]};
-        EXPECT_NE(std::find(c.edges.begin(), c.edges.end(), seen), c.edges.end()) << seen.first << " " << seen.second;
+        // Sampling may begin before the firmware's start-up ran: memory still
+        // reads 0 there, and the firmware's first value (-100) is a true
+        // falling edge through a level just below 0.
+        const bool startUp = std::string(c.trigger).ends_with("both:-0.5")
+                             && seen == std::pair<std::string, std::string>{"0", "-100"};
+        EXPECT_TRUE(startUp || std::find(c.edges.begin(), c.edges.end(), seen) != c.edges.end())
+            << seen.first << " " << seen.second << " at " << table[1][0];
         // The second row is the record in which the edge was seen.
         EXPECT_EQ(table[2][0], fired.captured(1).toStdString());
         EXPECT_EQ(std::stoul(table[3][0]) - std::stoul(table[2][0]), 1000u) << "recording goes on from the edge";
