@@ -340,6 +340,9 @@ TEST_F(SimProbe, FaultInjectionFailsReadsAfterTheGivenCount)
     for (int i = 0; i < 3; ++i)
         EXPECT_GE(TARVO_BSQ_Read(buf, sizeof buf), 0);
     EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0);
+    // Script settings last for the process: later tests in it must read on.
+    const std::string never = "ScriptFile = " + writeScript("reads.TarvoScript", "FailReadAfter = 0xFFFFFFFF\n");
+    EXPECT_EQ(TARVOARM_ExecCommand(never.c_str(), nullptr, 0), 0);
 }
 
 TEST_F(SimProbe, SelectionBySerialNumberAndHost)
