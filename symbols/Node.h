@@ -1,5 +1,7 @@
 // One element of the symbol tree: a source file, a variable, a member or an
 // array element. Selected symbols are nodes that also sit in the selected list.
+// Array elements are made on demand (symtree::makeElement): the tree holds
+// the first element of each array as the model of all of them.
 #pragma once
 
 #include "app/TaggedAlloc.h"
@@ -32,7 +34,7 @@ enum TypeId : std::int32_t {
 enum Cut : std::uint8_t {
     kCutNone = 0,
     kCutVariableBudget = 1,  // its variable used up its share of nodes
-    kCutTreeBudget = 2,      // the tree used up its nodes
+    kCutTreeBudget = 2,      // the tree used up its nodes (or the variable its share of them)
     kCutAddressSpace = 3,    // an array whose elements would run past 4 GB
     kCutTypeTrouble = 4,     // an array whose element type loops or dangles
 };
@@ -63,6 +65,15 @@ struct Node : SymbolDisplaySettings {
     std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     double MaxValue = 0.0;
 
+    // An array, or an element that holds the remaining dimensions of one,
+    // has its elements on demand: ElementCount of them, ElementStride bytes
+    // apart, each made like ElementModel (element [0] as the builder filled
+    // it; outside every list, shared by the copies of this node).
+    std::uint32_t ElementCount = 0;
+    std::uint32_t ElementIndex = 0;  // an element's own index
+    std::uint64_t ElementStride = 0;
+    const Node* ElementModel = nullptr;  // not owned: the tree's arena owns it
+
     // Links to user-interface items (not owned).
     void* SelectionItem = nullptr;
     void* TableRow = nullptr;
@@ -78,6 +89,8 @@ struct Node : SymbolDisplaySettings {
     Node* Next = nullptr;
 
     bool isArrayNode() const { return !Dimensions.empty(); }
+    bool hasElements() const { return ElementCount != 0; }
+    bool hasChildren() const { return Children || ElementCount != 0; }
     void addChild(Node* child)
     {
         if (LastChild)

@@ -75,7 +75,7 @@ bool SymbolTreeModel::isUnsupported(const Node& node)
     return node.TypeID == 3 || node.TypeID == 4 || node.TypeID == kTypeU64 || node.TypeID == kTypeS64;
 }
 
-SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*>& selected,
+SymbolTreeModel::SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& selected,
                                  std::function<void(int)> madeTopLevel, QObject* parent)
     : QAbstractItemModel(parent)
 {
@@ -110,6 +110,8 @@ SymbolTreeModel::SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*
             m_fileRows.push_back(e);
         for (Node* c = n->Children; c; c = c->Next)
             self(self, c, e);
+        for (std::uint32_t i = 0; i < n->ElementCount; ++i)
+            self(self, tree->arena.element(*n, i), e);
     };
     if (tree) {
         m_topLevelCount = static_cast<int>(tree->files.size());

@@ -27,9 +27,10 @@ public:
     static constexpr int kWidthCaps[kColumnCount] = {500, 500, 50, 120, 300};
     static constexpr int kMaxDepth = 40;
 
-    // Makes the rows of `tree` (may be null); leaves found in `selected` start
-    // ticked. `madeTopLevel` is called after the rows of each top-level node.
-    SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*>& selected, std::function<void(int)> madeTopLevel,
+    // Makes the rows of `tree` (may be null; array elements it shows are made
+    // in it); leaves found in `selected` start ticked. `madeTopLevel` is
+    // called after the rows of each top-level node.
+    SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& selected, std::function<void(int)> madeTopLevel,
                     QObject* parent = nullptr);
     ~SymbolTreeModel() override;
 

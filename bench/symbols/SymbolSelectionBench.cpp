@@ -11,6 +11,8 @@
 #include "files/Project.h"
 #include "gui/ProgressDialog.h"
 #include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolPattern.h"
+#include "symbols/SymbolTree.h"
 #include "symbols/SymbolSelection.h"
 #include "symbols/SymbolTreeModel.h"
 #include "symbols/SymbolTreeView.h"
@@ -59,29 +61,11 @@ void paintNow(SymbolSelection& dialog)
     dialog.tree()->viewport()->repaint();
 }
 
-std::size_t countNodes(const Node* n)
-{
-    std::size_t count = 0;
-    for (; n; n = n->Next)
-        count += 1 + countNodes(n->Children);
-    return count;
-}
-
 // Every `step`-th supported leaf, as a selection that the dialog shows ticked.
 void selectSome(SymbolDatabase& db, std::size_t step)
 {
-    std::vector<Node*> picked;
     std::size_t seen = 0;
-    const auto walk = [&](auto&& self, Node* n) -> void {
-        for (; n; n = n->Next) {
-            if (n->IsLeaf && !SymbolTreeModel::isUnsupported(*n) && seen++ % step == 0)
-                picked.push_back(n);
-            self(self, n->Children);
-        }
-    };
-    for (Node* f : db.tree()->files)
-        walk(walk, f->Children);
-    db.setSelected(picked);
+    db.setSelected(symbolpattern::tickableLeaves(*db.tree(), [&](const Node&) { return seen++ % step == 0; }));
 }
 
 int shot(const std::string& projectPath, const std::string& filter, const std::string& out)
@@ -148,7 +132,7 @@ int main(int argc, char** argv)
     }
     std::size_t nodes = 0;
     for (const Node* f : db.tree()->files)
-        nodes += 1 + countNodes(f->Children);
+        symtree::forEachNode(f, [&nodes](const Node&) { return ++nodes != 0; });
     selectSome(db, 997);
     std::printf("firmware: %d globals, %zu tree nodes, %zu selected\n", globals, nodes, db.selected().size());
 

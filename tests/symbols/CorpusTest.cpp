@@ -1,5 +1,6 @@
 // The symbol tree of real firmware built by arm-none-eabi-gcc.
 #include "TestElf.h"
+#include "TreeWalk.h"
 
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
@@ -18,20 +19,11 @@ const char* const kImages[] = {
     "shapes_c_newlib.elf",
 };
 
-std::map<std::string, const Node*> byPath(const SymbolTree& tree)
+std::map<std::string, const Node*> byPath(SymbolTree& tree)
 {
     std::map<std::string, const Node*> out;
-    std::vector<const Node*> stack;
-    for (const Node* f : tree.files)
-        for (const Node* n = f->Children; n; n = n->Next)
-            stack.push_back(n);
-    while (!stack.empty()) {
-        const Node* n = stack.back();
-        stack.pop_back();
-        out.emplace(n->NameWithParents, n);
-        for (const Node* c = n->Children; c; c = c->Next)
-            stack.push_back(c);
-    }
+    for (Node* f : tree.files)
+        treewalk::forEach(tree.arena, f->Children, [&](Node& n) { out.emplace(n.NameWithParents, &n); });
     return out;
 }
 
@@ -94,21 +86,14 @@ TEST(Corpus, PathsEqualTheWalkUpTheParents)
         SCOPED_TRACE(image);
         SymbolDatabase db;
         ASSERT_EQ(db.parseElf(corpus(image), false, nullptr), 0);
-        std::vector<const Node*> stack;
-        for (const Node* f : db.tree()->files)
-            for (const Node* n = f->Children; n; n = n->Next)
-                stack.push_back(n);
         std::size_t checked = 0;
-        while (!stack.empty()) {
-            const Node* n = stack.back();
-            stack.pop_back();
-            if (!n->Type.empty()) {  // filled (nodes past the depth limit stay as created)
-                ASSERT_EQ(n->NameWithParents, symtree::nameWithParents(*n));
-                ++checked;
-            }
-            for (const Node* c = n->Children; c; c = c->Next)
-                stack.push_back(c);
-        }
+        for (Node* f : db.tree()->files)
+            treewalk::forEach(db.tree()->arena, f->Children, [&](Node& n) {
+                if (!n.Type.empty()) {  // filled (nodes past the depth limit stay as created)
+                    EXPECT_EQ(n.NameWithParents, symtree::nameWithParents(n));
+                    ++checked;
+                }
+            });
         EXPECT_GT(checked, 40u);
     }
 }

@@ -25,21 +25,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const Node* findPath(const Node* n, const std::string& path)
+const Node* findInTree(SymbolTree* tree, const std::string& path)
 {
-    for (; n; n = n->Next) {
-        if (n->NameWithParents == path && !n->Name.empty())
-            return n;
-        if (const Node* below = findPath(n->Children, path))
-            return below;
-    }
-    return nullptr;
-}
-
-const Node* findInTree(const SymbolTree* tree, const std::string& path)
-{
-    for (const Node* f : tree->files)
-        if (const Node* n = findPath(f->Children, path))
+    for (const Node* n : symtree::findPath(tree->arena, tree->files, path))
+        if (!n->Name.empty())
             return n;
     return nullptr;
 }
@@ -95,7 +84,7 @@ struct ElfChangeFixture : ::testing::Test {
         ASSERT_EQ(ctl->elfPath(), elf.string());
         ctl->postParseElfFile(ctl->elfPath(), false);
         ASSERT_TRUE(ctl->waitForQueue(10000));
-        const SymbolTree* tree = ctl->symbols().tree();
+        SymbolTree* tree = ctl->symbols().tree();
         ASSERT_NE(tree, nullptr);
         std::vector<Node*> picked;
         for (const char* path : {"counter", "level", "pos.x", "samples[2]"}) {
@@ -180,7 +169,7 @@ TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
     EXPECT_EQ(selectedPaths(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
-    const SymbolTree* tree = ctl->symbols().tree();
+    SymbolTree* tree = ctl->symbols().tree();
     for (const Node* n : ctl->symbols().selected()) {
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
@@ -288,7 +277,7 @@ TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
     EXPECT_EQ(result.load(), 0);
     EXPECT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
     EXPECT_EQ(ctl.elfPath(), (project.parent_path() / listed.settings().ElfFile).lexically_normal().string());
-    const SymbolTree* tree = ctl.symbols().tree();
+    SymbolTree* tree = ctl.symbols().tree();
     ASSERT_NE(tree, nullptr);
     std::vector<std::string> got;
     for (const Node* n : ctl.symbols().selected()) {
