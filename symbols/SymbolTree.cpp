@@ -42,7 +42,8 @@ std::string pathBelowParents(const Node& node)
     return path;
 }
 
-// "name[i]", cut to the name limit.
+}  // namespace
+
 std::string elementName(const std::string& array, std::uint32_t index)
 {
     char digits[16];
@@ -57,8 +58,6 @@ std::string elementName(const std::string& array, std::uint32_t index)
         name.resize(text::kNameSize - 1);
     return name;
 }
-
-}  // namespace
 
 void setFloatByEncoding(bool on) { g_floatByEncoding = on; }
 bool floatByEncoding() { return g_floatByEncoding; }

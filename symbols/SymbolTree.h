@@ -41,6 +41,10 @@ std::string nameWithParents(const Node& node);
 // True when File, Name, NameWithParents and Type are equal, folding A-Z.
 bool matches(const Node& a, const Node& b);
 
+// The name of element `index` of an array level named `array`: "name[i]",
+// cut to the name limit.
+std::string elementName(const std::string& array, std::uint32_t index);
+
 // Element `index` of a node with elements on demand (index < ElementCount),
 // with the name, address, path, fields and members the builder would have
 // given it, as a child of `level` (though not in its list). `create` gives

@@ -2,8 +2,10 @@
 #include "TestElf.h"
 #include "TreeWalk.h"
 
+#include "files/Project.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
+#include "tests/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -154,6 +156,46 @@ TEST(Corpus, MatchingCarriesTheSelectionOver)
     EXPECT_TRUE(db.selectionChanged());
     EXPECT_TRUE(db.matched().empty());
     EXPECT_NE(db.elfTime(), std::filesystem::file_time_type{});
+}
+
+// Elements of long arrays, picked and saved in a project, are made again when
+// the project is opened, with their settings and in tree order.
+TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)
+{
+    const std::string project = (testtemp::folder() / "elements.plotvik").string();
+    {
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(corpus("huge.elf"), false, nullptr), 0);
+        std::vector<Node*> picked;
+        for (const char* path : {"huge_c[499999]", "huge_a[7]"}) {
+            const auto found = symtree::findPath(db.tree()->arena, db.tree()->files, path);
+            ASSERT_EQ(found.size(), 1u) << path;
+            picked.push_back(found[0]);
+        }
+        picked[0]->GraphColor = {1, 2, 3, 255};
+        picked[0]->HasGraphColor = true;
+        db.setSelected(picked);
+        Project p;
+        ProjectSettings s = p.settings();
+        s.ElfFile = corpus("huge.elf");
+        p.apply(s);
+        ASSERT_EQ(SaveProject(project, p, db), 0);
+    }
+    SymbolDatabase db;
+    Project p;
+    ASSERT_EQ(LoadProject(project, p, db), 0);
+    ASSERT_EQ(db.parseElf(corpus("huge.elf"), true, nullptr), 0);
+    ASSERT_EQ(db.selected().size(), 2u);
+    const Node* a = db.selected()[0];
+    const Node* c = db.selected()[1];
+    EXPECT_EQ(a->NameWithParents, "huge_a[7]");
+    EXPECT_EQ(c->NameWithParents, "huge_c[499999]");
+    EXPECT_EQ(a->Address, a->Parent->Address + 28);
+    EXPECT_EQ(c->Address, c->Parent->Address + 4 * 499999u);
+    EXPECT_EQ(c->TypeID, kTypeS32);
+    EXPECT_TRUE(c->HasGraphColor);
+    EXPECT_EQ(c->GraphColor, (Rgb{1, 2, 3, 255}));
+    EXPECT_LT(db.tree()->arena.size(), 100u) << "the other elements are not made";
 }
 
 TEST(Corpus, UnreadableFileLeavesNoTree)
