@@ -1062,8 +1062,10 @@ void SymbolTreeModel::sort(int column, Qt::SortOrder order)
             level.byName = column == kColName;
             level.descending = order == Qt::DescendingOrder;
         }
-        if (stateOf(level.entry) == kPartial)
-            level.shown = positionsOf(level, level.matching), level.shownBefore = prefixCounts(level.shown);
+        if (stateOf(level.entry) == kPartial) {
+            level.shown = positionsOf(level, level.shownIndexes);
+            level.shownBefore = prefixCounts(level.shown);
+        }
     }
     rebuildShownOrder();
     flatten();
@@ -1281,10 +1283,13 @@ SymbolTreeModel::Ranges SymbolTreeModel::nameMatches(const std::string& levelNam
     return out;
 }
 
-bool SymbolTreeModel::filterLevel(Level& level)
+bool SymbolTreeModel::filterLevel(std::size_t levelIndex)
 {
+    Level& level = m_levels[levelIndex];
     const Node& node = *level.node;
     const Node& model = *node.ElementModel;
+    const std::uint32_t count = level.count;
+    const bool kidRows = level.kidRows;
     level.matching.clear();
     // What every element shares: its file, type and size.
     Node same;
@@ -1298,53 +1303,67 @@ bool SymbolTreeModel::filterLevel(Level& level)
         m_needleCanBeAddress = address;
         return hit;
     }();
+    Ranges matching;
     std::vector<std::uint32_t> below;
     if (sharedMatch) {
-        level.matching.emplace_back(0, level.count);
+        matching.emplace_back(0, count);
     } else {
-        level.matching = nameMatches(node.Name, level.count);
+        matching = nameMatches(node.Name, count);
         if (m_needleCanBeAddress) {
             char buf[16];
-            for (std::uint32_t i = 0; i < level.count; ++i)
+            for (std::uint32_t i = 0; i < count; ++i)
                 if (textMatches(printHex(static_cast<std::uint32_t>(node.Address + i * node.ElementStride), buf)))
-                    level.matching.emplace_back(i, i + 1);
-            normalise(level.matching);
+                    matching.emplace_back(i, i + 1);
+            normalise(matching);
         }
-        // Elements shown for what matches below them.
-        if (level.kidRows) {
-            // Without an address in the text, what matches below is the
-            // same for every element.
+        // Elements shown for what matches below them. Without an address in
+        // the text, that is the same for every element.
+        if (kidRows) {
             const bool alike = !m_needleCanBeAddress;
             const bool first = belowMatches(model, 0);
-            for (std::uint32_t i = 0; i < level.count && below.size() < kMaxOpenedElements; ++i) {
+            for (std::uint32_t i = 0; i < count && below.size() < kMaxOpenedElements; ++i) {
                 if (alike && !first)
                     break;
-                const bool hit = alike || belowMatches(model, static_cast<std::uint32_t>(node.Address + i * node.ElementStride) - model.Address);
-                if (hit && !contains(level.matching, i))
+                const bool hit =
+                    alike || belowMatches(model, static_cast<std::uint32_t>(node.Address + i * node.ElementStride) - model.Address);
+                if (hit && !contains(matching, i))
                     below.push_back(i);
             }
         }
     }
+    // A matching element opens, with everything below it shown; one that is
+    // shown for a match below it opens to that match. Each gets an entry.
+    std::size_t opened = 0;
+    if (kidRows)
+        for (const auto& [first, last] : matching)
+            for (std::uint32_t i = first; i < last && opened < kMaxOpenedElements; ++i, ++opened) {
+                const std::int32_t e = elementEntry(m_levels[levelIndex], i);
+                m_entries[static_cast<std::size_t>(e)].generation = m_generation;
+                m_entries[static_cast<std::size_t>(e)].state = kAll;
+                setOpen(e, true);
+            }
     for (const std::uint32_t i : below) {
-        const std::int32_t e = elementEntry(level, i);
-        filterVisit(e);
+        if (opened++ >= kMaxOpenedElements)
+            break;
+        filterVisit(elementEntry(m_levels[levelIndex], i));
     }
-    // Positions shown: the matching elements and those opened.
-    Ranges shown = level.matching;
+    Level& after = m_levels[levelIndex];  // levels may have been added
+    after.matching = std::move(matching);
+    after.shownIndexes = after.matching;
     for (const std::uint32_t i : below)
-        shown.emplace_back(i, i + 1);
-    normalise(shown);
-    level.shown = positionsOf(level, shown);
-    level.shownBefore = prefixCounts(level.shown);
+        after.shownIndexes.emplace_back(i, i + 1);
+    normalise(after.shownIndexes);
+    after.shown = positionsOf(after, after.shownIndexes);
+    after.shownBefore = prefixCounts(after.shown);
     // Elements made before that the pass did not reach are hidden or shown whole.
-    for (const auto& [i, e] : level.made) {
+    for (const auto& [i, e] : after.made) {
         Entry& entry = m_entries[static_cast<std::size_t>(e)];
         if (entry.generation == m_generation)
             continue;
         entry.generation = m_generation;
-        entry.state = contains(level.matching, i) ? kAll : kHidden;
+        entry.state = contains(after.matching, i) ? kAll : kHidden;
     }
-    return !shown.empty();
+    return !after.shownIndexes.empty();
 }
 
 bool SymbolTreeModel::filterVisit(std::int32_t e)
@@ -1357,7 +1376,7 @@ bool SymbolTreeModel::filterVisit(std::int32_t e)
         return true;
     }
     if (entry.level >= 0) {
-        const bool any = filterLevel(m_levels[static_cast<std::size_t>(entry.level)]);
+        const bool any = filterLevel(static_cast<std::size_t>(entry.level));
         Entry& again = m_entries[static_cast<std::size_t>(e)];  // entries may have been added
         again.state = any ? kPartial : kHidden;
         if (any)

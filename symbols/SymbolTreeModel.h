@@ -149,8 +149,10 @@ private:
         bool kidRows = false;  // its elements have rows below them
         std::map<std::uint32_t, std::int32_t> made;  // element index -> entry
         // The last filter pass (when its entry is kPartial): the elements
-        // that match, the positions of every element shown, and their count.
+        // that match, those shown (for a match below them too), the
+        // positions of those shown, and their count.
         Ranges matching;
+        Ranges shownIndexes;
         Ranges shown;
         std::vector<std::uint64_t> shownBefore;  // elements shown before each range of `shown`
     };
@@ -187,7 +189,7 @@ private:
     std::size_t segmentOfRow(int row) const;
     int rowOf(const Level& level, std::uint32_t index) const;
     bool filterVisit(std::int32_t e);
-    bool filterLevel(Level& level);
+    bool filterLevel(std::size_t levelIndex);
     bool matches(const Entry& entry);
     bool nodeMatches(const Node& node, std::uint32_t address);
     bool belowMatches(const Node& node, std::uint32_t delta);

@@ -750,7 +750,7 @@ TEST(SymbolTreeModel, LongArraysFilterTickAndOpenLikeNodes)
         {"BIG[4999", {"big", "big[4999]"}},
         {"[49", {"big", "big[49]", "big[490]", "big[491]", "big[492]", "big[493]"}},
         {"0x20002ee0", {"big", "big[3000]"}},
-        {"recs[5999]", {"recs", "recs[5999]"}},
+        {"recs[5999]", {"recs", "recs[5999]", "a", "zeta"}},
         {"0x2001bb7c", {"recs", "recs[5999]", "zeta"}},
         {"big[5000]", {}},
     };
@@ -775,9 +775,12 @@ TEST(SymbolTreeModel, LongArraysFilterTickAndOpenLikeNodes)
     model.applyFilter("");
     EXPECT_TRUE(model.passesFilter(picked));
     EXPECT_EQ(model.indexOf(picked), QModelIndex()) << "inside the collapsed array";
-    // A member that every element holds opens the first elements.
+    // A member that every element holds opens the first elements; so does a
+    // name that every element matches.
     model.applyFilter("zeta");
     EXPECT_EQ(model.rowCount(), 2 + 2 * static_cast<int>(SymbolTreeModel::kMaxOpenedElements));
+    model.applyFilter("recs[");
+    EXPECT_EQ(model.rowCount(), 2 + 6000 + 2 * static_cast<int>(SymbolTreeModel::kMaxOpenedElements));
     // An element opened by hand shows its members.
     model.applyFilter("");
     model.setExpanded(model.indexOf(t.recs), true);
