@@ -44,18 +44,10 @@ std::vector<Node*> tickableLeaves(SymbolTree& tree, const std::function<bool(con
         if (!n.IsLeaf || SymbolTreeModel::isUnsupported(n) || !want(n))
             return true;
         // A node inside an element is the walk's own copy: the tree's node
-        // of the same path is made and kept.
-        bool copy = false;
-        for (const Node* p = &n; p->Parent && !copy; p = p->Parent)
-            copy = p->Parent->hasElements();
-        if (!copy) {
-            if (taken.insert(&n).second)
-                out.push_back(const_cast<Node*>(&n));  // a node of `tree`, which is not const
-            return true;
-        }
-        for (Node* made : symtree::findPath(tree.arena, tree.files, n.NameWithParents))
-            if (symtree::matches(*made, n) && taken.insert(made).second)
-                out.push_back(made);
+        // is made to stay.
+        Node* kept = symtree::keep(tree.arena, n);
+        if (kept && taken.insert(kept).second)
+            out.push_back(kept);
         return true;
     };
     for (const Node* f : tree.files)

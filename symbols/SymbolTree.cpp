@@ -520,6 +520,41 @@ void forEachNode(const Node* first, const std::function<bool(const Node&)>& visi
     walk(first, visit, scratch);
 }
 
+Node* keep(NodeArena& arena, const Node& met)
+{
+    // The way down from the outermost element above `met`: an element index
+    // or a member's place in its list at each step.
+    std::vector<const Node*> way;
+    const Node* top = nullptr;
+    for (const Node* n = &met; n->Parent; n = n->Parent) {
+        way.push_back(n);
+        if (n->Parent->hasElements())
+            top = n;
+    }
+    if (!top)
+        return const_cast<Node*>(&met);  // a node of the tree itself
+    while (way.back() != top)
+        way.pop_back();
+    Node* at = nullptr;
+    for (auto it = way.rbegin(); it != way.rend(); ++it) {
+        const Node& step = **it;
+        Node* parent = at ? at : step.Parent;
+        if (parent->hasElements()) {
+            at = arena.element(*parent, step.ElementIndex);
+            continue;
+        }
+        std::size_t place = 0;
+        for (const Node* c = step.Parent->Children; c && c != &step; c = c->Next)
+            ++place;
+        at = parent->Children;
+        while (at && place--)
+            at = at->Next;
+        if (!at)
+            return nullptr;
+    }
+    return at;
+}
+
 std::vector<Node*> findPath(NodeArena& arena, const std::vector<Node*>& files, std::string_view path)
 {
     std::vector<Node*> found;

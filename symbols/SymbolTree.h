@@ -58,6 +58,11 @@ Node* makeElement(const Node& level, std::uint32_t index, const std::function<No
 // of elements holds a few nodes at a time.
 void forEachNode(const Node* first, const std::function<bool(const Node&)>& visit);
 
+// The node of the tree (made in `arena` if need be) that a node met by
+// forEachNode stands for: itself, or for a node inside an element, the same
+// node of the element made to stay.
+Node* keep(NodeArena& arena, const Node& met);
+
 // Nodes whose NameWithParents is `path` (A-Z folded), in tree order; array
 // elements the path names are made (and kept in the arena).
 std::vector<Node*> findPath(NodeArena& arena, const std::vector<Node*>& files, std::string_view path);

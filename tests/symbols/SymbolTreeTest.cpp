@@ -466,6 +466,8 @@ TEST(SymbolTree, ElementsMadeOnDemandAreWhatTheBuilderMakes)
         EXPECT_EQ(n.TypeID, m.TypeID);
         EXPECT_EQ(n.IsLeaf, m.IsLeaf);
         EXPECT_EQ(n.IsArray, m.IsArray);
+        // The walk's copy stands for the node the tree keeps.
+        EXPECT_EQ(symtree::keep(f.arena, n), &m) << m.NameWithParents;
         return true;
     });
     EXPECT_EQ(i, made.size());
