@@ -790,3 +790,23 @@ TEST(SymbolTreeModel, LongArraysFilterTickAndOpenLikeNodes)
     const std::vector<std::string> members = namesBelow(model, model.index(element.row(), 0));
     EXPECT_EQ(members.size(), 2u);
 }
+
+// An element deep in a buffer of half a million words, by its name.
+TEST(SymbolTreeModel, AFilterNamingOneElementOfAHugeArrayFindsIt)
+{
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(std::string(PLOTVIK_SYMBOLS_CORPUS) + "/huge.elf", false, nullptr), 0);
+    SymbolTreeModel model(db.tree(), {}, {});
+    model.sort(SymbolTreeModel::kColName, Qt::DescendingOrder);
+    model.applyFilter("huge_b[499999]");
+    ASSERT_EQ(model.rowCount(), 3);
+    const QModelIndex element = model.index(2, SymbolTreeModel::kColName);
+    EXPECT_EQ(element.data().toString(), "huge_b[499999]");
+    ASSERT_TRUE(model.setData(element.siblingAtColumn(SymbolTreeModel::kColSelect), Qt::Checked, Qt::CheckStateRole));
+    const Node* picked = model.node(element);
+    ASSERT_NE(picked, nullptr);
+    EXPECT_EQ(picked->Address, picked->Parent->Address + 4 * 499999u);
+    EXPECT_EQ(element.siblingAtColumn(SymbolTreeModel::kColAddress).data().toString(),
+              QString::asprintf("0x%X", picked->Address));
+    EXPECT_LT(db.tree()->arena.size(), 100u) << "one element made, not half a million";
+}
