@@ -4,10 +4,10 @@
 // the first element of each array as the model of all of them.
 #pragma once
 
-#include "app/TaggedAlloc.h"
-#include "files/SymbolDisplaySettings.h"
+#include "symbols/SelectedSymbol.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,14 +42,13 @@ enum Cut : std::uint8_t {
 // Debug-information tags the tree acts on.
 enum : std::uint32_t { kTagArray = 1, kTagClass = 2, kTagStruct = 19, kTagUnion = 23, kTagSubprogram = 46 };
 
-struct Node : SymbolDisplaySettings {
+struct Node {
     std::uint32_t Tag = 0;
-    // The flags and 32-bit fields are placed to leave no padding: the tree
-    // holds a node for every array element.
+    // The flags and 32-bit fields are placed to leave no padding.
     bool IsSigned = false;
     bool IsArray = false;
     bool IsLeaf = false;
-    bool HasValue = false;  // sampling: the symbol has a current value
+    std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     std::string Name;             // at most 255 characters
     std::string NameWithParents;  // dotted path, the symbol's identity
     std::string_view Type;        // interned (text::intern), at most 255 characters
@@ -61,8 +60,6 @@ struct Node : SymbolDisplaySettings {
     std::vector<std::uint32_t> Dimensions;  // element count per dimension; non-empty marks an array node
     std::uint32_t BitSize = 0;
     std::uint32_t BitOffset = 0;
-    std::int32_t LatestSlot = -1;  // sampling: slot of the newest value, -1 none
-    std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     double MaxValue = 0.0;
 
     // An array, or an element that holds the remaining dimensions of one,
@@ -74,13 +71,22 @@ struct Node : SymbolDisplaySettings {
     std::uint64_t ElementStride = 0;
     const Node* ElementModel = nullptr;  // not owned: the tree's arena owns it
 
-    // Links to user-interface items (not owned).
-    void* SelectionItem = nullptr;
-    void* TableRow = nullptr;
-
-    // Sampling fields.
-    alloc::Block<std::uint64_t> Values;  // one 8-byte slot per store record
-    std::uint64_t SamplesSinceStart = 0;  // samples in the running mean YAvgSampled
+    // Display settings and sampling fields: made when first asked for (a
+    // symbol that is selected, or read from a project), kept while the node
+    // lives, so a symbol selected again finds its settings.
+    std::unique_ptr<SelectedSymbol> Selected;
+    SelectedSymbol& symbol()
+    {
+        if (!Selected)
+            Selected = std::make_unique<SelectedSymbol>();
+        return *Selected;
+    }
+    // A node never selected answers with the settings of a new symbol.
+    const SelectedSymbol& symbol() const
+    {
+        static const SelectedSymbol kNew;
+        return Selected ? *Selected : kNew;
+    }
 
     // Tree links (not owned: the tree's arena owns every node).
     Node* Parent = nullptr;

@@ -196,16 +196,15 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
                 if (symtree::matches(*n, *oldNode)) {
                     // The display settings travel with the symbol, so a project's
                     // scales and styles survive opening it and a re-parse.
-                    n->DrawStyle = oldNode->DrawStyle;
-                    n->YOffset = oldNode->YOffset;
-                    n->YResolution = oldNode->YResolution;
-                    n->IsAutoConfig = oldNode->IsAutoConfig;
-                    n->ManualYResolution = oldNode->ManualYResolution;
-                    n->ShowInGraph = oldNode->ShowInGraph;
-                    n->GraphColor = oldNode->GraphColor;
-                    n->HasGraphColor = oldNode->HasGraphColor;
-                    n->SelectionItem = oldNode->SelectionItem;
-                    n->TableRow = oldNode->TableRow;
+                    n->symbol().DrawStyle = oldNode->symbol().DrawStyle;
+                    n->symbol().YOffset = oldNode->symbol().YOffset;
+                    n->symbol().YResolution = oldNode->symbol().YResolution;
+                    n->symbol().IsAutoConfig = oldNode->symbol().IsAutoConfig;
+                    n->symbol().ManualYResolution = oldNode->symbol().ManualYResolution;
+                    n->symbol().ShowInGraph = oldNode->symbol().ShowInGraph;
+                    n->symbol().GraphColor = oldNode->symbol().GraphColor;
+                    n->symbol().HasGraphColor = oldNode->symbol().HasGraphColor;
+                    n->symbol().TableRow = oldNode->symbol().TableRow;
                     break;
                 }
             }

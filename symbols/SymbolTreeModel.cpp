@@ -153,6 +153,7 @@ SymbolTreeModel::SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& sel
     m_fileTexts.assign(1, {});
     m_typeTexts.assign(1, {});
     m_entries.reserve(tree ? tree->arena.size() + 1 : 1);
+    m_entryOf.reserve(tree ? tree->arena.size() : 0);
     m_entries.emplace_back();  // the invisible root
     m_entries[0].generation = m_generation;
     std::vector<std::int32_t> tops;
@@ -177,12 +178,7 @@ SymbolTreeModel::SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& sel
     flatten();
 }
 
-SymbolTreeModel::~SymbolTreeModel()
-{
-    for (std::size_t e = 1; e < m_entries.size(); ++e)
-        if (m_entries[e].node->SelectionItem == reinterpret_cast<void*>(e))
-            m_entries[e].node->SelectionItem = nullptr;
-}
+SymbolTreeModel::~SymbolTreeModel() = default;
 
 std::int32_t SymbolTreeModel::addEntries(Node* n, std::int32_t parentEntry, const std::unordered_set<const Node*>& chosen)
 {
@@ -209,7 +205,7 @@ std::int32_t SymbolTreeModel::addEntries(Node* n, std::int32_t parentEntry, cons
         m_names.append(name.substr(0, entry.nameSize));
         if (isFileRow(*n))
             m_fileRows.push_back(e);
-        n->SelectionItem = reinterpret_cast<void*>(static_cast<std::uintptr_t>(e));
+        m_entryOf.emplace(n, e);
     }
     std::vector<std::int32_t> kids;
     for (Node* c = n->Children; c; c = c->Next)
@@ -577,10 +573,8 @@ std::int32_t SymbolTreeModel::entryOf(const QModelIndex& index) const { return r
 
 std::int32_t SymbolTreeModel::entryOf(const Node* node) const
 {
-    if (!node || !node->SelectionItem)
-        return 0;
-    const auto e = reinterpret_cast<std::uintptr_t>(node->SelectionItem);
-    return e > 0 && e < m_entries.size() && m_entries[e].node == node ? static_cast<std::int32_t>(e) : 0;
+    const auto it = m_entryOf.find(node);
+    return it == m_entryOf.end() ? 0 : it->second;
 }
 
 int SymbolTreeModel::depthOf(const Ref& ref) const

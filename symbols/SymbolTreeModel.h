@@ -211,6 +211,7 @@ private:
 
     SymbolTree* m_tree = nullptr;  // not owned
     std::vector<Entry> m_entries;  // [0] is the invisible root
+    std::unordered_map<const Node*, std::int32_t> m_entryOf;
     std::vector<Level> m_levels;
     std::vector<std::int32_t> m_kids;
     std::vector<std::int32_t> m_shown;

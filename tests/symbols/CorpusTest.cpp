@@ -134,10 +134,10 @@ TEST(Corpus, MatchingCarriesTheSelectionOver)
         kept->Type = n->Type;
     }
     kept->Address = 0;  // addresses are not compared
-    kept->HasGraphColor = true;
-    kept->GraphColor = {10, 20, 30, 255};
+    kept->symbol().HasGraphColor = true;
+    kept->symbol().GraphColor = {10, 20, 30, 255};
     int row = 0;
-    kept->TableRow = &row;
+    kept->symbol().TableRow = &row;
     Node* gone = db.createDetachedSymbol();
     gone->Name = gone->NameWithParents = "vanished";
     gone->Type = "int";
@@ -150,9 +150,9 @@ TEST(Corpus, MatchingCarriesTheSelectionOver)
     EXPECT_NE(now, kept);
     EXPECT_EQ(now->NameWithParents, "nested.pair[1].b");
     EXPECT_NE(now->Address, 0u);
-    EXPECT_TRUE(now->HasGraphColor);
-    EXPECT_EQ(now->GraphColor, (Rgb{10, 20, 30, 255}));
-    EXPECT_EQ(now->TableRow, &row);
+    EXPECT_TRUE(now->symbol().HasGraphColor);
+    EXPECT_EQ(now->symbol().GraphColor, (Rgb{10, 20, 30, 255}));
+    EXPECT_EQ(now->symbol().TableRow, &row);
     EXPECT_TRUE(db.selectionChanged());
     EXPECT_TRUE(db.matched().empty());
     EXPECT_NE(db.elfTime(), std::filesystem::file_time_type{});
@@ -172,8 +172,8 @@ TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)
             ASSERT_EQ(found.size(), 1u) << path;
             picked.push_back(found[0]);
         }
-        picked[0]->GraphColor = {1, 2, 3, 255};
-        picked[0]->HasGraphColor = true;
+        picked[0]->symbol().GraphColor = {1, 2, 3, 255};
+        picked[0]->symbol().HasGraphColor = true;
         db.setSelected(picked);
         Project p;
         ProjectSettings s = p.settings();
@@ -193,8 +193,8 @@ TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)
     EXPECT_EQ(a->Address, a->Parent->Address + 28);
     EXPECT_EQ(c->Address, c->Parent->Address + 4 * 499999u);
     EXPECT_EQ(c->TypeID, kTypeS32);
-    EXPECT_TRUE(c->HasGraphColor);
-    EXPECT_EQ(c->GraphColor, (Rgb{1, 2, 3, 255}));
+    EXPECT_TRUE(c->symbol().HasGraphColor);
+    EXPECT_EQ(c->symbol().GraphColor, (Rgb{1, 2, 3, 255}));
     EXPECT_LT(db.tree()->arena.size(), 100u) << "the other elements are not made";
 }
 

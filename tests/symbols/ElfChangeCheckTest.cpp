@@ -92,12 +92,12 @@ struct ElfChangeFixture : ::testing::Test {
             ASSERT_NE(n, nullptr) << path;
             picked.push_back(const_cast<Node*>(n));
         }
-        picked[1]->GraphColor = Rgb{0x12, 0x34, 0x56, 255};
-        picked[1]->HasGraphColor = true;
-        picked[1]->YResolution = 50;
-        picked[1]->YOffset = -3;
-        picked[1]->DrawStyle = 1;
-        picked[1]->ShowInGraph = false;
+        picked[1]->symbol().GraphColor = Rgb{0x12, 0x34, 0x56, 255};
+        picked[1]->symbol().HasGraphColor = true;
+        picked[1]->symbol().YResolution = 50;
+        picked[1]->symbol().YOffset = -3;
+        picked[1]->symbol().DrawStyle = 1;
+        picked[1]->symbol().ShowInGraph = false;
         ctl->symbols().setSelected(picked);
         for (const Node* n : picked)
             oldAddress[n->NameWithParents] = n->Address;
@@ -175,12 +175,12 @@ TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
         EXPECT_EQ(n->Address, oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new variable";
     }
-    EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
-    EXPECT_TRUE(ctl->symbols().selected()[0]->HasGraphColor);
-    EXPECT_EQ(ctl->symbols().selected()[0]->YResolution, 50u) << "and so do its display settings";
-    EXPECT_EQ(ctl->symbols().selected()[0]->YOffset, -3.0);
-    EXPECT_EQ(ctl->symbols().selected()[0]->DrawStyle, 1);
-    EXPECT_FALSE(ctl->symbols().selected()[0]->ShowInGraph);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
+    EXPECT_TRUE(ctl->symbols().selected()[0]->symbol().HasGraphColor);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YResolution, 50u) << "and so do its display settings";
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YOffset, -3.0);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().DrawStyle, 1);
+    EXPECT_FALSE(ctl->symbols().selected()[0]->symbol().ShowInGraph);
     EXPECT_FALSE(ElfTimeDiffers(ctl->symbols().elfTime(), t + 2s));
 }
 
