@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages Plotvik needs that this machine lacks.
+# Installs the Debian 12 packages Plotvik needs that this machine lacks, and
+# any further packages named as arguments (a script's own tools).
 set -euo pipefail
 
 packages=(
@@ -11,6 +12,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   gdb-multiarch qemu-system-arm
   xvfb xauth imagemagick
+  "$@"
 )
 
 missing=()
