@@ -671,6 +671,7 @@ bool Loader::walkChildren(Dwarf_Die parent, std::uint32_t parentIndex, Scopes& s
     while (child && ok) {
         const std::uint32_t index = record(child, scopes, ok);
         if (ok) {
+            m_info.m_dies[index].parent = parentIndex;
             if (previous == kNoDie)
                 m_info.m_dies[parentIndex].firstChild = index;
             else
