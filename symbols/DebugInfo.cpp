@@ -45,7 +45,11 @@ bool namesATypedThing(std::uint16_t tag)
     return tag == kTagVariable || tag == kTagMember || tag == kTagInheritance || tag == kTagParam;
 }
 
-std::string demangle(const char* mangled)
+bool relative(std::string_view path) { return path.empty() || path.front() != '/'; }
+
+}  // namespace
+
+std::string demangled(const char* mangled)
 {
     int status = 0;
     std::unique_ptr<char, decltype(&std::free)> out(abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
@@ -53,10 +57,6 @@ std::string demangle(const char* mangled)
         return {};
     return out.get();
 }
-
-bool relative(std::string_view path) { return path.empty() || path.front() != '/'; }
-
-}  // namespace
 
 const std::vector<std::uint32_t>* DebugInfo::index(int tag) const
 {
@@ -85,7 +85,7 @@ std::string DebugInfo::symbolName(const Die& d) const
     const Die* decl = find(d.specRef);
     const char* linkage = d.linkage ? d.linkage : (decl ? decl->linkage : nullptr);
     if (linkage && linkage[0] == '_' && linkage[1] == 'Z') {
-        std::string s = demangle(linkage);
+        std::string s = demangled(linkage);
         if (!s.empty())
             return text::truncated(s, text::kNameSize);
     }

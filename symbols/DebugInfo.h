@@ -139,6 +139,9 @@ private:
     mutable bool m_definitionsIndexed = false;
 };
 
+// The readable form of a C++ mangled name; empty when it is none.
+std::string demangled(const char* mangled);
+
 // Result of evaluating a location expression.
 struct Location {
     bool isStatic = false;
