@@ -12,6 +12,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   gdb-multiarch qemu-system-arm
   xvfb xauth imagemagick
+  desktop-file-utils appstream lintian
   "$@"
 )
 
