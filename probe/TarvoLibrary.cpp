@@ -106,8 +106,14 @@ bool load(bool errorBox)
     g_loadFailure.clear();
     void* module = nullptr;
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&load), &info) && info.dli_fname)
-        module = tryLoad(beside(std::filesystem::absolute(info.dli_fname).string(), kLibraryFile), lastTried);
+    if (dladdr(reinterpret_cast<void*>(&load), &info) && info.dli_fname) {
+        // Links resolved: an installed program is reached through one in bin/.
+        std::error_code ec;
+        std::filesystem::path self = std::filesystem::weakly_canonical(info.dli_fname, ec);
+        if (ec)
+            self = std::filesystem::absolute(info.dli_fname);
+        module = tryLoad(beside(self.string(), kLibraryFile), lastTried);
+    }
     if (!module && !g_applicationPath.empty())
         module = tryLoad(beside(g_applicationPath, kLibraryFile), lastTried);
     if (!module) {
