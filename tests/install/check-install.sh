@@ -38,7 +38,10 @@ fi
 
 # The private folder holds the programs, the probe library and links to the
 # demo firmware and script the library runs by default; bin/ links into it.
-private="$(cd "$usr" && ls -d lib/*/plotvik lib/plotvik 2>/dev/null | head -n 1)"
+private=
+for dir in "$usr"/lib/*/plotvik "$usr"/lib/plotvik; do
+  [ -d "$dir" ] && private="${dir#"$usr"/}"
+done
 [ -n "$private" ] || fail "no private folder lib/.../plotvik"
 expected="demo.TarvoScript demo.elf libTarvo_x64.so plotvik plotvik-cli"
 [ "$(cd "$usr/$private" && ls | xargs)" = "$expected" ] ||
