@@ -16,6 +16,9 @@ add_custom_command(OUTPUT ${deb_doc}/changelog.gz
 add_custom_target(debian_changelog ALL DEPENDS ${deb_doc}/changelog.gz)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright ${deb_doc}/changelog.gz
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/plotvik)
+# lintian takes the demo firmware for misplaced host binaries; it says why not.
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME plotvik)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME plotvik)
