@@ -30,7 +30,8 @@ void printLeaves(const Node* node)
 int runSymbolsCommand(const std::vector<std::string>& args)
 {
     if (args.size() != 1)
-        return clihelp::usageError("symbols", args.empty() ? "missing FILE.elf" : "unexpected argument '" + args[1] + "'");
+        return clihelp::usageError("symbols",
+                                   args.empty() ? "missing FILE.elf" : "unexpected argument '" + args[1] + "'");
     ConsoleBridge bridge;
     report::setBridge(&bridge);
     // Errors of single units are printed too, so a partly broken file says so.
