@@ -13,8 +13,9 @@
 
 namespace {
 
-// Pictures wider than the page when they are first shown are scaled down to
-// it, so a screenshot of a large window needs no sideways scrolling.
+// Pictures wider than the page are scaled down to it as the page is loaded
+// (and loaded again after a resize), so a screenshot of a large window needs
+// no sideways scrolling.
 class GuideBrowser : public QTextBrowser {
 public:
     using QTextBrowser::QTextBrowser;
@@ -24,7 +25,7 @@ public:
         const QVariant resource = QTextBrowser::loadResource(type, name);
         if (type != QTextDocument::ImageResource)
             return resource;
-        QImage picture = resource.typeId() == QMetaType::QImage ? resource.value<QImage>()
+        const QImage picture = resource.typeId() == QMetaType::QImage ? resource.value<QImage>()
                                                                 : QImage::fromData(resource.toByteArray());
         const int room = viewport()->width() - 2 * static_cast<int>(document()->documentMargin()) - 4;
         if (picture.isNull() || room < 200 || picture.width() <= room)
