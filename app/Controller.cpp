@@ -256,20 +256,31 @@ std::function<void()> Controller::holdWorker(std::function<void()> parked)
     return [hold] { hold->release.set(); };
 }
 
-std::string Controller::elfPath() const
+std::string Controller::besideProject(const std::string& path) const
 {
-    const std::string elf = m_project.settings().ElfFile;
     const std::string project = m_project.path();
-    if (elf.empty() || project.empty())
-        return elf;
-    const std::filesystem::path p(elf);
-    if (p.is_absolute())
-        return elf;
+    if (path.empty() || project.empty() || std::filesystem::path(path).is_absolute())
+        return {};
     std::error_code ec;
     const std::filesystem::path folder = std::filesystem::absolute(project, ec).parent_path();
     if (ec)
-        return elf;
-    return text::truncated((folder / p).lexically_normal().string(), text::kPathSize);
+        return {};
+    return text::truncated((folder / path).lexically_normal().string(), text::kPathSize);
+}
+
+std::string Controller::elfPath() const
+{
+    const std::string elf = m_project.settings().ElfFile;
+    const std::string beside = besideProject(elf);
+    return beside.empty() ? elf : beside;
+}
+
+std::string Controller::scriptPath() const
+{
+    const std::string script = m_project.settings().ScriptFile;
+    const std::string beside = besideProject(script);
+    std::error_code ec;
+    return !beside.empty() && std::filesystem::is_regular_file(beside, ec) ? beside : script;
 }
 
 // ---------------------------------------------------------------------------

@@ -95,6 +95,11 @@ public:
     // The project's ELF file; a relative path is taken from the project
     // file's folder, so a project opens from any working directory.
     std::string elfPath() const;
+    // The project's probe script: a relative path is taken from the project
+    // file's folder when the file is there; otherwise it goes to the library
+    // as written, which looks in the current folder and then beside itself
+    // (what projects made before relied on).
+    std::string scriptPath() const;
 
     // --- queries for the interface thread ---
     bool samplingRunning() const { return m_samplingRunning; }
@@ -166,6 +171,9 @@ private:
 
     int readBatch();
     int startReading();
+    // `path` joined to the project file's folder when it is relative; empty
+    // when it is absolute or there is no project file.
+    std::string besideProject(const std::string& path) const;
 
     JobEngine& m_engine;
     std::unique_ptr<Sampler> m_sampler;

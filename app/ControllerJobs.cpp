@@ -342,6 +342,7 @@ void Controller::onSetAppStart(Job* j)
 int Controller::connectAndStart()
 {
     m_working = m_project.settings();
+    m_working.ScriptFile = scriptPath();
     m_sampler->setSearchRangeCommand(m_commandLine.qtxSearchRangeCommand());
     m_sampler->setElfFile(m_working.ElfFile.empty() ? std::string() : elfPath());
     if (m_sampler->openProbe(m_working) < 0)

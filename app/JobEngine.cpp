@@ -67,21 +67,38 @@ int JobEngine::post(Job* job)
         // them could wait on the same slot and the second would store its
         // job where the first already did, or after the write index moved on.
         const std::uint64_t ticket = m_nextTicket++;
-        m_slotFreed.wait(lock, [&] {
-            return m_closed.load() || (ticket == m_serving && m_slots[m_write].inUse.load() == 0);
-        });
+        const auto turn = [&] { return ticket == m_serving && m_slots[m_write].inUse.load() == 0; };
+        if (onWorker() && !turn()) {
+            m_deferred.push_back({ticket, job});
+            return 0;
+        }
+        m_slotFreed.wait(lock, [&] { return m_closed.load() || turn(); });
         if (m_closed)
             return -1;
-        Slot& slot = m_slots[m_write];
-        slot.job.store(job);
-        slot.inUse.store(1);
-        m_write = (m_write + 1) % kSlots;
-        ++m_serving;
+        placeLocked(job);
+        placeDeferredLocked();
     }
     // The next ticket may be waiting for its turn with its slot already free.
     m_slotFreed.notify_all();
     m_wake.set();
     return 0;
+}
+
+void JobEngine::placeLocked(Job* job)
+{
+    Slot& slot = m_slots[m_write];
+    slot.job.store(job);
+    slot.inUse.store(1);
+    m_write = (m_write + 1) % kSlots;
+    ++m_serving;
+}
+
+void JobEngine::placeDeferredLocked()
+{
+    while (!m_deferred.empty() && m_deferred.front().ticket == m_serving && m_slots[m_write].inUse.load() == 0) {
+        placeLocked(m_deferred.front().job);
+        m_deferred.pop_front();
+    }
 }
 
 void JobEngine::run()
@@ -118,6 +135,11 @@ void JobEngine::run()
                     s.inUse = 0;
                     s.job = nullptr;
                 }
+                for (const Deferred& d : m_deferred) {
+                    if (d.job->owner && d.job->type != count - 1)
+                        releaseJob(d.job);
+                }
+                m_deferred.clear();
             }
             m_slotFreed.notify_all();
             if (job->owner)
@@ -132,6 +154,7 @@ void JobEngine::run()
             std::lock_guard lock(m_mutex);
             slot.job = nullptr;
             slot.inUse = 0;
+            placeDeferredLocked();
         }
         m_slotFreed.notify_all();
         read = (read + 1) % kSlots;

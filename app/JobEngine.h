@@ -1,7 +1,9 @@
 // The one worker thread ("WORKER") and its ring of 32 job slots. Jobs run one
 // after another in posting order, each handler followed by its completion
 // routine. A full ring blocks the poster until a slot frees; posters blocked
-// together take the freed slots in the order they called post().
+// together take the freed slots in the order they called post(). The worker
+// itself never blocks on its own ring (it alone frees slots): its post waits
+// in line without it and is placed as soon as its turn and a slot come.
 #pragma once
 
 #include "app/Lock.h"
@@ -11,6 +13,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -80,6 +83,11 @@ private:
     void startWorker();
     void run();
     void join();
+    // Stores `job` in the write slot and serves the next ticket; lock held.
+    void placeLocked(Job* job);
+    // Places the worker's waiting posts whose turn has come while slots are
+    // free; lock held.
+    void placeDeferredLocked();
 
     mutable std::mutex m_mutex;  // the queue lock
     std::condition_variable m_slotFreed;
@@ -93,6 +101,11 @@ private:
     // Posters take turns by ticket; m_serving is the ticket whose turn it is.
     std::uint64_t m_nextTicket = 0;
     std::uint64_t m_serving = 0;
+    struct Deferred {
+        std::uint64_t ticket;
+        Job* job;
+    };
+    std::deque<Deferred> m_deferred;  // the worker's posts waiting in line, by ticket
     std::atomic<bool> m_closed{false};
     std::vector<JobTypeEntry> m_table;
     std::thread m_thread;

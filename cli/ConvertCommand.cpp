@@ -4,6 +4,7 @@
 #include "cli/Commands.h"
 
 #include "cli/ConsoleBridge.h"
+#include "cli/Help.h"
 
 #include "app/Report.h"
 #include "files/CsvExport.h"
@@ -20,18 +21,26 @@ struct ConvertArgs {
     std::string recording, project, csv;
 };
 
-bool parse(const std::vector<std::string>& args, ConvertArgs& out)
+// What is wrong with the command line; empty when nothing is.
+std::string parse(const std::vector<std::string>& args, ConvertArgs& out)
 {
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if ((a == "--project" || a == "--csv") && i + 1 < args.size())
+        if (a == "--project" || a == "--csv") {
+            if (i + 1 == args.size())
+                return "option '" + a + "' needs a value";
             (a == "--project" ? out.project : out.csv) = args[++i];
-        else if (!a.empty() && a[0] != '-' && out.recording.empty())
+        } else if (!a.empty() && a[0] == '-') {
+            return "unknown option '" + a + "'";
+        } else if (!out.recording.empty()) {
+            return "unexpected argument '" + a + "'";
+        } else {
             out.recording = a;
-        else
-            return false;
+        }
     }
-    return !out.recording.empty() && !out.project.empty() && !out.csv.empty();
+    if (out.recording.empty())
+        return "missing RECORDING.praw";
+    return out.project.empty() ? "missing --project" : out.csv.empty() ? "missing --csv" : "";
 }
 
 // Keeps the bridge installed only while the command runs.
@@ -47,10 +56,8 @@ struct BridgeScope {
 int runConvertCommand(const std::vector<std::string>& args)
 {
     ConvertArgs a;
-    if (!parse(args, a)) {
-        std::fprintf(stderr, "usage: plotvik-cli convert RECORDING.praw --project P.plotvik --csv OUT.csv\n");
-        return 2;
-    }
+    if (const std::string why = parse(args, a); !why.empty())
+        return clihelp::usageError("convert", why);
     ConsoleBridge bridge;
     BridgeScope scope(&bridge);
 

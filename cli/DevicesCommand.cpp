@@ -1,20 +1,18 @@
 // plotvik-cli devices: the device selection table as text.
+#include "app/InstallPaths.h"
 #include "cli/Commands.h"
+#include "cli/Help.h"
 #include "probe/DeviceList.h"
 #include "probe/TarvoLibrary.h"
-
-#include <QCoreApplication>
 
 #include <algorithm>
 #include <cstdio>
 
 int runDevicesCommand(const std::vector<std::string>& args)
 {
-    if (args.size() > 1) {
-        std::fputs("usage: plotvik-cli devices [FILTER]\n", stderr);
-        return 2;
-    }
-    tarvo::setApplicationPath(QCoreApplication::applicationFilePath().toStdString());
+    if (args.size() > 1)
+        return clihelp::usageError("devices", "unexpected argument '" + args[1] + "'");
+    tarvo::setApplicationPath(installpaths::applicationFile());
     std::vector<DeviceEntry> list = devicelist::load();
     if (list.empty()) {
         std::fputs("plotvik-cli devices: the probe library lists no devices\n", stderr);

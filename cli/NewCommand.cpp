@@ -6,6 +6,7 @@
 #include "app/Text.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
+#include "cli/Help.h"
 #include "probe/ProbeSampler.h"
 
 #include <cstdio>
@@ -14,27 +15,27 @@
 
 namespace {
 
-const char* const kUsage =
-    "usage: plotvik-cli new OUT.plotvik [--elf FILE] [--device NAME] [--bsq PERIOD_US | --qtx]\n"
-    "                   [--usb [SERIAL] | --ip HOST | --existing-session] [--interface JTAG|SWD|FINE]\n"
-    "                   [--speed KHZ] [--script FILE]\n";
-
 bool isOption(const std::string& a) { return a.size() > 1 && a[0] == '-' && a[1] == '-'; }
 
-// The dialog's widgets as options; false on a malformed command line.
-bool parse(const std::vector<std::string>& args, std::string& out, NewProjectChoices& c)
+// The dialog's widgets as options; what is wrong with the command line, or
+// empty when nothing is.
+std::string parse(const std::vector<std::string>& args, std::string& out, NewProjectChoices& c)
 {
     int sources = 0, connections = 0;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         const bool hasValue = i + 1 < args.size() && !isOption(args[i + 1]);
-        if (a == "--elf" && hasValue) {
+        const bool takesValue = a == "--elf" || a == "--device" || a == "--script" || a == "--bsq" || a == "--ip" ||
+                                a == "--interface" || a == "--speed";
+        if (takesValue && !hasValue)
+            return "option '" + a + "' needs a value";
+        if (a == "--elf") {
             c.elf = args[++i];
-        } else if (a == "--device" && hasValue) {
+        } else if (a == "--device") {
             c.device = args[++i];
-        } else if (a == "--script" && hasValue) {
+        } else if (a == "--script") {
             c.script = args[++i];
-        } else if (a == "--bsq" && hasValue) {
+        } else if (a == "--bsq") {
             c.qtx = false;
             c.periodText = args[++i];
             ++sources;
@@ -48,36 +49,43 @@ bool parse(const std::vector<std::string>& args, std::string& out, NewProjectCho
                 c.serialText = args[++i];
             }
             ++connections;
-        } else if (a == "--ip" && hasValue) {
+        } else if (a == "--ip") {
             c.connection = kConnectionTcpIp;
             c.host = args[++i];
             ++connections;
         } else if (a == "--existing-session") {
             c.existingSession = true;
             ++connections;
-        } else if (a == "--interface" && hasValue) {
+        } else if (a == "--interface") {
             const std::string name = args[++i];
             int index = -1;
             for (int k = 0; k < 3; ++k)
                 if (text::equalsFolded(name, newproject::kInterfaceNames[k]))
                     index = k;
             if (index < 0)
-                return false;
+                return "--interface takes JTAG, SWD or FINE, not '" + name + "'";
             c.interfaceIndex = index;
-        } else if (a == "--speed" && hasValue) {
+        } else if (a == "--speed") {
             char* end = nullptr;
-            const long khz = std::strtol(args[++i].c_str(), &end, 10);
+            const std::string value = args[++i];
+            const long khz = std::strtol(value.c_str(), &end, 10);
             // The speed box takes at most five digits.
             if (*end != '\0' || khz < 1 || khz > 99999)
-                return false;
+                return "--speed takes 1 to 99999 kHz, not '" + value + "'";
             c.speedKHz = static_cast<std::int32_t>(khz);
-        } else if (!isOption(a) && out.empty()) {
-            out = a;
+        } else if (isOption(a)) {
+            return "unknown option '" + a + "'";
+        } else if (!out.empty()) {
+            return "unexpected argument '" + a + "'";
         } else {
-            return false;
+            out = a;
         }
     }
-    return !out.empty() && sources <= 1 && connections <= 1;
+    if (out.empty())
+        return "missing OUT.plotvik";
+    if (sources > 1)
+        return "--bsq and --qtx exclude each other";
+    return connections > 1 ? "--usb, --ip and --existing-session exclude each other" : "";
 }
 
 }  // namespace
@@ -86,10 +94,8 @@ int runNewCommand(const std::vector<std::string>& args)
 {
     std::string out;
     NewProjectChoices choices;
-    if (!parse(args, out, choices)) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
+    if (const std::string why = parse(args, out, choices); !why.empty())
+        return clihelp::usageError("new", why);
     if (const std::string why = newproject::refusal(choices); !why.empty()) {
         std::fprintf(stderr, "plotvik-cli new: %s\n", why.c_str());
         return 1;

@@ -1,10 +1,12 @@
 // plotvik-cli record: samples a project headless through the same controller
 // and jobs as the GUI, then writes the exports.
 #include "app/Controller.h"
+#include "app/InstallPaths.h"
 #include "app/JobEngine.h"
 #include "app/Report.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
+#include "cli/Help.h"
 #include "cli/TriggerOption.h"
 #include "files/CsvExport.h"
 #include "files/RawFile.h"
@@ -31,36 +33,37 @@ struct Options {
     TriggerOption trigger;
 };
 
-constexpr const char* kUsage =
-    "usage: plotvik-cli record PROJECT.plotvik --seconds S [--csv OUT.csv] [--praw OUT.praw] [--png OUT.png]\n"
-    "                          [--trigger NAME:rise|fall|both:LEVEL | --trigger off]\n";
-
-bool parse(const std::vector<std::string>& args, Options& o)
+// What is wrong with the command line; empty when nothing is.
+std::string parse(const std::vector<std::string>& args, Options& o)
 {
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        const bool hasValue = i + 1 < args.size();
-        if (a == "--seconds" && hasValue)
+        const bool takesValue = a == "--seconds" || a == "--csv" || a == "--praw" || a == "--png" || a == "--trigger";
+        if (takesValue && i + 1 == args.size())
+            return "option '" + a + "' needs a value";
+        if (a == "--seconds") {
             o.seconds = std::atof(args[++i].c_str());
-        else if (a == "--csv" && hasValue)
+        } else if (a == "--csv") {
             o.csv = args[++i];
-        else if (a == "--praw" && hasValue)
+        } else if (a == "--praw") {
             o.praw = args[++i];
-        else if (a == "--png" && hasValue)
+        } else if (a == "--png") {
             o.png = args[++i];
-        else if (a == "--trigger" && hasValue) {
+        } else if (a == "--trigger") {
             std::string error;
-            if (!parseTriggerOption(args[++i], o.trigger, error)) {
-                std::fprintf(stderr, "plotvik-cli record: %s\n", error.c_str());
-                return false;
-            }
-        }
-        else if (!a.empty() && a[0] != '-' && o.project.empty())
+            if (!parseTriggerOption(args[++i], o.trigger, error))
+                return error;
+        } else if (!a.empty() && a[0] == '-') {
+            return "unknown option '" + a + "'";
+        } else if (!o.project.empty()) {
+            return "unexpected argument '" + a + "'";
+        } else {
             o.project = a;
-        else
-            return false;
+        }
     }
-    return !o.project.empty() && o.seconds > 0;
+    if (o.project.empty())
+        return "missing PROJECT.plotvik";
+    return o.seconds > 0 ? "" : "--seconds takes a time above 0";
 }
 
 // Records whose time stamps do not follow on at the sampling period.
@@ -79,10 +82,8 @@ std::uint32_t countGaps(const SampleStore& store, std::uint32_t periodUs)
 int runRecordCommand(const std::vector<std::string>& args)
 {
     Options o;
-    if (!parse(args, o)) {
-        std::fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (const std::string why = parse(args, o); !why.empty())
+        return clihelp::usageError("record", why);
     int argc = 1;
     char name[] = "plotvik-cli";
     char* argv[] = {name, nullptr};
@@ -95,7 +96,7 @@ int runRecordCommand(const std::vector<std::string>& args)
     } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
-    tarvo::setApplicationPath(QCoreApplication::applicationFilePath().toStdString());
+    tarvo::setApplicationPath(installpaths::applicationFile());
 
     JobEngine engine;
     ConsoleBridge bridge;

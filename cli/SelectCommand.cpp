@@ -4,6 +4,7 @@
 #include "app/JobEngine.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
+#include "cli/Help.h"
 #include "probe/ProbeSampler.h"
 #include "symbols/SymbolPattern.h"
 #include "view/CurveColors.h"
@@ -14,10 +15,8 @@
 
 int runSelectCommand(const std::vector<std::string>& args)
 {
-    if (args.size() < 2) {
-        std::fputs("usage: plotvik-cli select PROJECT.plotvik PATTERN...\n", stderr);
-        return 2;
-    }
+    if (args.size() < 2)
+        return clihelp::usageError("select", args.empty() ? "missing PROJECT.plotvik" : "missing PATTERN");
     const std::string project = args[0];
     const std::vector<std::string> patterns(args.begin() + 1, args.end());
 

@@ -1,6 +1,7 @@
 // plotvik-cli symbols FILE.elf: every leaf of the symbol tree, one line each.
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
+#include "cli/Help.h"
 
 #include "app/Bridge.h"
 #include "app/Report.h"
@@ -28,10 +29,9 @@ bool printLeaf(const Node& node)
 
 int runSymbolsCommand(const std::vector<std::string>& args)
 {
-    if (args.size() != 1) {
-        std::fprintf(stderr, "usage: plotvik-cli symbols FILE.elf\n");
-        return 1;
-    }
+    if (args.size() != 1)
+        return clihelp::usageError("symbols",
+                                   args.empty() ? "missing FILE.elf" : "unexpected argument '" + args[1] + "'");
     ConsoleBridge bridge;
     report::setBridge(&bridge);
     // Errors of single units are printed too, so a partly broken file says so.

@@ -2,6 +2,7 @@
 
 #include "app/Controller.h"
 #include "app/ControllerExports.h"
+#include "app/InstallPaths.h"
 #include "app/Product.h"
 #include "app/Report.h"
 #include "app/Settings.h"
@@ -11,6 +12,7 @@
 #include "gui/NewProjectDialog.h"
 #include "gui/ProgressDialog.h"
 #include "gui/StatusBar.h"
+#include "gui/UserGuideWindow.h"
 #include "gui/WelcomeDialog.h"
 #include "symbols/SymbolSelection.h"
 #include "view/GraphContainer.h"
@@ -24,20 +26,13 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QResizeEvent>
-#include <QDesktopServices>
 #include <QDockWidget>
 #include <QFileDialog>
-#include <QFileInfo>
 #include <QLabel>
 #include <QScreen>
 #include <QThread>
-#include <QUrl>
 
 #include <algorithm>
-
-#ifndef PLOTVIK_USER_GUIDE
-#define PLOTVIK_USER_GUIDE "README.md"
-#endif
 
 MainWindow::MainWindow(Controller& controller, std::vector<std::string> argv, QWidget* parent)
     : QMainWindow(parent), m_controller(controller), m_guiThread(std::this_thread::get_id())
@@ -544,11 +539,17 @@ void MainWindow::_OnActionWatchWindow()
 
 void MainWindow::_OnActionOptions() { _SlotOptionsDialog(); }
 
-void MainWindow::_OnActionUserGuide()
+void MainWindow::_OnActionUserGuide() { showUserGuide(QString::fromStdString(installpaths::guideFile())); }
+
+bool MainWindow::showUserGuide(const QString& indexFile)
 {
-    const QString guide = QStringLiteral(PLOTVIK_USER_GUIDE);
-    if (!QFileInfo::exists(guide) || !QDesktopServices::openUrl(QUrl::fromLocalFile(guide)))
-        report::error(text::format(1024, "Failed to open Plotvik User Guide at:\n\"%s\"", guide.toStdString().c_str()));
+    if (!m_guide)
+        m_guide = new UserGuideWindow(this);
+    if (!m_guide->showGuide(indexFile)) {
+        report::error(text::format(1024, "Failed to open Plotvik User Guide at:\n\"%s\"", indexFile.toStdString().c_str()));
+        return false;
+    }
+    return true;
 }
 
 void MainWindow::_OnActionAbout()

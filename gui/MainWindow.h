@@ -24,6 +24,7 @@ class StatusBar;
 class ToolBar;
 class TableWidget;
 class TriggerWidget;
+class UserGuideWindow;
 
 class MainWindow : public QMainWindow, public Bridge {
     Q_OBJECT
@@ -62,6 +63,10 @@ public:
     ToolBar* toolBar() const { return m_toolBar; }
     TriggerWidget* triggerWidget() const { return m_trigger; }
     TableWidget* watchTable() const { return m_watchTable; }
+    // Help › Plotvik User Guide on `indexFile`, the guide's first page; says
+    // so and answers false when it is not there.
+    bool showUserGuide(const QString& indexFile);
+    UserGuideWindow* userGuideWindow() const { return m_guide; }
     // Copies of the recent lists (list 1 = projects; list 0 stays empty).
     std::vector<std::string> recentList(int list) const;
 
@@ -153,6 +158,7 @@ private:
     ToolBar* m_toolBar = nullptr;                // owned by the window
     TriggerWidget* m_trigger = nullptr;          // owned by the window
     TableWidget* m_watchTable = nullptr;         // owned by the watch dock
+    UserGuideWindow* m_guide = nullptr;          // owned by the window; made when first asked for
     std::array<std::vector<std::string>, 2> m_recent;  // guarded by m_lock
 
     // Parameter blocks of the synchronous requests.

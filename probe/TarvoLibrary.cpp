@@ -6,6 +6,7 @@
 #include <QSettings>
 
 #include <atomic>
+#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <mutex>
@@ -106,8 +107,18 @@ bool load(bool errorBox)
     g_loadFailure.clear();
     void* module = nullptr;
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&load), &info) && info.dli_fname)
-        module = tryLoad(beside(std::filesystem::absolute(info.dli_fname).string(), kLibraryFile), lastTried);
+    // For code inside the program the module's name is the program's argv[0]:
+    // a bare name was found on PATH, so it says nothing of the folder (the
+    // application path, next, does).
+    if (dladdr(reinterpret_cast<void*>(&load), &info) && info.dli_fname && std::strchr(info.dli_fname, '/')) {
+        // Links resolved: an installed program is reached through one in bin/.
+        std::error_code ec;
+        const std::filesystem::path given = std::filesystem::absolute(info.dli_fname, ec);
+        std::filesystem::path self = std::filesystem::weakly_canonical(given, ec);
+        if (ec)
+            self = given;
+        module = tryLoad(beside(self.string(), kLibraryFile), lastTried);
+    }
     if (!module && !g_applicationPath.empty())
         module = tryLoad(beside(g_applicationPath, kLibraryFile), lastTried);
     if (!module) {

@@ -15,25 +15,9 @@ if [ ${#targets[@]} -eq 0 ]; then
   targets=(elf project settings raw qtx_format qtx_stream)
 fi
 
-# The project's own packages, then the fuzzing tool chain, which only this
+# The project's own packages and the fuzzing tool chain, which only this
 # script needs.
-"$root/scripts/install-deps.sh"
-packages=(clang libfuzzer-14-dev)
-missing=()
-for p in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
-    missing+=("$p")
-  fi
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo_cmd=()
-  if [ "$(id -u)" -ne 0 ]; then
-    sudo_cmd=(sudo)
-  fi
-  "${sudo_cmd[@]}" apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+"$root/scripts/install-deps.sh" clang libfuzzer-14-dev
 
 # Without -Werror: clang warns about things gcc, the compiler the project
 # builds with, does not; the normal build keeps the harnesses warning-free.

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages Plotvik needs that this machine lacks.
+# Installs the Debian 12 packages Plotvik needs that this machine lacks, and
+# any further packages named as arguments (a script's own tools).
 set -euo pipefail
 
 packages=(
@@ -11,11 +12,15 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   gdb-multiarch qemu-system-arm
   xvfb xauth imagemagick
+  desktop-file-utils appstream lintian
+  "$@"
 )
 
+# One query for all of them: fast when nothing is missing.
+installed="$(dpkg-query -W -f='${Package} ${Status}\n' "${packages[@]}" 2>/dev/null | grep " install ok installed$" || true)"
 missing=()
 for p in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+  if ! grep -q "^$p install ok installed$" <<<"$installed"; then
     missing+=("$p")
   fi
 done

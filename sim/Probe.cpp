@@ -626,11 +626,6 @@ bool Probe::findControlBlock()
     return true;
 }
 
-bool Probe::readChannel(uint32_t index, uint32_t (&words)[7])
-{
-    return qtx::channel(m_cbAddress, index, targetReader(), words);
-}
-
 int Probe::qtxControl(uint32_t command, void* arg)
 {
     std::lock_guard lk(m_mutex);
@@ -656,28 +651,14 @@ int Probe::qtxControl(uint32_t command, void* arg)
         if (m_cbAddress == 0 && !findControlBlock())
             return TARVO_QTX_ERR_NOT_FOUND;
         const uint32_t direction = arg != nullptr ? *static_cast<const uint32_t*>(arg) : TARVO_QTX_DIR_UP;
-        uint32_t n = 0;
-        if (direction > TARVO_QTX_DIR_DOWN
-            || !m_target->read(m_cbAddress + (direction == TARVO_QTX_DIR_UP ? 16 : 20), &n, 4))
-            return -1;
-        return static_cast<int>(std::min(n, kMaxQtxChannels));
+        return qtx::channels(m_cbAddress, direction, targetReader());
     }
     case TARVO_QTX_CMD_GETDESC: {
         if (!m_target || !m_qtxStarted || arg == nullptr)
             return -1;
         if (m_cbAddress == 0 && !findControlBlock())
             return TARVO_QTX_ERR_NOT_FOUND;
-        auto* desc = static_cast<TARVO_QTX_CHANNEL_DESC*>(arg);
-        uint32_t ch[7];
-        if (desc->Direction != TARVO_QTX_DIR_UP || desc->BufferIndex < 0
-            || !readChannel(static_cast<uint32_t>(desc->BufferIndex), ch))
-            return -1;
-        std::memset(desc->acName, 0, sizeof desc->acName);
-        const std::string name = qtx::channelName(ch[0], targetReader());
-        std::memcpy(desc->acName, name.data(), std::min(name.size(), sizeof desc->acName - 1));
-        desc->SizeOfBuffer = ch[2];
-        desc->Flags = ch[5];
-        return 0;
+        return qtx::describe(m_cbAddress, *static_cast<TARVO_QTX_CHANNEL_DESC*>(arg), targetReader()) ? 0 : -1;
     }
     default:
         return -1;

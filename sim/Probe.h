@@ -74,7 +74,6 @@ private:
     int remoteResult(int rc);
     bool findControlBlock();
     std::vector<std::pair<uint32_t, uint32_t>> searchRanges() const;
-    bool readChannel(uint32_t index, uint32_t (&words)[7]);
     qtx::Read targetReader() const;
     void closeLocked();
     void holdForDrainedChannels();

@@ -31,10 +31,10 @@ uint32_t scan(const Ranges& ranges, const Read& read, uint32_t chunk)
     return 0;
 }
 
-int upChannels(uint32_t cb, const Read& read)
+int channels(uint32_t cb, uint32_t direction, const Read& read)
 {
     uint32_t n = 0;
-    if (!read(cb + 16, &n, 4))
+    if (direction > TARVO_QTX_DIR_DOWN || !read(cb + (direction == TARVO_QTX_DIR_UP ? 16 : 20), &n, 4))
         return -1;
     return static_cast<int>(std::min(n, kMaxChannels));
 }
@@ -61,6 +61,20 @@ std::string channelName(uint32_t namePointer, const Read& read)
     }
     name[sizeof name - 1] = '\0';
     return std::string(name, strnlen(name, sizeof name));
+}
+
+bool describe(uint32_t cb, TARVO_QTX_CHANNEL_DESC& desc, const Read& read)
+{
+    uint32_t words[7];
+    if (desc.Direction != TARVO_QTX_DIR_UP || desc.BufferIndex < 0
+        || !channel(cb, static_cast<uint32_t>(desc.BufferIndex), read, words))
+        return false;
+    const std::string name = channelName(words[0], read);
+    std::memset(desc.acName, 0, sizeof desc.acName);
+    std::memcpy(desc.acName, name.data(), std::min(name.size(), sizeof desc.acName - 1));
+    desc.SizeOfBuffer = words[2];
+    desc.Flags = words[5];
+    return true;
 }
 
 int drain(uint32_t cb, uint32_t index, char* dst, uint32_t max, const Read& read, const Write& write,

@@ -3,6 +3,8 @@
 // simulated target's or a GDB server's.
 #pragma once
 
+#include "probe/TarvoApi.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -25,14 +27,21 @@ using Ranges = std::vector<std::pair<uint32_t, uint32_t>>; // address, size
 // be read ends the search of its range.
 uint32_t scan(const Ranges& ranges, const Read& read, uint32_t chunk = 0xFFFFFFFFu);
 
-// Up-channels the block at `cb` announces (at most kMaxChannels); -1 = unreadable.
-int upChannels(uint32_t cb, const Read& read);
+// Channels of a direction (TARVO_QTX_DIR_UP or _DOWN) the block at `cb`
+// announces, at most kMaxChannels; -1 = unreadable or no such direction.
+int channels(uint32_t cb, uint32_t direction, const Read& read);
+inline int upChannels(uint32_t cb, const Read& read) { return channels(cb, TARVO_QTX_DIR_UP, read); }
 
 // The seven words of up-channel `index`; false when it does not exist.
 bool channel(uint32_t cb, uint32_t index, const Read& read, uint32_t (&words)[7]);
 
 // The channel's name, read from the target (at most 31 characters).
 std::string channelName(uint32_t namePointer, const Read& read);
+
+// Fills the name, size and flags of the up-channel `desc` asks for; false
+// when it asks for a down-channel or a channel that does not exist, or the
+// target cannot be read.
+bool describe(uint32_t cb, TARVO_QTX_CHANNEL_DESC& desc, const Read& read);
 
 // Moves up to `max` bytes out of up-channel `index` and advances its read
 // offset: bytes moved, or -1 when the channel is broken or unreadable.

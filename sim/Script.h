@@ -1,5 +1,5 @@
 // The probe script file: "Key = Value" lines that configure the simulated
-// probe and target (see docs/probe-script.md).
+// probe and target (see docs/guide/probe-script.md).
 #pragma once
 
 #include <cstdint>

@@ -16,12 +16,14 @@ enum : std::uint16_t {
     kTagSubroutine = 0x15, kTagTypedef = 0x16, kTagUnion = 0x17, kTagInheritance = 0x1c,
     kTagInlined = 0x1d, kTagNsExt = 0x1e, kTagSubrange = 0x21, kTagBase = 0x24, kTagConst = 0x26,
     kTagSubprogram = 0x2e, kTagVariable = 0x34, kTagVolatile = 0x35, kTagRestrict = 0x37,
-    kTagNamespace = 0x39, kTagUnspecified = 0x3b, kTagGenericSubrange = 0x45, kTagAtomic = 0x47,
+    kTagNamespace = 0x39, kTagUnspecified = 0x3b, kTagPartialUnit = 0x3c, kTagTypeUnit = 0x41, kTagGenericSubrange = 0x45,
+    kTagAtomic = 0x47,
 };
 
 constexpr std::size_t kTextLimit = 512;  // every intermediate type text
 constexpr int kMaxLinks = 25;
 constexpr int kMaxQualifiers = 64;  // typedefs and qualifiers in a row
+constexpr int kMaxScopes = 64;      // enclosing scopes of a qualified name
 
 void prepend(std::string& text, std::string_view front)
 {
@@ -35,13 +37,19 @@ bool isQualifier(std::uint16_t tag)
     return tag == kTagTypedef || tag == kTagConst || tag == kTagVolatile || tag == kTagRestrict || tag == kTagAtomic;
 }
 
+bool isRecord(std::uint16_t tag) { return tag == kTagClass || tag == kTagStruct || tag == kTagUnion; }
+
 // Records whose DW_AT_type is the type of the thing they name.
 bool namesATypedThing(std::uint16_t tag)
 {
     return tag == kTagVariable || tag == kTagMember || tag == kTagInheritance || tag == kTagParam;
 }
 
-std::string demangle(const char* mangled)
+bool relative(std::string_view path) { return path.empty() || path.front() != '/'; }
+
+}  // namespace
+
+std::string demangled(const char* mangled)
 {
     int status = 0;
     std::unique_ptr<char, decltype(&std::free)> out(abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
@@ -49,10 +57,6 @@ std::string demangle(const char* mangled)
         return {};
     return out.get();
 }
-
-bool relative(std::string_view path) { return path.empty() || path.front() != '/'; }
-
-}  // namespace
 
 const std::vector<std::uint32_t>* DebugInfo::index(int tag) const
 {
@@ -81,7 +85,7 @@ std::string DebugInfo::symbolName(const Die& d) const
     const Die* decl = find(d.specRef);
     const char* linkage = d.linkage ? d.linkage : (decl ? decl->linkage : nullptr);
     if (linkage && linkage[0] == '_' && linkage[1] == 'Z') {
-        std::string s = demangle(linkage);
+        std::string s = demangled(linkage);
         if (!s.empty())
             return text::truncated(s, text::kNameSize);
     }
@@ -119,11 +123,55 @@ const Die* DebugInfo::resolvedType(const Die& symbol) const
             t = find(t->typeRef);
         }
     }
-    d.cachedType = t;
+    d.cachedType = definition(t);
     d.typeLoops = loops;
     d.typeDangles = dangling && !t;
     d.typeCached = true;
     return d.cachedType;
+}
+
+const Die* DebugInfo::definition(const Die* type) const
+{
+    if (!type || !type->declaration || !isRecord(type->tag))
+        return type;
+    if (!m_definitionsIndexed) {
+        m_definitionsIndexed = true;
+        for (const std::uint32_t i : m_types) {
+            const Die& t = m_dies[i];
+            if (!isRecord(t.tag) || t.declaration)
+                continue;
+            // The first of equal definitions stands for all (one per unit that needs it).
+            if (std::string name = qualifiedName(t); !name.empty())
+                m_definitions.emplace(std::move(name), i);
+        }
+    }
+    const std::string name = qualifiedName(*type);
+    if (name.empty())
+        return type;
+    const auto it = m_definitions.find(name);
+    return it == m_definitions.end() ? type : &m_dies[it->second];
+}
+
+std::string DebugInfo::qualifiedName(const Die& d) const
+{
+    std::string name;
+    const Die* at = &d;
+    for (int hops = 0; hops < kMaxScopes; ++hops) {
+        // A definition made outside its scope (Outer::Inner defined at
+        // namespace level) has its name and place on its declaration.
+        if (const Die* decl = find(at->specRef))
+            at = decl;
+        if (!at->name)
+            return {};
+        name = name.empty() ? std::string(at->name) : std::string(at->name) + "::" + name;
+        const Die* up = at->parent == kNoDie ? nullptr : &m_dies[at->parent];
+        if (!up || up->tag == kTagCompileUnit || up->tag == kTagPartialUnit || up->tag == kTagTypeUnit)
+            return name;
+        if (up->tag != kTagNamespace && !isRecord(up->tag))
+            return {};  // local to a function or block: no other unit names it
+        at = up;
+    }
+    return {};
 }
 
 DebugInfo::TypeTrouble DebugInfo::typeTrouble(const Die& symbol) const
@@ -145,6 +193,7 @@ std::uint32_t DebugInfo::byteSize(const Die* type, int nesting) const
     const Die* element = find(type->typeRef);
     for (int hops = 0; element && isQualifier(element->tag) && hops < kMaxQualifiers; ++hops)
         element = find(element->typeRef);
+    element = definition(element);
     if (!element || element == type)
         return 0;
     std::uint64_t size = byteSize(element, nesting + 1);

@@ -30,6 +30,7 @@ struct Die {
     std::uint32_t rank = 0;
     std::uint32_t unit = 0;
     std::uint32_t firstChild = kNoDie, nextSibling = kNoDie;
+    std::uint32_t parent = kNoDie;  // the enclosing entry; kNoDie for a unit's own
     std::uint16_t tag = 0;
     std::uint8_t encoding = 0;
     bool hasByteSize : 1 = false;
@@ -93,6 +94,16 @@ public:
     // A type record stands for itself. nullptr when the symbol has no type, or
     // when typeTrouble() says why it has none although it names one.
     const Die* resolvedType(const Die& symbol) const;
+    // gcc writes a polymorphic class's definition in one unit only; the other
+    // units hold a declaration. A class, structure or union that is only
+    // declared yields its definition elsewhere in the file, found by its
+    // qualified name; any other type, or one defined nowhere, yields itself.
+    const Die* definition(const Die* type) const;
+    // "ns::Outer::Inner": the names of the enclosing namespaces, classes,
+    // structures and unions and the entry's own. Empty for an unnamed entry or
+    // one inside an unnamed scope, a function or an anonymous namespace, which
+    // no other unit can name.
+    std::string qualifiedName(const Die& d) const;
     // Why a symbol that names a type gets none: damaged files can hold a
     // typedef or qualifier chain that comes back to itself, or a reference
     // that points where no entry starts (outside its unit, say).
@@ -121,7 +132,15 @@ public:
 private:
     std::string buildTypeText(const Die& symbol, int depth) const;
     std::uint32_t byteSize(const Die* type, int nesting) const;
+
+    // Record definitions by qualified name, made on the first declaration
+    // met: C programs seldom meet one.
+    mutable std::unordered_map<std::string, std::uint32_t> m_definitions;
+    mutable bool m_definitionsIndexed = false;
 };
+
+// The readable form of a C++ mangled name; empty when it is none.
+std::string demangled(const char* mangled);
 
 // Result of evaluating a location expression.
 struct Location {

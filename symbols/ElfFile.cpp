@@ -13,6 +13,9 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace elf {
@@ -152,6 +155,100 @@ std::uint32_t countElfSymbols(const unsigned char* d, std::uint64_t size)
         return entSize ? static_cast<std::uint32_t>(secSize / entSize) : 0;
     }
     return 0;
+}
+
+// The names under which the symbol table has a defined symbol at address 0,
+// each also in the form a variable's debug information gives: gcc's
+// "name.N" of a function's static in C as "name", a C++ function's static
+// "_ZZ...E4name" as "name". `present` is false without a symbol table.
+struct ZeroSymbols {
+    bool present = false;
+    std::unordered_set<std::string> names;
+};
+
+ZeroSymbols symbolsAtZero(const unsigned char* d, std::uint64_t size)
+{
+    ZeroSymbols out;
+    const bool is64 = d[4] == 2;
+    const Image img{d, size, d[5] == 2};
+    const std::uint64_t shoff = is64 ? img.get(40, 8) : img.get(32, 4);
+    const std::uint64_t shentsize = img.get(is64 ? 58 : 46, 2);
+    const std::uint64_t shnum = img.get(is64 ? 60 : 48, 2);
+    if (shoff == 0 || shentsize == 0)
+        return out;
+    auto field = [&](std::uint64_t at, int off32, int off64) {
+        return is64 ? img.get(at + static_cast<std::uint64_t>(off64), 8) : img.get(at + static_cast<std::uint64_t>(off32), 4);
+    };
+    for (std::uint64_t i = 0; i < shnum; ++i) {
+        const std::uint64_t sh = shoff + i * shentsize;
+        if (img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
+            continue;
+        out.present = true;
+        const std::uint64_t start = field(sh, 16, 24), length = field(sh, 20, 32), entSize = field(sh, 36, 56);
+        const std::uint64_t link = img.get(sh + (is64 ? 40 : 24), 4);
+        if (link >= shnum || entSize < (is64 ? 24u : 16u) || start > size)
+            return out;
+        const std::uint64_t strings = field(shoff + link * shentsize, 16, 24);
+        const std::uint64_t stringsSize = field(shoff + link * shentsize, 20, 32);
+        if (strings > size || stringsSize > size - strings)
+            return out;
+        const std::uint64_t count = std::min(length, size - start) / entSize;
+        for (std::uint64_t k = 0; k < count; ++k) {
+            const std::uint64_t sym = start + k * entSize;
+            const std::uint64_t value = is64 ? img.get(sym + 8, 8) : img.get(sym + 4, 4);
+            const std::uint64_t type = img.get(sym + (is64 ? 4 : 12), 1) & 0xf;
+            const std::uint64_t section = img.get(sym + (is64 ? 6 : 14), 2);
+            const std::uint64_t nameAt = img.get(sym, 4);
+            if (value != 0 || section == 0 /*SHN_UNDEF*/ || type == 3 /*STT_SECTION*/ || type == 4 /*STT_FILE*/ ||
+                nameAt >= stringsSize)
+                continue;
+            const char* first = reinterpret_cast<const char*>(d + strings + nameAt);
+            const std::string_view name(first, strnlen(first, static_cast<std::size_t>(stringsSize - nameAt)));
+            if (name.empty())
+                continue;
+            out.names.emplace(name);
+            const std::size_t dot = name.rfind('.');
+            if (dot != std::string_view::npos && dot > 0 && dot + 1 < name.size() &&
+                name.find_first_not_of("0123456789", dot + 1) == std::string_view::npos)
+                out.names.emplace(name.substr(0, dot));
+            if (name.starts_with("_ZZ")) {
+                const std::string readable = demangled(std::string(name).c_str());
+                if (const std::size_t scope = readable.rfind("::"); scope != std::string::npos)
+                    out.names.emplace(readable.substr(scope + 2));
+            }
+        }
+        return out;
+    }
+    return out;
+}
+
+// --gc-sections leaves address 0 in the debug information of the variables
+// the linker removed. In a file with a symbol table, a variable at 0 has no
+// static address unless a symbol of its own name is there too (its linkage
+// name when it has one): so the vector table stays and the removed go.
+void dropRemovedVariables(DebugInfo& info, const unsigned char* d, std::uint64_t size)
+{
+    std::optional<ZeroSymbols> symbols;
+    std::size_t dropped = 0;
+    for (const std::uint32_t g : info.m_globals) {
+        Die& v = info.m_dies[g];
+        if (!v.hasAddress || v.address != 0)
+            continue;
+        if (!symbols)
+            symbols = symbolsAtZero(d, size);
+        if (!symbols->present)
+            return;
+        const Die* decl = info.find(v.specRef);
+        const char* linkage = v.linkage ? v.linkage : decl ? decl->linkage : nullptr;
+        const char* name = v.name ? v.name : decl ? decl->name : nullptr;
+        const char* own = linkage ? linkage : name;
+        if (!own || !symbols->names.contains(own)) {
+            v.hasAddress = false;
+            ++dropped;
+        }
+    }
+    if (dropped)
+        Log::instance().line("%zu variables at address 0 have no symbol there: left out as removed by the linker", dropped);
 }
 
 // Debian's libdwarf (20210528) frees a header twice when a .debug_rnglists
@@ -671,6 +768,7 @@ bool Loader::walkChildren(Dwarf_Die parent, std::uint32_t parentIndex, Scopes& s
     while (child && ok) {
         const std::uint32_t index = record(child, scopes, ok);
         if (ok) {
+            m_info.m_dies[index].parent = parentIndex;
             if (previous == kNoDie)
                 m_info.m_dies[parentIndex].firstChild = index;
             else
@@ -1021,6 +1119,7 @@ void File::load()
     m_stats.typesMs = loader.walkSection(false, m_stats, m_stats.linesMs);
     m_stats.infoMs = loader.walkSection(true, m_stats, m_stats.linesMs);
     loader.resolveSignatures();
+    dropRemovedVariables(di, m_data.get(), m_size);
     for (std::uint32_t f : di.m_functions) {
         const Die& d = di.die(f);
         if (d.name && std::strcmp(d.name, "main") == 0) {

@@ -295,6 +295,24 @@ bool Remote::access(const std::function<bool()>& steps)
     return ok;
 }
 
+std::optional<std::string> Remote::answer(const std::string& packet, const std::string& what)
+{
+    auto reply = m_client.request(packet);
+    // In background mode a stop reply means the core stopped by itself
+    // (a breakpoint): the packet's own answer still follows.
+    while (reply && isStopReply(*reply)) {
+        m_running = false;
+        reply = m_client.receive();
+    }
+    if (!reply) {
+        if (m_client.lost())
+            lose();
+        else
+            fail("The GDB server at " + m_where + " did not answer " + what + ".");
+    }
+    return reply;
+}
+
 bool Remote::readLocked(uint32_t address, void* dst, uint32_t size)
 {
     auto* out = static_cast<uint8_t*>(dst);
@@ -303,20 +321,9 @@ bool Remote::readLocked(uint32_t address, void* dst, uint32_t size)
     while (done < size) {
         const uint32_t n = std::min(chunk, size - done);
         const uint32_t at = address + done;
-        auto reply = m_client.request("m" + hex32(at) + "," + hex32(n));
-        // In background mode a stop reply means the core stopped by itself
-        // (a breakpoint): the read's own answer still follows.
-        while (reply && isStopReply(*reply)) {
-            m_running = false;
-            reply = m_client.receive();
-        }
-        if (!reply) {
-            if (m_client.lost())
-                lose();
-            else
-                fail("The GDB server at " + m_where + " did not answer a read of " + address8(at) + ".");
+        const auto reply = answer("m" + hex32(at) + "," + hex32(n), "a read of " + address8(at));
+        if (!reply)
             return false;
-        }
         const auto bytes = isErrorReply(*reply) ? std::nullopt : fromHex(*reply);
         if (!bytes || bytes->size() != n) {
             fail("The GDB server refused to read " + std::to_string(n) + " bytes at " + address8(at) + " ("
@@ -336,18 +343,9 @@ bool Remote::writeLocked(uint32_t address, const void* src, uint32_t size)
     for (uint32_t done = 0; done < size;) {
         const uint32_t n = std::min(chunk, size - done);
         const uint32_t at = address + done;
-        auto reply = m_client.request("M" + hex32(at) + "," + hex32(n) + ":" + toHex(in + done, n));
-        while (reply && isStopReply(*reply)) {
-            m_running = false;
-            reply = m_client.receive();
-        }
-        if (!reply) {
-            if (m_client.lost())
-                lose();
-            else
-                fail("The GDB server at " + m_where + " did not answer a write to " + address8(at) + ".");
+        const auto reply = answer("M" + hex32(at) + "," + hex32(n) + ":" + toHex(in + done, n), "a write to " + address8(at));
+        if (!reply)
             return false;
-        }
         if (*reply != "OK") {
             fail("The GDB server refused to write " + std::to_string(n) + " bytes at " + address8(at) + " ("
                  + (reply->empty() ? std::string("not supported") : reply->substr(0, 16)) + ").");
@@ -723,12 +721,8 @@ int Remote::qtxControl(uint32_t command, void* arg, const qtx::Ranges& searchRan
         if (!findBlock())
             return m_lost ? -1 : TARVO_QTX_ERR_NOT_FOUND;
         const uint32_t direction = arg != nullptr ? *static_cast<const uint32_t*>(arg) : TARVO_QTX_DIR_UP;
-        if (direction > TARVO_QTX_DIR_DOWN)
-            return -1;
-        uint32_t n = 0;
-        if (!access([&] { return readLocked(m_cbAddress + (direction == TARVO_QTX_DIR_UP ? 16 : 20), &n, 4); }))
-            return -1;
-        return static_cast<int>(std::min(n, qtx::kMaxChannels));
+        int n = -1;
+        return access([&] { return (n = qtx::channels(m_cbAddress, direction, reader())) >= 0; }) ? n : -1;
     }
     case TARVO_QTX_CMD_GETDESC: {
         if (!m_qtxStarted || arg == nullptr)
@@ -736,22 +730,7 @@ int Remote::qtxControl(uint32_t command, void* arg, const qtx::Ranges& searchRan
         if (!findBlock())
             return m_lost ? -1 : TARVO_QTX_ERR_NOT_FOUND;
         auto* desc = static_cast<TARVO_QTX_CHANNEL_DESC*>(arg);
-        if (desc->Direction != TARVO_QTX_DIR_UP || desc->BufferIndex < 0)
-            return -1;
-        uint32_t ch[7];
-        std::string name;
-        if (!access([&] {
-                if (!qtx::channel(m_cbAddress, static_cast<uint32_t>(desc->BufferIndex), reader(), ch))
-                    return false;
-                name = qtx::channelName(ch[0], reader());
-                return true;
-            }))
-            return -1;
-        std::memset(desc->acName, 0, sizeof desc->acName);
-        std::memcpy(desc->acName, name.data(), std::min(name.size(), sizeof desc->acName - 1));
-        desc->SizeOfBuffer = ch[2];
-        desc->Flags = ch[5];
-        return 0;
+        return access([&] { return qtx::describe(m_cbAddress, *desc, reader()); }) ? 0 : -1;
     }
     default:
         return -1;

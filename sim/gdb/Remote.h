@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -95,6 +96,9 @@ private:
     bool access(const std::function<bool()>& steps); // reads while the core is still, in stop mode
     bool stopCore();                                 // interrupt and wait for the stop reply
     bool resumeCore();
+    // The answer to a memory packet, after any stop replies in between;
+    // none when the server did not answer (`what` names the access) or is lost.
+    std::optional<std::string> answer(const std::string& packet, const std::string& what);
     bool readLocked(uint32_t address, void* dst, uint32_t size);
     bool sampleSpans(std::vector<std::vector<uint8_t>>& data, uint32_t& stamp);
     bool writeLocked(uint32_t address, const void* src, uint32_t size);

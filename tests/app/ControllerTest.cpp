@@ -265,6 +265,11 @@ TEST_F(ControllerFixture, AProjectOpenedByARelativePathIsKnownByItsAbsolutePath)
     EXPECT_EQ(RecentLists::instance().entry(1, 0), expected);
     EXPECT_EQ(Settings::instance().currentProject(), expected);
     EXPECT_EQ(ctl->elfPath(), (folder / "sub" / "demo.elf").string());
+    // A script not beside the project goes to the library as written.
+    EXPECT_EQ(ctl->scriptPath(), "demo.TarvoScript");
+    fs::copy_file(fs::path(PLOTVIK_EXAMPLES_DIR) / "demo.TarvoScript", folder / "sub" / "demo.TarvoScript",
+                  fs::copy_options::overwrite_existing);
+    EXPECT_EQ(ctl->scriptPath(), (folder / "sub" / "demo.TarvoScript").string());
 
     std::atomic<int> reopened{1};
     ctl->postOpenProjFile(RecentLists::instance().entry(1, 0), &reopened, {});

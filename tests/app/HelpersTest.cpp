@@ -1,13 +1,17 @@
 #include "app/FileErrors.h"
+#include "app/InstallPaths.h"
 #include "app/Report.h"
 #include "app/TaggedAlloc.h"
 #include "app/Text.h"
 #include "TestBridge.h"
 
+#include <QCoreApplication>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 TEST(Text, FoldingTouchesOnlyAsciiLetters)
 {
@@ -66,4 +70,20 @@ TEST(TaggedAlloc, FailureIsShownAndYieldsNothing)
     EXPECT_EQ(boxes[0].text, "Failed to allocate 0x00001234 bytes of memory!");
     EXPECT_EQ(boxes[0].caption, report::errorCaption());
     report::setBridge(nullptr);
+}
+
+// The build copies the guide and the examples beside the executables, so a
+// program run from the build tree finds them there, as an installed one
+// finds them in the installed data folder.
+TEST(InstallPaths, TheBuildTreeKeepsTheDataBesideTheExecutables)
+{
+    int argc = 1;
+    char name[] = "test_app";
+    char* argv[] = {name, nullptr};
+    QCoreApplication app(argc, argv);
+    const std::string bin = std::filesystem::canonical(PLOTVIK_BIN_DIR).string();
+    EXPECT_EQ(installpaths::applicationFolder(), bin);
+    EXPECT_EQ(installpaths::dataFolder(), bin);
+    EXPECT_EQ(installpaths::guideFile(), bin + "/guide/index.md");
+    EXPECT_TRUE(std::filesystem::is_regular_file(installpaths::guideFile()));
 }

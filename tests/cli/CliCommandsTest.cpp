@@ -1,5 +1,6 @@
 // plotvik-cli's project commands as a user chains them: new, select and
 // record give a CSV of the chosen variables with the firmware's values.
+#include "app/Product.h"
 #include "tests/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +22,8 @@ const fs::path kBin = PLOTVIK_BIN_DIR;
 
 struct CliRun {
     int code = -1;
-    std::string output;  // standard output and error
+    std::string output;  // standard output, and standard error unless kept apart
+    std::string error;   // standard error when kept apart
 };
 
 std::string quoted(const std::string& s)
@@ -33,13 +35,14 @@ std::string quoted(const std::string& s)
 }
 
 // Runs plotvik-cli in `dir`, with the configuration kept inside it.
-CliRun cli(const fs::path& dir, const std::vector<std::string>& args)
+CliRun cli(const fs::path& dir, const std::vector<std::string>& args, bool errorApart = false)
 {
     std::string cmd = "cd " + quoted(dir.string()) + " && HOME=" + quoted(dir.string()) +
                       " XDG_CONFIG_HOME=" + quoted(dir.string()) + " " + quoted((kBin / "plotvik-cli").string());
     for (const std::string& a : args)
         cmd += " " + quoted(a);
-    cmd += " 2>&1";
+    const fs::path errorFile = dir / "stderr.txt";
+    cmd += errorApart ? " 2>" + quoted(errorFile.string()) : std::string(" 2>&1");
     CliRun r;
     FILE* p = ::popen(cmd.c_str(), "r");
     if (!p)
@@ -49,6 +52,12 @@ CliRun cli(const fs::path& dir, const std::vector<std::string>& args)
         r.output.append(buf, n);
     const int status = ::pclose(p);
     r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (errorApart) {
+        std::ifstream in(errorFile);
+        std::ostringstream text;
+        text << in.rdbuf();
+        r.error = text.str();
+    }
     return r;
 }
 
@@ -168,5 +177,52 @@ TEST(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
                 ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
             EXPECT_NE(row.find(lower), std::string::npos) << kept[i];
         }
+    }
+}
+
+// Help and version go to standard output with status 0; a wrong command line
+// says what is wrong on standard error, as "plotvik-cli[ COMMAND]: ...", then
+// the synopsis, with status 2.
+TEST(CliCommands, HelpVersionAndUsageErrors)
+{
+    if (!fs::exists(kBin / "plotvik-cli"))
+        GTEST_SKIP() << "plotvik-cli not built";
+    const fs::path dir = testtemp::folder() / "help";
+    fs::create_directories(dir);
+    const CliRun help = cli(dir, {"--help"}, true);
+    EXPECT_EQ(help.code, 0) << help.error;
+    EXPECT_EQ(help.output.rfind("Usage: plotvik-cli COMMAND", 0), 0u) << help.output;
+    for (const char* command : {"symbols", "new", "select", "record", "convert", "devices"}) {
+        EXPECT_NE(help.output.find("\n  " + std::string(command) + " "), std::string::npos) << command;
+        const CliRun r = cli(dir, {command, "--help"}, true);
+        EXPECT_EQ(r.code, 0) << command << r.error;
+        EXPECT_EQ(r.output.rfind("Usage: plotvik-cli " + std::string(command) + " ", 0), 0u) << r.output;
+        EXPECT_NE(r.output.find("\nExit status:\n  0  "), std::string::npos) << r.output;
+    }
+    const CliRun version = cli(dir, {"--version"}, true);
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.output, "plotvik-cli (Norvex Plotvik) " + product::versionText() + "\n");
+
+    struct Case {
+        std::vector<std::string> args;
+        const char* error;
+    };
+    const Case cases[] = {
+        {{}, "plotvik-cli: missing command"},
+        {{"plot"}, "plotvik-cli: unknown command 'plot'"},
+        {{"symbols"}, "plotvik-cli symbols: missing FILE.elf"},
+        {{"record", "p.plotvik"}, "plotvik-cli record: --seconds takes a time above 0"},
+        {{"record", "p.plotvik", "--seconds"}, "plotvik-cli record: option '--seconds' needs a value"},
+        {{"convert", "r.praw", "--csv", "o.csv", "--fast"}, "plotvik-cli convert: unknown option '--fast'"},
+        {{"new", "a.plotvik", "--speed", "100000"}, "plotvik-cli new: --speed takes 1 to 99999 kHz, not '100000'"},
+        {{"new", "a.plotvik", "--bsq", "10", "--qtx"}, "plotvik-cli new: --bsq and --qtx exclude each other"},
+        {{"select", "p.plotvik"}, "plotvik-cli select: missing PATTERN"},
+        {{"devices", "a", "b"}, "plotvik-cli devices: unexpected argument 'b'"},
+    };
+    for (const Case& c : cases) {
+        const CliRun r = cli(dir, c.args, true);
+        EXPECT_EQ(r.code, 2) << c.error;
+        EXPECT_EQ(r.output, "") << c.error;
+        EXPECT_EQ(r.error.rfind(std::string(c.error) + "\nUsage: plotvik-cli ", 0), 0u) << r.error;
     }
 }
