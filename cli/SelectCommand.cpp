@@ -38,7 +38,7 @@ int runSelectCommand(const std::vector<std::string>& args)
         std::fprintf(stderr, "plotvik-cli select: could not open project %s\n", project.c_str());
         return finish(1);
     }
-    const SymbolTree* tree = controller.symbols().tree();
+    SymbolTree* tree = controller.symbols().tree();
     if (!tree) {
         std::fprintf(stderr, "plotvik-cli select: the project's ELF file could not be read\n");
         return finish(1);
@@ -49,17 +49,19 @@ int runSelectCommand(const std::vector<std::string>& args)
     const std::unordered_set<const Node*> already(selected.begin(), selected.end());
     std::vector<bool> used(patterns.size(), false);
     std::vector<Node*> added;
-    for (Node* leaf : symbolpattern::tickableLeaves(*tree)) {
-        bool hit = false;
+    const auto hit = [&](const Node& leaf) {
+        bool any = false;
         for (std::size_t p = 0; p < patterns.size(); ++p) {
-            if (symbolpattern::matches(patterns[p], leaf->NameWithParents)) {
+            if (symbolpattern::matches(patterns[p], leaf.NameWithParents)) {
                 used[p] = true;
-                hit = true;
+                any = true;
             }
         }
-        if (hit && !already.count(leaf))
+        return any;
+    };
+    for (Node* leaf : symbolpattern::tickableLeaves(*tree, hit))
+        if (!already.count(leaf))
             added.push_back(leaf);
-    }
     int status = 0;
     for (std::size_t p = 0; p < patterns.size(); ++p) {
         if (!used[p]) {

@@ -14,15 +14,15 @@
 
 namespace {
 
-void printLeaves(const Node* node)
+// Array elements are made one at a time as the listing goes: a listing of
+// millions of them holds a few nodes.
+bool printLeaf(const Node& node)
 {
-    for (; node; node = node->Next) {
-        if (node->IsLeaf)
-            std::printf("%s\t0x%08X\t%u\t%d\t%.*s\t%.*s\t%u\t%u\n", node->NameWithParents.c_str(), node->Address, node->Size,
-                        node->TypeID, static_cast<int>(node->Type.size()), node->Type.data(),
-                        static_cast<int>(node->File.size()), node->File.data(), node->BitSize, node->BitOffset);
-        printLeaves(node->Children);
-    }
+    if (node.IsLeaf)
+        std::printf("%s\t0x%08X\t%u\t%d\t%.*s\t%.*s\t%u\t%u\n", node.NameWithParents.c_str(), node.Address, node.Size,
+                    node.TypeID, static_cast<int>(node.Type.size()), node.Type.data(), static_cast<int>(node.File.size()),
+                    node.File.data(), node.BitSize, node.BitOffset);
+    return true;
 }
 
 }  // namespace
@@ -53,6 +53,6 @@ int runSymbolsCommand(const std::vector<std::string>& args)
     if (result < 0 || !db.tree())
         return 1;
     for (const Node* file : db.tree()->files)
-        printLeaves(file->Children);
+        symtree::forEachNode(file->Children, printLeaf);
     return 0;
 }

@@ -72,7 +72,7 @@ int ExportCsv(const std::string& path, const SampleStore& store, const SymbolDat
             const int len = std::snprintf(buf, sizeof buf, "%u", timeStamps[slot]);
             line.append(buf, static_cast<std::size_t>(len));
             for (const Node* sym : selected)
-                appendField(line, sym->TypeID, sym->Values ? sym->Values[slot] : 0);
+                appendField(line, sym->TypeID, sym->symbol().Values ? sym->symbol().Values[slot] : 0);
             line += '\n';
             file.write(line);
         }

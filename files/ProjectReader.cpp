@@ -230,8 +230,8 @@ int readGraphColor(const XMLElement* o, Node& n)
         const std::int64_t c = integer(v);
         return static_cast<std::int32_t>(std::clamp<std::int64_t>(c, INT32_MIN, INT32_MAX));
     };
-    n.GraphColor = Rgb{component(r), component(g), component(b), 255};
-    n.HasGraphColor = true;
+    n.symbol().GraphColor = Rgb{component(r), component(g), component(b), 255};
+    n.symbol().HasGraphColor = true;
     return 0;
 }
 
@@ -239,14 +239,14 @@ int readGraphColor(const XMLElement* o, Node& n)
 int readYMinSampled(const XMLElement* o, Node& n)
 {
     const char* v = o->Attribute("YMinSampled");
-    n.YMinSampled = v ? decimal(v) : 0.0;
+    n.symbol().YMinSampled = v ? decimal(v) : 0.0;
     return 0;
 }
 
 int readYMaxSampled(const XMLElement* o, Node& n)
 {
     const char* v = o->Attribute("YMaxSampled");
-    n.YMaxSampled = v ? decimal(v) : 0.0;
+    n.symbol().YMaxSampled = v ? decimal(v) : 0.0;
     return 0;
 }
 
@@ -254,13 +254,13 @@ int readYAvgSampled(const XMLElement* o, Node& n)
 {
     // Read as an integer: only "1" (or anything starting with it) gives 1.
     const char* v = o->Attribute("YAvgSampled");
-    n.YAvgSampled = (v && integer(v) == 1) ? 1.0 : 0.0;
+    n.symbol().YAvgSampled = (v && integer(v) == 1) ? 1.0 : 0.0;
     return 0;
 }
 
 int readOffset(const XMLElement* o, Node& n)
 {
-    optionalInteger<std::int32_t>(o, "Offset", n.Offset, 0);
+    optionalInteger<std::int32_t>(o, "Offset", n.symbol().Offset, 0);
     return 0;
 }
 
@@ -269,7 +269,7 @@ int readShowInGraph(const XMLElement* o, Node& n)
     const char* v = o->Attribute("ShowInGraph");
     if (!v)
         return -1;
-    n.ShowInGraph = integer(v) == 1;
+    n.symbol().ShowInGraph = integer(v) == 1;
     return 0;
 }
 
@@ -278,7 +278,7 @@ int readYOffset(const XMLElement* o, Node& n)
     const char* v = o->Attribute("YOffset");
     if (!v)
         return -1;
-    n.YOffset = decimal(v);
+    n.symbol().YOffset = decimal(v);
     return 0;
 }
 
@@ -287,11 +287,11 @@ int readIsAutoConfig(const XMLElement* o, Node& n)
     const char* v = o->Attribute("IsAutoConfig");
     if (!v)
         return -1;
-    n.IsAutoConfig = integer(v) == 1;
+    n.symbol().IsAutoConfig = integer(v) == 1;
     return 0;
 }
 
-int readYResolution(const XMLElement* o, Node& n) { return requiredInteger(o, "YResolution", n.YResolution) ? 0 : -1; }
+int readYResolution(const XMLElement* o, Node& n) { return requiredInteger(o, "YResolution", n.symbol().YResolution) ? 0 : -1; }
 
 int readMaxValue(const XMLElement* o, Node& n)
 {
@@ -313,7 +313,7 @@ int readFile(const XMLElement* o, Node& n)
 
 int readDrawStyle(const XMLElement* o, Node& n)
 {
-    optionalInteger<std::int32_t>(o, "DrawStyle", n.DrawStyle, 0);
+    optionalInteger<std::int32_t>(o, "DrawStyle", n.symbol().DrawStyle, 0);
     return 0;
 }
 
@@ -328,7 +328,7 @@ int readNameWithParents(const XMLElement* o, Node& n)
 int readManualYResolution(const XMLElement* o, Node& n)
 {
     const char* v = o->Attribute("ManualYResolution");
-    n.ManualYResolution = v && integer(v) != 0;
+    n.symbol().ManualYResolution = v && integer(v) != 0;
     return 0;
 }
 

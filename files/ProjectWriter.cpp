@@ -85,22 +85,22 @@ void writeSymbol(XMLElement* list, const Node& n)
     setText(o, "Type", std::string(n.Type));
     setInt(o, "TypeID", n.TypeID);
     setUnsigned(o, "Size", n.Size);
-    setInt(o, "GraphColorRed", n.GraphColor.red);
-    setInt(o, "GraphColorGreen", n.GraphColor.green);
-    setInt(o, "GraphColorBlue", n.GraphColor.blue);
-    setDouble(o, "YMinSampled", n.YMinSampled);
-    setDouble(o, "YMaxSampled", n.YMaxSampled);
-    setDouble(o, "YAvgSampled", n.YAvgSampled);
-    setInt(o, "Offset", n.Offset);
-    setFlag(o, "ShowInGraph", n.ShowInGraph);
-    setInt(o, "YOffset", projectfile::truncatedToInteger(n.YOffset));
-    setFlag(o, "IsAutoConfig", n.IsAutoConfig);
-    setUnsigned(o, "YResolution", n.YResolution);
+    setInt(o, "GraphColorRed", n.symbol().GraphColor.red);
+    setInt(o, "GraphColorGreen", n.symbol().GraphColor.green);
+    setInt(o, "GraphColorBlue", n.symbol().GraphColor.blue);
+    setDouble(o, "YMinSampled", n.symbol().YMinSampled);
+    setDouble(o, "YMaxSampled", n.symbol().YMaxSampled);
+    setDouble(o, "YAvgSampled", n.symbol().YAvgSampled);
+    setInt(o, "Offset", n.symbol().Offset);
+    setFlag(o, "ShowInGraph", n.symbol().ShowInGraph);
+    setInt(o, "YOffset", projectfile::truncatedToInteger(n.symbol().YOffset));
+    setFlag(o, "IsAutoConfig", n.symbol().IsAutoConfig);
+    setUnsigned(o, "YResolution", n.symbol().YResolution);
     setInt(o, "MaxValue", projectfile::truncatedToInteger(n.MaxValue));
     setText(o, "File", std::string(n.File));
-    setInt(o, "DrawStyle", n.DrawStyle);
+    setInt(o, "DrawStyle", n.symbol().DrawStyle);
     setText(o, "NameWithParents", n.NameWithParents);
-    setFlag(o, "ManualYResolution", n.ManualYResolution);
+    setFlag(o, "ManualYResolution", n.symbol().ManualYResolution);
 }
 
 }  // namespace

@@ -20,10 +20,10 @@ int ProbeSampler::startBsq(const ProjectSettings& s, SymbolDatabase& symbols, Sa
         Node* n = selected[i];
         m_blocks[i].Addr = n->Address;
         m_blocks[i].NumBytes = n->Size;
-        n->LatestSlot = -1;
-        n->HasValue = false;
-        n->YMinSampled = SymbolDisplaySettings{}.YMinSampled;
-        n->YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
+        n->symbol().LatestSlot = -1;
+        n->symbol().HasValue = false;
+        n->symbol().YMinSampled = SymbolDisplaySettings{}.YMinSampled;
+        n->symbol().YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
     }
     m_recordSize = store.layOut(true);
 

@@ -120,7 +120,7 @@ int ProbeSampler::startQtx(ProjectSettings& s, SymbolDatabase& symbols, SampleSt
         // lends its colour and scales.
         const std::size_t at = nodes.size();
         if (at < previous.size() && previous[at] && previous[at]->Name == item.name)
-            static_cast<SymbolDisplaySettings&>(*n) = keptDisplay(*previous[at]);
+            static_cast<SymbolDisplaySettings&>(n->symbol()) = keptDisplay(previous[at]->symbol());
         nodes.push_back(n);
     }
     if (bridge)

@@ -17,7 +17,7 @@ std::uint32_t SampleStore::layOut(bool withTimeStamp)
     m_withTimeStamp = withTimeStamp;
     std::uint32_t offset = withTimeStamp ? 4 : 0;
     for (Node* n : m_symbols.selected()) {
-        n->Offset = static_cast<std::int32_t>(offset);
+        n->symbol().Offset = static_cast<std::int32_t>(offset);
         offset += n->Size;
     }
     m_recordSize = offset;
@@ -34,10 +34,10 @@ bool SampleStore::ensureTimeStamps()
 void SampleStore::clear()
 {
     for (Node* n : m_symbols.selected()) {
-        if (n->Values)
-            std::memset(n->Values.get(), 0, kSymbolBufferBytes);
-        n->LatestSlot = -1;
-        n->HasValue = false;
+        if (n->symbol().Values)
+            std::memset(n->symbol().Values.get(), 0, kSymbolBufferBytes);
+        n->symbol().LatestSlot = -1;
+        n->symbol().HasValue = false;
     }
     m_write = 0;
     m_last = 0;
@@ -65,9 +65,9 @@ bool SampleStore::prepareFreshStart()
     clear();
     bool ok = ensureTimeStamps();
     for (Node* n : m_symbols.selected()) {
-        if (!n->Values)
-            n->Values = alloc::make<std::uint64_t>(kCapacity, "Symbol sample buffer");
-        ok = ok && n->Values != nullptr;
+        if (!n->symbol().Values)
+            n->symbol().Values = alloc::make<std::uint64_t>(kCapacity, "Symbol sample buffer");
+        ok = ok && n->symbol().Values != nullptr;
     }
     if (m_timeStamps)
         std::memset(m_timeStamps.get(), 0, kTimeStampBytes);
@@ -77,10 +77,10 @@ bool SampleStore::prepareFreshStart()
 void SampleStore::resetStatistics()
 {
     for (Node* n : m_symbols.selected()) {
-        n->YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
-        n->YMinSampled = SymbolDisplaySettings{}.YMinSampled;
-        n->YAvgSampled = 0.0;
-        n->SamplesSinceStart = 0;
+        n->symbol().YMaxSampled = SymbolDisplaySettings{}.YMaxSampled;
+        n->symbol().YMinSampled = SymbolDisplaySettings{}.YMinSampled;
+        n->symbol().YAvgSampled = 0.0;
+        n->symbol().SamplesSinceStart = 0;
     }
 }
 
@@ -109,9 +109,9 @@ std::uint32_t SampleStore::timeStampAt(std::uint32_t i) const
 
 const std::uint64_t* SampleStore::valueSlotAt(const Node& symbol, std::uint32_t i) const
 {
-    if (i > kCapacity || !symbol.Values)
+    if (i > kCapacity || !symbol.symbol().Values)
         return nullptr;
-    return &symbol.Values[slotOf(i) % kCapacity];
+    return &symbol.symbol().Values[slotOf(i) % kCapacity];
 }
 
 bool SampleStore::canTrigger(std::int32_t typeId)
@@ -126,15 +126,15 @@ bool SampleStore::canTrigger(std::int32_t typeId)
 SampleStore::Verdict SampleStore::evaluateTrigger(const Node& symbol, std::uint32_t slot)
 {
     // The previous sample sits in the slot before the current one.
-    if (!symbol.HasValue)
+    if (!symbol.symbol().HasValue)
         return Verdict::Discard;
     const std::uint32_t before = slot == 0 ? kCapacity - 1 : slot - 1;
     if (!m_triggerOn || m_triggerFired)
         return Verdict::Keep;
     if (&symbol != m_triggerSymbol || !canTrigger(symbol.TypeID))
         return Verdict::Discard;
-    const double previous = sampleToDouble(symbol.TypeID, symbol.Values[before]);
-    const double current = sampleToDouble(symbol.TypeID, symbol.Values[slot]);
+    const double previous = sampleToDouble(symbol.TypeID, symbol.symbol().Values[before]);
+    const double current = sampleToDouble(symbol.TypeID, symbol.symbol().Values[slot]);
     bool fired = m_triggerRise && previous < m_triggerLevel && m_triggerLevel <= current;
     if (!fired)
         fired = m_triggerFall && previous > m_triggerLevel && m_triggerLevel >= current;
@@ -182,33 +182,33 @@ void SampleStore::storeRecords(const std::uint8_t* bytes, std::size_t count)
         if (m_open) {
             const bool empty = isEmpty();
             for (Node* n : symbols) {
-                if (!n->Values)
+                if (!n->symbol().Values)
                     continue;
                 const SlotWindow window = slotWindow(*n);
                 std::uint64_t slot = 0;
-                std::memcpy(&slot, rec + n->Offset + window.offset, window.size);
-                n->Values[w] = slot;
+                std::memcpy(&slot, rec + n->symbol().Offset + window.offset, window.size);
+                n->symbol().Values[w] = slot;
                 if (empty) {
-                    n->LatestSlot = static_cast<std::int32_t>(w);
+                    n->symbol().LatestSlot = static_cast<std::int32_t>(w);
                 } else if (evaluateTrigger(*n, w) == Verdict::Keep) {
-                    n->LatestSlot = static_cast<std::int32_t>(w);
-                    const double v = sampleToDouble(n->TypeID, n->Values[w]);
-                    if (v > n->YMaxSampled)
-                        n->YMaxSampled = v;
-                    if (v < n->YMinSampled)
-                        n->YMinSampled = v;
+                    n->symbol().LatestSlot = static_cast<std::int32_t>(w);
+                    const double v = sampleToDouble(n->TypeID, n->symbol().Values[w]);
+                    if (v > n->symbol().YMaxSampled)
+                        n->symbol().YMaxSampled = v;
+                    if (v < n->symbol().YMinSampled)
+                        n->symbol().YMinSampled = v;
                     // The running mean of every sample since the start; types
                     // without a plain value (NaN) would poison it.
                     if (!std::isnan(v)) {
-                        const double samples = static_cast<double>(++n->SamplesSinceStart);
-                        n->YAvgSampled = ((samples - 1.0) * n->YAvgSampled + v) / samples;
+                        const double samples = static_cast<double>(++n->symbol().SamplesSinceStart);
+                        n->symbol().YAvgSampled = ((samples - 1.0) * n->symbol().YAvgSampled + v) / samples;
                     }
                 } else {
                     // Waiting for the trigger: the current sample becomes the previous one.
                     m_timeStamps[0] = m_timeStamps[1];
-                    n->Values[0] = n->Values[1];
+                    n->symbol().Values[0] = n->symbol().Values[1];
                 }
-                n->HasValue = true;
+                n->symbol().HasValue = true;
             }
         }
         if (m_triggerOn && !m_triggerFired) {

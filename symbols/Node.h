@@ -1,11 +1,13 @@
 // One element of the symbol tree: a source file, a variable, a member or an
 // array element. Selected symbols are nodes that also sit in the selected list.
+// Array elements are made on demand (symtree::makeElement): the tree holds
+// the first element of each array as the model of all of them.
 #pragma once
 
-#include "app/TaggedAlloc.h"
-#include "files/SymbolDisplaySettings.h"
+#include "symbols/SelectedSymbol.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,7 +34,7 @@ enum TypeId : std::int32_t {
 enum Cut : std::uint8_t {
     kCutNone = 0,
     kCutVariableBudget = 1,  // its variable used up its share of nodes
-    kCutTreeBudget = 2,      // the tree used up its nodes
+    kCutTreeBudget = 2,      // the tree used up its nodes (or the variable its share of them)
     kCutAddressSpace = 3,    // an array whose elements would run past 4 GB
     kCutTypeTrouble = 4,     // an array whose element type loops or dangles
 };
@@ -40,14 +42,13 @@ enum Cut : std::uint8_t {
 // Debug-information tags the tree acts on.
 enum : std::uint32_t { kTagArray = 1, kTagClass = 2, kTagStruct = 19, kTagUnion = 23, kTagSubprogram = 46 };
 
-struct Node : SymbolDisplaySettings {
+struct Node {
     std::uint32_t Tag = 0;
-    // The flags and 32-bit fields are placed to leave no padding: the tree
-    // holds a node for every array element.
+    // The flags and 32-bit fields are placed to leave no padding.
     bool IsSigned = false;
     bool IsArray = false;
     bool IsLeaf = false;
-    bool HasValue = false;  // sampling: the symbol has a current value
+    std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     std::string Name;             // at most 255 characters
     std::string NameWithParents;  // dotted path, the symbol's identity
     std::string_view Type;        // interned (text::intern), at most 255 characters
@@ -59,17 +60,33 @@ struct Node : SymbolDisplaySettings {
     std::vector<std::uint32_t> Dimensions;  // element count per dimension; non-empty marks an array node
     std::uint32_t BitSize = 0;
     std::uint32_t BitOffset = 0;
-    std::int32_t LatestSlot = -1;  // sampling: slot of the newest value, -1 none
-    std::uint8_t Unexpanded = kCutNone;  // a Cut: why children are missing
     double MaxValue = 0.0;
 
-    // Links to user-interface items (not owned).
-    void* SelectionItem = nullptr;
-    void* TableRow = nullptr;
+    // An array, or an element that holds the remaining dimensions of one,
+    // has its elements on demand: ElementCount of them, ElementStride bytes
+    // apart, each made like ElementModel (element [0] as the builder filled
+    // it; outside every list, shared by the copies of this node).
+    std::uint32_t ElementCount = 0;
+    std::uint32_t ElementIndex = 0;  // an element's own index
+    std::uint64_t ElementStride = 0;
+    const Node* ElementModel = nullptr;  // not owned: the tree's arena owns it
 
-    // Sampling fields.
-    alloc::Block<std::uint64_t> Values;  // one 8-byte slot per store record
-    std::uint64_t SamplesSinceStart = 0;  // samples in the running mean YAvgSampled
+    // Display settings and sampling fields: made when first asked for (a
+    // symbol that is selected, or read from a project), kept while the node
+    // lives, so a symbol selected again finds its settings.
+    std::unique_ptr<SelectedSymbol> Selected;
+    SelectedSymbol& symbol()
+    {
+        if (!Selected)
+            Selected = std::make_unique<SelectedSymbol>();
+        return *Selected;
+    }
+    // A node never selected answers with the settings of a new symbol.
+    const SelectedSymbol& symbol() const
+    {
+        static const SelectedSymbol kNew;
+        return Selected ? *Selected : kNew;
+    }
 
     // Tree links (not owned: the tree's arena owns every node).
     Node* Parent = nullptr;
@@ -78,6 +95,8 @@ struct Node : SymbolDisplaySettings {
     Node* Next = nullptr;
 
     bool isArrayNode() const { return !Dimensions.empty(); }
+    bool hasElements() const { return ElementCount != 0; }
+    bool hasChildren() const { return Children || ElementCount != 0; }
     void addChild(Node* child)
     {
         if (LastChild)

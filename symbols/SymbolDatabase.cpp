@@ -26,6 +26,22 @@ Node* NodeArena::create()
     return new (m_chunks.back() + index) Node;
 }
 
+Node* NodeArena::element(const Node& level, std::uint32_t index)
+{
+    std::map<std::uint32_t, Node*>& made = m_elements[&level];
+    if (const auto it = made.find(index); it != made.end())
+        return it->second;
+    Node* n = symtree::makeElement(level, index, [this] { return create(); });
+    made.emplace(index, n);
+    return n;
+}
+
+const std::map<std::uint32_t, Node*>* NodeArena::madeElements(const Node& level) const
+{
+    const auto it = m_elements.find(&level);
+    return it == m_elements.end() ? nullptr : &it->second;
+}
+
 NodeArena::~NodeArena()
 {
     std::size_t left = m_size;
@@ -101,6 +117,11 @@ std::unique_ptr<SymbolTree> SymbolDatabase::buildTree(const elf::DebugInfo& info
                 break;
             }
     });
+    // Selected array elements are made as the tree is built, to be matched.
+    std::vector<std::string> paths;
+    for (const Node* s : m_selected)
+        paths.push_back(s->NameWithParents);
+    builder.want(paths);
     Node* fileNode = nullptr;
     Node* previous = nullptr;
     std::string_view previousFile;
@@ -175,16 +196,15 @@ int SymbolDatabase::parseElf(const std::string& path, bool match, Bridge* bridge
                 if (symtree::matches(*n, *oldNode)) {
                     // The display settings travel with the symbol, so a project's
                     // scales and styles survive opening it and a re-parse.
-                    n->DrawStyle = oldNode->DrawStyle;
-                    n->YOffset = oldNode->YOffset;
-                    n->YResolution = oldNode->YResolution;
-                    n->IsAutoConfig = oldNode->IsAutoConfig;
-                    n->ManualYResolution = oldNode->ManualYResolution;
-                    n->ShowInGraph = oldNode->ShowInGraph;
-                    n->GraphColor = oldNode->GraphColor;
-                    n->HasGraphColor = oldNode->HasGraphColor;
-                    n->SelectionItem = oldNode->SelectionItem;
-                    n->TableRow = oldNode->TableRow;
+                    n->symbol().DrawStyle = oldNode->symbol().DrawStyle;
+                    n->symbol().YOffset = oldNode->symbol().YOffset;
+                    n->symbol().YResolution = oldNode->symbol().YResolution;
+                    n->symbol().IsAutoConfig = oldNode->symbol().IsAutoConfig;
+                    n->symbol().ManualYResolution = oldNode->symbol().ManualYResolution;
+                    n->symbol().ShowInGraph = oldNode->symbol().ShowInGraph;
+                    n->symbol().GraphColor = oldNode->symbol().GraphColor;
+                    n->symbol().HasGraphColor = oldNode->symbol().HasGraphColor;
+                    n->symbol().TableRow = oldNode->symbol().TableRow;
                     break;
                 }
             }

@@ -8,7 +8,9 @@
 #include "symbols/Node.h"
 
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 class Bridge;
@@ -22,6 +24,11 @@ class NodeArena {
 public:
     Node* create();
     std::size_t size() const { return m_size; }
+    // Element `index` of `level` (a node with elements on demand), made on
+    // first use and kept as long as the arena.
+    Node* element(const Node& level, std::uint32_t index);
+    // The elements of `level` made so far, by index; nullptr when none.
+    const std::map<std::uint32_t, Node*>* madeElements(const Node& level) const;
     // True when `node` lives in this arena (linear in the chunks: for rare checks only).
     bool owns(const Node* node) const;
 
@@ -34,6 +41,7 @@ private:
     static constexpr std::size_t kChunk = largepages::kBlockBytes / sizeof(Node);
     std::vector<Node*> m_chunks;  // owned: large-page blocks, nodes constructed up to m_size
     std::size_t m_size = 0;
+    std::unordered_map<const Node*, std::map<std::uint32_t, Node*>> m_elements;
 };
 
 struct SymbolTree {

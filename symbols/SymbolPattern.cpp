@@ -1,7 +1,10 @@
 #include "symbols/SymbolPattern.h"
 
 #include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolTree.h"
 #include "symbols/SymbolTreeModel.h"
+
+#include <unordered_set>
 
 namespace symbolpattern {
 
@@ -29,21 +32,26 @@ bool matches(std::string_view pattern, std::string_view text)
     return p == pattern.size();
 }
 
-std::vector<Node*> tickableLeaves(const SymbolTree& tree)
+std::vector<Node*> tickableLeaves(SymbolTree& tree, const std::function<bool(const Node&)>& want)
 {
     std::vector<Node*> out;
+    std::unordered_set<const Node*> taken;
     // The dialog's rows: a node with neither name nor file has no row, and
     // neither has anything below it.
-    const auto walk = [&](auto&& self, Node* n) -> void {
-        if (n->Name.empty() && n->File.empty())
-            return;
-        if (n->IsLeaf && !SymbolTreeModel::isUnsupported(*n))
-            out.push_back(n);
-        for (Node* c = n->Children; c; c = c->Next)
-            self(self, c);
+    const auto visit = [&](const Node& n) {
+        if (n.Name.empty() && n.File.empty())
+            return false;
+        if (!n.IsLeaf || SymbolTreeModel::isUnsupported(n) || !want(n))
+            return true;
+        // A node inside an element is the walk's own copy: the tree's node
+        // is made to stay.
+        Node* kept = symtree::keep(tree.arena, n);
+        if (kept && taken.insert(kept).second)
+            out.push_back(kept);
+        return true;
     };
-    for (Node* f : tree.files)
-        walk(walk, f);
+    for (const Node* f : tree.files)
+        symtree::forEachNode(f, visit);
     return out;
 }
 

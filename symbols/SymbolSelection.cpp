@@ -94,7 +94,7 @@ void SymbolSelection::fillTree()
     m_tree = new SymbolTreeView(this);
     m_tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
 
-    const SymbolTree* tree = m_symbols.tree();
+    SymbolTree* tree = m_symbols.tree();
     const int topLevel = tree ? static_cast<int>(tree->files.size()) : 0;
     {
         ProgressStep step(m_bridge, "Preparing Symbols ...", topLevel);

@@ -5,9 +5,11 @@
 #include "symbols/DebugInfo.h"
 #include "symbols/SymbolDatabase.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
+#include <memory>
 
 namespace symtree {
 namespace {
@@ -40,7 +42,8 @@ std::string pathBelowParents(const Node& node)
     return path;
 }
 
-// "name[i]", cut to the name limit.
+}  // namespace
+
 std::string elementName(const std::string& array, std::uint32_t index)
 {
     char digits[16];
@@ -56,14 +59,12 @@ std::string elementName(const std::string& array, std::uint32_t index)
     return name;
 }
 
-}  // namespace
-
 void setFloatByEncoding(bool on) { g_floatByEncoding = on; }
 bool floatByEncoding() { return g_floatByEncoding; }
 
 void classify(Node& node, bool floatEncoded)
 {
-    if (node.Children) {
+    if (node.hasChildren()) {
         node.TypeID = kTypeNone;
         return;
     }
@@ -182,7 +183,7 @@ Cut Builder::overBudget(std::uint64_t count) const
 
 void Builder::charge(const Node& node) { m_nodes += (node.Name.size() + node.NameWithParents.size()) / 128; }
 
-Node* Builder::addChild(Node& parent)
+Node* Builder::addChild(Node& parent, bool listed)
 {
     if (const Cut cut = m_stopped ? m_stopped : overBudget(1)) {
         parent.Unexpanded = cut;
@@ -202,7 +203,8 @@ Node* Builder::addChild(Node& parent)
     }
     Node* child = m_arena.create();
     ++m_nodes;
-    parent.addChild(child);
+    if (listed)
+        parent.addChild(child);
     return child;
 }
 
@@ -281,8 +283,11 @@ void Builder::fill(const elf::Die* symbol, Node& node, Node* parent, std::uint32
 
     // The resolved type has its qualifiers and typedefs stripped.
     classify(node, m_floatByEncoding && type && type->tag == kTagBase && type->encoding == kEncodingFloat);
-    if (m_hook)
-        m_hook(node);
+    if (!m_inModel) {
+        makeWanted(node);
+        if (m_hook)
+            m_hook(node);
+    }
 }
 
 void Builder::expandArray(Node& node, const elf::Die& type, std::uint32_t depth)
@@ -315,81 +320,279 @@ void Builder::expandArray(Node& node, const elf::Die& type, std::uint32_t depth)
         node.Unexpanded = m_stopped;
         return;
     }
-    if (const Cut cut = overBudget(nodesBelow(&type, depth))) {
-        node.Unexpanded = cut;
-        if (firstNote(&type, 10 + cut))
-            Log::instance().line(cut == kCutVariableBudget ? "Array %s is not expanded: its variable would take more than %llu tree nodes"
-                                                           : "Array %s is not expanded: the symbol tree would grow past %llu nodes",
-                                 node.NameWithParents.c_str(),
-                                 static_cast<unsigned long long>(cut == kCutVariableBudget ? m_limits.variableNodes : m_limits.treeNodes));
-        return;
-    }
     expand(node.Dimensions, 0, depth, element, elementSize, node);
-}
-
-std::uint64_t Builder::nodesBelow(const elf::Die* type, std::uint32_t depth)
-{
-    // Counts what fill() and expand() would create, stopping just past the
-    // variable's budget; memoised per type and depth, since every element of
-    // an array of structures asks again.
-    const std::uint64_t cap = m_limits.variableNodes + 1;
-    if (!type || depth >= kMaxDepth || type->tag == kTagSubprogram)
-        return 0;
-    const auto key = std::make_pair(type, depth);
-    if (const auto it = m_below.find(key); it != m_below.end())
-        return it->second;
-    const auto add = [&](std::uint64_t a, std::uint64_t b) { return std::min(a + b, cap); };
-    const auto times = [&](std::uint64_t a, std::uint64_t b) { return b != 0 && a > cap / b ? cap : std::min(a * b, cap); };
-    std::uint64_t count = 0;
-    if (isRecord(type->tag)) {
-        for (const elf::Die* c = m_info.child(*type); c && count < cap; c = m_info.sibling(*c))
-            if ((c->tag == kTagMember && !c->declaration) || (type->tag == kTagClass && c->tag == kTagInheritance))
-                count = add(count, 1 + nodesBelow(m_info.resolvedType(*c), depth + 1));
-    } else if (type->tag == kTagArray) {
-        const std::vector<std::uint32_t> dims = m_info.dimensions(*type);
-        const elf::Die* element = m_info.find(type->typeRef);
-        // Innermost first: an element's own subtree, then one level of indexes
-        // at a time. Without dimensions nothing is expanded (and a damaged
-        // element type could lead back here at the same depth).
-        if (element && !dims.empty()) {
-            count = nodesBelow(m_info.resolvedType(*element), depth + static_cast<std::uint32_t>(dims.size()));
-            for (std::size_t k = dims.size(); k-- > 0;)
-                count = times(dims[k], 1 + count);
-        }
-    }
-    m_below.emplace(key, count);
-    return count;
 }
 
 void Builder::expand(const std::vector<std::uint32_t>& dims, std::size_t dim, std::uint32_t depth, const elf::Die* element,
                      std::uint32_t elementSize, Node& node)
 {
-    if (depth >= kMaxDepth)
+    if (depth >= kMaxDepth || dims[dim] == 0)
         return;
     std::uint64_t stride = elementSize;
     for (std::size_t k = dim + 1; k < dims.size(); ++k)
         stride *= dims[k];
-    for (std::uint32_t i = 0; i < dims[dim]; ++i) {
-        Node* child = addChild(node);
-        if (!child)
-            return;
-        child->Name = elementName(node.Name, i);
-        child->Address = static_cast<std::uint32_t>(node.Address + i * stride);
-        if (dim + 1 < dims.size()) {
-            child->Parent = &node;
-            child->IsArray = true;
-            child->NameWithParents = pathBelowParents(*child);
-            charge(*child);
-            expand(dims, dim + 1, depth + 1, element, elementSize, *child);
-            child->Type = node.Type;
-            child->File = node.File;
-            classify(*child);
-            if (m_hook)
-                m_hook(*child);
-        } else {
-            fill(element, *child, &node, depth + 1, true);
+    // Element [0] is made as every element would be; the others are copies of
+    // it, made when asked for.
+    Node* model = addChild(node, false);
+    if (!model)
+        return;
+    ++m_inModel;
+    model->Name = elementName(node.Name, 0);
+    model->Address = node.Address;
+    if (dim + 1 < dims.size()) {
+        model->Parent = &node;
+        model->IsArray = true;
+        model->NameWithParents = pathBelowParents(*model);
+        charge(*model);
+        expand(dims, dim + 1, depth + 1, element, elementSize, *model);
+        model->Type = node.Type;
+        model->File = node.File;
+        classify(*model);
+    } else {
+        fill(element, *model, &node, depth + 1, true);
+    }
+    --m_inModel;
+    node.ElementModel = model;
+    node.ElementCount = dims[dim];
+    node.ElementStride = stride;
+}
+
+void Builder::want(const std::vector<std::string>& paths)
+{
+    m_wanted.clear();
+    for (const std::string& p : paths) {
+        if (p.find('[') == std::string::npos)
+            continue;  // names no element
+        std::string folded = p;
+        for (char& c : folded)
+            c = text::foldAscii(c);
+        m_wanted.push_back(std::move(folded));
+    }
+    std::sort(m_wanted.begin(), m_wanted.end());
+}
+
+void Builder::makeWanted(Node& level)
+{
+    if (m_wanted.empty() || !level.hasElements() || level.NameWithParents.empty())
+        return;
+    // An element's path is its level's path followed by "[index]".
+    std::string prefix = level.NameWithParents;
+    for (char& c : prefix)
+        c = text::foldAscii(c);
+    prefix += '[';
+    std::set<std::uint32_t> indexes;
+    for (auto it = std::lower_bound(m_wanted.begin(), m_wanted.end(), prefix);
+         it != m_wanted.end() && it->compare(0, prefix.size(), prefix) == 0; ++it) {
+        std::uint32_t index = 0;
+        const char* first = it->data() + prefix.size();
+        const char* last = it->data() + it->size();
+        const auto [end, error] = std::from_chars(first, last, index);
+        if (error == std::errc() && end != first && end < last && *end == ']' && index < level.ElementCount)
+            indexes.insert(index);
+    }
+    for (const std::uint32_t i : indexes)
+        hookMade(*m_arena.element(level, i));
+}
+
+void Builder::hookMade(Node& node)
+{
+    // As the builder would have met them: the nodes below first. A node
+    // left as created (past the depth limit) has no path and was never hooked.
+    for (Node* c = node.Children; c; c = c->Next)
+        hookMade(*c);
+    if (node.NameWithParents.empty())
+        return;
+    makeWanted(node);
+    if (m_hook)
+        m_hook(node);
+}
+
+namespace {
+
+// Every field of `from` but the links and the name, into `to`.
+void copyFields(Node& to, const Node& from)
+{
+    to.Tag = from.Tag;
+    to.IsSigned = from.IsSigned;
+    to.IsArray = from.IsArray;
+    to.IsLeaf = from.IsLeaf;
+    to.Type = from.Type;
+    to.File = from.File;
+    to.TypeID = from.TypeID;
+    to.Size = from.Size;
+    to.NumDimensions = from.NumDimensions;
+    to.Dimensions = from.Dimensions;
+    to.BitSize = from.BitSize;
+    to.BitOffset = from.BitOffset;
+    to.Unexpanded = from.Unexpanded;
+    to.MaxValue = from.MaxValue;
+    to.ElementCount = from.ElementCount;
+    to.ElementIndex = from.ElementIndex;
+    to.ElementStride = from.ElementStride;
+    to.ElementModel = from.ElementModel;
+    to.Children = to.LastChild = to.Next = nullptr;
+}
+
+// A copy of `from` and the nodes below it, moved by `delta` bytes, as a child
+// of `parent` (not added to its list).
+Node* copyTree(const Node& from, Node& parent, std::uint32_t delta, const std::function<Node*()>& create)
+{
+    Node* n = create();
+    copyFields(*n, from);
+    n->Name = from.Name;
+    n->Address = from.Address + delta;
+    n->Parent = &parent;
+    // A node left as created (past the depth limit) keeps an empty path.
+    if (from.NameWithParents.empty())
+        n->NameWithParents.clear();
+    else
+        n->NameWithParents = pathBelowParents(*n);
+    for (const Node* c = from.Children; c; c = c->Next)
+        n->addChild(copyTree(*c, *n, delta, create));
+    return n;
+}
+
+}  // namespace
+
+Node* makeElement(const Node& level, std::uint32_t index, const std::function<Node*()>& create)
+{
+    const Node& model = *level.ElementModel;
+    Node* n = create();
+    copyFields(*n, model);
+    n->Name = elementName(level.Name, index);
+    n->Address = static_cast<std::uint32_t>(level.Address + index * level.ElementStride);
+    n->ElementIndex = index;
+    n->Parent = const_cast<Node*>(&level);  // links are read, never written, through Parent
+    if (model.NameWithParents.empty())
+        n->NameWithParents.clear();
+    else
+        n->NameWithParents = pathBelowParents(*n);
+    const std::uint32_t delta = n->Address - model.Address;
+    for (const Node* c = model.Children; c; c = c->Next)
+        n->addChild(copyTree(*c, *n, delta, create));
+    return n;
+}
+
+namespace {
+
+// Nodes for the elements of a walk, reused from one element to the next.
+class Scratch {
+public:
+    Node* create()
+    {
+        if (m_used == m_nodes.size())
+            m_nodes.push_back(std::make_unique<Node>());
+        return m_nodes[m_used++].get();
+    }
+    std::size_t mark() const { return m_used; }
+    void release(std::size_t mark) { m_used = mark; }
+
+private:
+    std::vector<std::unique_ptr<Node>> m_nodes;
+    std::size_t m_used = 0;
+};
+
+void walk(const Node* n, const std::function<bool(const Node&)>& visit, Scratch& scratch)
+{
+    for (; n; n = n->Next) {
+        if (!visit(*n))
+            continue;
+        if (!n->hasElements()) {
+            walk(n->Children, visit, scratch);
+            continue;
+        }
+        const std::function<Node*()> create = [&scratch] { return scratch.create(); };
+        for (std::uint32_t i = 0; i < n->ElementCount; ++i) {
+            const std::size_t mark = scratch.mark();
+            Node* element = makeElement(*n, i, create);
+            element->Next = nullptr;
+            walk(element, visit, scratch);
+            scratch.release(mark);
         }
     }
+}
+
+}  // namespace
+
+void forEachNode(const Node* first, const std::function<bool(const Node&)>& visit)
+{
+    Scratch scratch;
+    walk(first, visit, scratch);
+}
+
+Node* keep(NodeArena& arena, const Node& met)
+{
+    // The way down from the outermost element above `met`: an element index
+    // or a member's place in its list at each step.
+    std::vector<const Node*> way;
+    const Node* top = nullptr;
+    for (const Node* n = &met; n->Parent; n = n->Parent) {
+        way.push_back(n);
+        if (n->Parent->hasElements())
+            top = n;
+    }
+    if (!top)
+        return const_cast<Node*>(&met);  // a node of the tree itself
+    while (way.back() != top)
+        way.pop_back();
+    Node* at = nullptr;
+    for (auto it = way.rbegin(); it != way.rend(); ++it) {
+        const Node& step = **it;
+        Node* parent = at ? at : step.Parent;
+        if (parent->hasElements()) {
+            at = arena.element(*parent, step.ElementIndex);
+            continue;
+        }
+        std::size_t place = 0;
+        for (const Node* c = step.Parent->Children; c && c != &step; c = c->Next)
+            ++place;
+        at = parent->Children;
+        while (at && place--)
+            at = at->Next;
+        if (!at)
+            return nullptr;
+    }
+    return at;
+}
+
+std::vector<Node*> findPath(NodeArena& arena, const std::vector<Node*>& files, std::string_view path)
+{
+    std::vector<Node*> found;
+    // A node's path is a prefix of the paths below it, followed by "." or "[".
+    const auto leadsTo = [&](const Node& n) {
+        const std::string& p = n.NameWithParents;
+        if (p.size() > path.size() || !text::equalsFolded(p, path.substr(0, p.size())))
+            return false;
+        return p.size() == path.size() || path[p.size()] == '.' || path[p.size()] == '[';
+    };
+    const auto visit = [&](auto&& self, Node* n) -> void {
+        for (; n; n = n->Next) {
+            // Nodes left as created (past the depth limit) have no path.
+            if (!n->NameWithParents.empty() && !leadsTo(*n))
+                continue;
+            if (!n->NameWithParents.empty() && text::equalsFolded(n->NameWithParents, path))
+                found.push_back(n);
+            if (!n->hasElements()) {
+                self(self, n->Children);
+                continue;
+            }
+            // The element the path names, if any.
+            const std::string& p = n->NameWithParents;
+            if (p.empty() || path.size() <= p.size() || path[p.size()] != '[')
+                continue;
+            std::uint32_t index = 0;
+            const char* first = path.data() + p.size() + 1;
+            const auto [end, error] = std::from_chars(first, path.data() + path.size(), index);
+            if (error == std::errc() && end != first && index < n->ElementCount) {
+                Node* e = arena.element(*n, index);
+                if (leadsTo(*e))
+                    self(self, e);
+            }
+        }
+    };
+    for (Node* f : files)
+        visit(visit, f->Children);
+    return found;
 }
 
 }  // namespace symtree

@@ -3,6 +3,13 @@
 // over the tree's nodes. Which rows pass the filter and which are expanded is
 // kept here, so that a firmware of a million nodes opens, filters and
 // expands at once; SymbolTreeView draws the rows as a tree.
+//
+// The elements of a long array (more than kVirtualElements) get no entry of
+// their own: runs of their rows are worked out from the array's first element
+// by index, in the order the sort asks for (their names compare as text, so
+// buf[10] comes before buf[2]), and the filter decides on them by arithmetic
+// where it can. An element gets an entry (and a node in the tree) when it is
+// ticked, opened, or shown because something below it matches.
 #pragma once
 
 #include "symbols/Node.h"
@@ -12,7 +19,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,10 +36,17 @@ public:
     // Widths to which the columns are at most sized when the dialog opens.
     static constexpr int kWidthCaps[kColumnCount] = {500, 500, 50, 120, 300};
     static constexpr int kMaxDepth = 40;
+    // Arrays with more elements than this show them as runs of rows.
+    static constexpr std::uint32_t kVirtualElements = 4096;
+    // At most this many elements of one long array open for what matches
+    // below them (a member's type, say, that every element has): the first
+    // ones in index order.
+    static constexpr std::size_t kMaxOpenedElements = 4096;
 
-    // Makes the rows of `tree` (may be null); leaves found in `selected` start
-    // ticked. `madeTopLevel` is called after the rows of each top-level node.
-    SymbolTreeModel(const SymbolTree* tree, const std::vector<Node*>& selected, std::function<void(int)> madeTopLevel,
+    // Makes the rows of `tree` (may be null; array elements it shows are made
+    // in it); leaves found in `selected` start ticked. `madeTopLevel` is
+    // called after the rows of each top-level node.
+    SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& selected, std::function<void(int)> madeTopLevel,
                     QObject* parent = nullptr);
     ~SymbolTreeModel() override;
 
@@ -44,7 +61,7 @@ public:
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
     // --- the tree behind the rows ---
-    // The node of a row, or nullptr.
+    // The node of a row (an element's is made), or nullptr.
     Node* node(const QModelIndex& index) const;
     // The row of a node; invalid when it has no row, or when the filter or a
     // collapsed ancestor hides it.
@@ -66,7 +83,7 @@ public:
     // depth k (k = depth for the row itself) has a later sibling shown.
     std::uint64_t laterSiblings(const QModelIndex& index) const;
 
-    // Rows made for the tree, and the top-level nodes counted for progress.
+    // Entries made for the tree, and the top-level nodes counted for progress.
     int rowsMade() const { return static_cast<int>(m_entries.size()) - 1; }
     int topLevelCount() const { return m_topLevelCount; }
     // The ticked leaves in the order their rows were made.
@@ -96,13 +113,14 @@ private:
     struct Entry {
         Node* node = nullptr;
         std::int32_t parent = -1;
+        std::int32_t level = -1;      // into m_levels: an array whose elements are runs of rows
         std::int32_t kidsBegin = 0;   // into m_kids: every child row, in sort order
         std::int32_t kidsCount = 0;
         std::int32_t sortedRow = 0;   // position among all of the parent's kids
         std::int32_t shownBegin = 0;  // into m_shown: the kids that pass the filter
         std::int32_t shownCount = 0;
         std::int32_t shownRow = 0;    // position among the parent's shown kids
-        std::int32_t flatRow = -1;    // row in m_rows, -1 when not a row now
+        std::int32_t segment = -1;    // its own segment in m_rows, -1 none
         std::uint32_t generation = 0;  // filter pass that set `state`
         std::uint32_t openGeneration = 0;  // filter pass after which `open` holds
         std::uint32_t fileId = 0;      // dense ids of the interned texts
@@ -120,33 +138,93 @@ private:
         bool leaf = false;
         bool unsupported = false;  // a leaf that cannot be chosen
     };
+    // Half-open ranges of element indexes or positions, sorted, apart.
+    using Ranges = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
+    struct Level {
+        std::int32_t entry = 0;
+        const Node* node = nullptr;
+        std::uint32_t count = 0;
+        bool byName = false;  // sorted by name (as text), else by index
+        bool descending = false;
+        bool kidRows = false;  // its elements have rows below them
+        std::map<std::uint32_t, std::int32_t> made;  // element index -> entry
+        // The last filter pass (when its entry is kPartial): the elements
+        // that match, those shown (for a match below them too), the
+        // positions of those shown, and their count.
+        Ranges matching;
+        Ranges shownIndexes;
+        Ranges shown;
+        std::vector<std::uint64_t> shownBefore;  // elements shown before each range of `shown`
+    };
+    // A run of rows: an entry's own row (count 0), or `count` elements of the
+    // level of `entry` from position `first`.
+    struct Segment {
+        std::int32_t entry = 0;
+        std::uint32_t first = 0;
+        std::uint32_t count = 0;
+        std::uint32_t rows() const { return count ? count : 1; }
+    };
+    // A row as the index names it: an entry, or an element without one.
+    struct Ref {
+        std::int32_t entry = 0;  // 0: an element without an entry
+        std::int32_t level = -1;  // the element's level entry
+        std::uint32_t index = 0;
+    };
 
     State stateOf(std::int32_t e) const;
     bool openOf(std::int32_t e) const;
     void setOpen(std::int32_t e, bool open);
     std::int32_t shownKidCount(std::int32_t e) const;
     std::int32_t shownKid(std::int32_t e, std::int32_t k) const;
-    std::int32_t positionAmongShown(std::int32_t e) const;
+    std::int64_t positionAmongShown(std::int32_t e) const;
+    std::int64_t shownCount(std::int32_t e) const;
+    Ref refOf(const QModelIndex& index) const;
     std::int32_t entryOf(const QModelIndex& index) const;
     std::int32_t entryOf(const Node* node) const;
-    void appendRows(std::int32_t e, std::vector<std::int32_t>& rows) const;
+    int depthOf(const Ref& ref) const;
+    void appendRows(std::int32_t e, std::vector<Segment>& rows) const;
+    void appendElementRows(const Level& level, std::vector<Segment>& rows) const;
     void flatten();
     void renumber(std::size_t from);
+    std::size_t segmentOfRow(int row) const;
+    int rowOf(const Level& level, std::uint32_t index) const;
     bool filterVisit(std::int32_t e);
+    bool filterLevel(std::size_t levelIndex);
     bool matches(const Entry& entry);
+    bool nodeMatches(const Node& node, std::uint32_t address);
+    bool belowMatches(const Node& node, std::uint32_t delta);
+    Ranges nameMatches(const std::string& levelName, std::uint32_t count) const;
     std::string_view nameOf(const Entry& entry) const;
     bool textMatches(std::string_view haystack) const;
     void rebuildShownOrder();
+    void sortKids(std::int32_t e);
 
+    // Entries for `node` and the nodes below it; returns the node's.
+    std::int32_t addEntries(Node* node, std::int32_t parentEntry, const std::unordered_set<const Node*>& chosen);
+    // The entry of element `index` of `level`, made with its node if need be.
+    std::int32_t elementEntry(Level& level, std::uint32_t index);
+    // Order of a level's elements: the element at a position, and back.
+    std::uint32_t indexAt(const Level& level, std::uint32_t position) const;
+    std::uint32_t positionOf(const Level& level, std::uint32_t index) const;
+    bool shownInLevel(const Level& level, std::uint32_t index) const;
+    Ranges positionsOf(const Level& level, const Ranges& indexes) const;
+
+    SymbolTree* m_tree = nullptr;  // not owned
     std::vector<Entry> m_entries;  // [0] is the invisible root
+    std::unordered_map<const Node*, std::int32_t> m_entryOf;
+    std::vector<Level> m_levels;
     std::vector<std::int32_t> m_kids;
     std::vector<std::int32_t> m_shown;
-    std::vector<std::int32_t> m_rows;  // the flat rows: entries in display order
+    std::vector<Segment> m_rows;       // the flat rows in display order
+    std::vector<std::int64_t> m_rowStart;  // first row of each segment, and the row count at the end
     std::string m_names;               // every row's name, back to back
     std::vector<std::string_view> m_fileTexts, m_typeTexts;
+    std::unordered_map<const char*, std::uint32_t> m_fileIds, m_typeIds;
     std::vector<std::int8_t> m_fileMatch, m_typeMatch;  // per id, this pass: -1 unknown
     std::vector<std::int32_t> m_fileRows;               // source-file rows in tree order
     int m_topLevelCount = 0;
+    int m_sortColumn = -1;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     std::uint32_t m_generation = 1;
     QByteArray m_needle;  // folded
     bool m_needleCanBeNumber = false;

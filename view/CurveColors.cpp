@@ -36,16 +36,16 @@ std::size_t assign(const std::vector<Node*>& symbols)
     std::array<bool, kPaletteSize> used{};
     std::size_t colored = 0;
     for (const Node* n : symbols) {
-        if (!n || !n->HasGraphColor)
+        if (!n || !n->symbol().HasGraphColor)
             continue;
         ++colored;
-        const auto it = std::find(palette().begin(), palette().end(), n->GraphColor);
+        const auto it = std::find(palette().begin(), palette().end(), n->symbol().GraphColor);
         if (it != palette().end())
             used[static_cast<std::size_t>(it - palette().begin())] = true;
     }
     std::size_t assigned = 0;
     for (Node* n : symbols) {
-        if (!n || n->HasGraphColor)
+        if (!n || n->symbol().HasGraphColor)
             continue;
         const auto freeSlot = std::find(used.begin(), used.end(), false);
         std::size_t index;
@@ -55,8 +55,8 @@ std::size_t assign(const std::vector<Node*>& symbols)
         } else {
             index = colored % kPaletteSize;
         }
-        n->GraphColor = palette()[index];
-        n->HasGraphColor = true;
+        n->symbol().GraphColor = palette()[index];
+        n->symbol().HasGraphColor = true;
         ++colored;
         ++assigned;
     }

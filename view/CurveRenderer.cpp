@@ -248,9 +248,9 @@ void CurveRenderer::fillSpans(QPainter& painter, const QColor& colour)
 template <typename Decode>
 void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
 {
-    const std::uint64_t* values = symbol.Values.get();
-    const std::uint32_t res = symbol.YResolution;
-    const double off = symbol.YOffset;
+    const std::uint64_t* values = symbol.symbol().Values.get();
+    const std::uint32_t res = symbol.symbol().YResolution;
+    const double off = symbol.symbol().YOffset;
     const std::int32_t nanY = m_grid.yOf(std::numeric_limits<double>::quiet_NaN(), res, off);
     bool havePrev = false;
     std::int32_t prevX = 0, prevY = 0;
@@ -314,9 +314,9 @@ void CurveRenderer::reduceLines(const Node& symbol, Decode decode)
 template <typename Decode>
 void CurveRenderer::reducePoints(const Node& symbol, Decode decode)
 {
-    const std::uint64_t* values = symbol.Values.get();
-    const std::uint32_t res = symbol.YResolution;
-    const double off = symbol.YOffset;
+    const std::uint64_t* values = symbol.symbol().Values.get();
+    const std::uint32_t res = symbol.symbol().YResolution;
+    const double off = symbol.symbol().YOffset;
     // A point of pen width 2 reaches one pixel beyond its centre: rows
     // further out than that paint nothing.
     const std::int32_t lowest = -2, highest = m_grid.height + 2;
@@ -341,13 +341,13 @@ template <typename Decode>
 void CurveRenderer::everySample(const Node& symbol, Decode, bool lines)
 {
     // The plain walk: every sample to its pixel, joined to the one before.
-    const std::uint64_t* values = symbol.Values.get();
+    const std::uint64_t* values = symbol.symbol().Values.get();
     bool havePrev = false;
     std::int32_t prevX = 0, prevY = 0;
     for (std::uint32_t i = m_samples.first; i <= m_samples.last; ++i) {
         const std::uint32_t slot = slotOf(i);
         const std::int32_t x = m_grid.xOf(m_samples.timeStamps[slot], m_startTime, m_timePerDivision);
-        const std::int32_t y = m_grid.yOf(graphValue(symbol, values[slot]), symbol.YResolution, symbol.YOffset);
+        const std::int32_t y = m_grid.yOf(graphValue(symbol, values[slot]), symbol.symbol().YResolution, symbol.symbol().YOffset);
         if (havePrev && x == prevX && y == prevY)
             continue;
         if (!lines)
@@ -375,9 +375,9 @@ void CurveRenderer::build(const Node& symbol)
     m_lines.clear();
     m_points.clear();
     m_spans.clear();
-    if (m_samples.empty || !symbol.Values || !m_samples.timeStamps)
+    if (m_samples.empty || !symbol.symbol().Values || !m_samples.timeStamps)
         return;
-    const bool lines = symbol.DrawStyle == 0;
+    const bool lines = symbol.symbol().DrawStyle == 0;
     withDecoder(symbol, [&](auto decode) {
         if (m_mode == Mode::EverySample)
             everySample(symbol, decode, lines);

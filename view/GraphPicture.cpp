@@ -36,10 +36,10 @@ QImage renderGraphPicture(SampleStore& store, SymbolDatabase& symbols, QSize siz
     QStringList names;
     std::vector<QColor> colours;
     for (const Node* n : symbols.selected()) {
-        if (!n->ShowInGraph)
+        if (!n->symbol().ShowInGraph)
             continue;
-        names << QString::fromStdString(n->NameWithParents) + "  " + scale::resolutionText(n->YResolution);
-        colours.push_back(curvecolors::toQColor(n->GraphColor));
+        names << QString::fromStdString(n->NameWithParents) + "  " + scale::resolutionText(n->symbol().YResolution);
+        colours.push_back(curvecolors::toQColor(n->symbol().GraphColor));
     }
     const QFontMetrics fm(p.font());
     const int line = fm.height();

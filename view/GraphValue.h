@@ -37,4 +37,4 @@ inline double graphValue(const Node& symbol, std::uint64_t slot)
 }
 
 // Sampled since the last clear: the symbol has a buffer and a value.
-inline bool isActiveInSampling(const Node& symbol) { return symbol.Values && symbol.HasValue; }
+inline bool isActiveInSampling(const Node& symbol) { return symbol.symbol().Values && symbol.symbol().HasValue; }

@@ -32,9 +32,9 @@ const QColor kAxisColour(192, 192, 192);
 
 QColor colourOf(const Node& n)
 {
-    if (!n.HasGraphColor)
+    if (!n.symbol().HasGraphColor)
         return kAxisColour;
-    return curvecolors::toQColor(n.GraphColor);
+    return curvecolors::toQColor(n.symbol().GraphColor);
 }
 
 void fillTriangle(QPainter& p, QPointF a, QPointF b, QPointF c)
@@ -338,22 +338,22 @@ void GraphWidget::_OnTriggeredMoveGraphToEnd()
 
 void GraphWidget::autoRange(Node& symbol, const GraphGeometry& g) const
 {
-    if (symbol.ManualYResolution)
+    if (symbol.symbol().ManualYResolution)
         return;  // the user's choice stands
-    if (g.divisionsY <= 0 || symbol.YMaxSampled < symbol.YMinSampled)
+    if (g.divisionsY <= 0 || symbol.symbol().YMaxSampled < symbol.symbol().YMinSampled)
         return;  // nothing sampled into the statistics yet
-    const double wanted = std::max(symbol.YMaxSampled, std::fabs(symbol.YMinSampled)) * 2 / g.divisionsY;
+    const double wanted = std::max(symbol.symbol().YMaxSampled, std::fabs(symbol.symbol().YMinSampled)) * 2 / g.divisionsY;
     const std::uint64_t needed =
         wanted >= double(scale::kMaxResolution) || wanted != wanted ? scale::kMaxResolution
                                                                      : static_cast<std::uint64_t>(wanted);
-    if (needed > symbol.YResolution)
-        symbol.YResolution = scale::stepUp(symbol.YResolution, needed);
+    if (needed > symbol.symbol().YResolution)
+        symbol.symbol().YResolution = scale::stepUp(symbol.symbol().YResolution, needed);
 }
 
 void GraphWidget::applyAutoscroll(const GraphGeometry& g)
 {
     const auto& selected = m_symbols.selected();
-    if (!m_autoscroll || selected.empty() || selected.back()->LatestSlot < 0)
+    if (!m_autoscroll || selected.empty() || selected.back()->symbol().LatestSlot < 0)
         return;
     const double newest = newestTimeStamp();
     const double span = g.divisionsX * m_timePerDivision;
@@ -407,7 +407,7 @@ void GraphWidget::drawLayer(const GraphGeometry& g)
     m_curves.prepare(g, visibleSamples(), m_startTime, m_timePerDivision);
     std::vector<const Node*> shown;
     for (Node* n : m_symbols.selected()) {
-        if (!n->ShowInGraph || !isActiveInSampling(*n))
+        if (!n->symbol().ShowInGraph || !isActiveInSampling(*n))
             continue;
         autoRange(*n, g);
         shown.push_back(n);
@@ -455,9 +455,9 @@ std::vector<GraphWidget::Marker> GraphWidget::markers(const GraphGeometry& g) co
     int aboveX = 0, belowX = 0;
     const int bottom = g.height - 1;
     for (Node* n : m_symbols.selected()) {
-        if (!n->HasGraphColor)
+        if (!n->symbol().HasGraphColor)
             break;
-        const int y = g.symbolZeroY(n->YOffset);
+        const int y = g.symbolZeroY(n->symbol().YOffset);
         if (y < g.gridTop()) {
             out.push_back({n, QPoint(aboveX + 5, 0), -1});
             aboveX += 10;
@@ -552,13 +552,13 @@ void GraphWidget::mouseMoveEvent(QMouseEvent* event)
     const QPoint pos = event->position().toPoint();
     const GraphGeometry g = grid();
     if (m_dragSymbol) {
-        const int zeroY = g.symbolZeroY(m_dragSymbol->YOffset);
+        const int zeroY = g.symbolZeroY(m_dragSymbol->symbol().YOffset);
         const bool offGrid = zeroY < g.gridTop() || zeroY > g.gridBottom();
         const bool overGrid = pos.y() >= g.gridTop() && pos.y() <= g.gridBottom();
         if (offGrid && overGrid)
-            m_dragSymbol->YOffset = zeroY < g.gridTop() ? g.divisionsY / 2 : -(g.divisionsY - g.divisionsY / 2);
+            m_dragSymbol->symbol().YOffset = zeroY < g.gridTop() ? g.divisionsY / 2 : -(g.divisionsY - g.divisionsY / 2);
         else
-            m_dragSymbol->YOffset += (m_lastMouseY - pos.y()) / 100.0;
+            m_dragSymbol->symbol().YOffset += (m_lastMouseY - pos.y()) / 100.0;
         invalidate();
         emit SymbolSettingsEdited();
     } else {

@@ -105,7 +105,7 @@ void TableWidget::fillRow(int row, Node* symbol)
 {
     auto* show = readOnlyItem();
     show->setFlags(show->flags() | Qt::ItemIsUserCheckable);
-    show->setCheckState(symbol->ShowInGraph ? Qt::Checked : Qt::Unchecked);
+    show->setCheckState(symbol->symbol().ShowInGraph ? Qt::Checked : Qt::Unchecked);
     setItem(row, kColShow, show);
 
     auto* button = new QPushButton(this);  // owned by the table (cell widget)
@@ -118,7 +118,7 @@ void TableWidget::fillRow(int row, Node* symbol)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(button, 0, Qt::AlignCenter);
     setCellWidget(row, kColColor, holder);
-    symbol->TableRow = button;
+    symbol->symbol().TableRow = button;
     paintColorButton(button, *symbol);
 
     setItem(row, kColName, readOnlyItem(nameOf(*symbol)));
@@ -154,7 +154,7 @@ int TableWidget::rowOf(const Node* symbol) const
 QPushButton* TableWidget::colorButton(int row) const
 {
     const Node* n = symbolAt(row);
-    return n ? static_cast<QPushButton*>(n->TableRow) : nullptr;
+    return n ? static_cast<QPushButton*>(n->symbol().TableRow) : nullptr;
 }
 
 void TableWidget::detachSymbols()
@@ -215,16 +215,16 @@ void TableWidget::refresh()
 void TableWidget::refreshRow(int row, Node& n, std::optional<std::uint32_t> record, bool readStore)
 {
     if (QTableWidgetItem* show = item(row, kColShow)) {
-        const Qt::CheckState state = n.ShowInGraph ? Qt::Checked : Qt::Unchecked;
+        const Qt::CheckState state = n.symbol().ShowInGraph ? Qt::Checked : Qt::Unchecked;
         if (show->checkState() != state)
             show->setCheckState(state);
     }
-    if (auto* button = static_cast<QPushButton*>(n.TableRow))
+    if (auto* button = static_cast<QPushButton*>(n.symbol().TableRow))
         paintColorButton(button, n);
-    setCellText(row, kColYResolution, scale::resolutionText(n.YResolution));
-    if (std::fabs(n.YOffset) < 0.01)
-        n.YOffset = 0.0;
-    setCellText(row, kColYOffset, yOffsetText(n.YOffset));
+    setCellText(row, kColYResolution, scale::resolutionText(n.symbol().YResolution));
+    if (std::fabs(n.symbol().YOffset) < 0.01)
+        n.symbol().YOffset = 0.0;
+    setCellText(row, kColYOffset, yOffsetText(n.symbol().YOffset));
     if (!readStore)
         return;
 
@@ -237,10 +237,10 @@ void TableWidget::refreshRow(int row, Node& n, std::optional<std::uint32_t> reco
     setCellText(row, kColValue, slot ? valueText(n, *slot) : QStringLiteral("N/A"));
     // Before the first counted sample the extremes still hold their start values.
     const bool integral = isIntegerType(n.TypeID);
-    const bool seen = n.YMinSampled <= n.YMaxSampled;
-    setCellText(row, kColMin, seen ? numberText(n.YMinSampled, integral) : QStringLiteral("N/A"));
-    setCellText(row, kColMax, seen ? numberText(n.YMaxSampled, integral) : QStringLiteral("N/A"));
-    setCellText(row, kColAverage, numberText(n.YAvgSampled, false));
+    const bool seen = n.symbol().YMinSampled <= n.symbol().YMaxSampled;
+    setCellText(row, kColMin, seen ? numberText(n.symbol().YMinSampled, integral) : QStringLiteral("N/A"));
+    setCellText(row, kColMax, seen ? numberText(n.symbol().YMaxSampled, integral) : QStringLiteral("N/A"));
+    setCellText(row, kColAverage, numberText(n.symbol().YAvgSampled, false));
 }
 
 void TableWidget::setCellText(int row, int column, const QString& text)
@@ -269,8 +269,8 @@ void TableWidget::widenLiveColumns()
 
 void TableWidget::paintColorButton(QPushButton* button, const Node& symbol)
 {
-    const QColor color = symbol.HasGraphColor
-                             ? curvecolors::toQColor(symbol.GraphColor)
+    const QColor color = symbol.symbol().HasGraphColor
+                             ? curvecolors::toQColor(symbol.symbol().GraphColor)
                              : QColor(Qt::transparent);
     if (button->palette().color(QPalette::Button) == color && !button->styleSheet().isEmpty())
         return;
@@ -278,7 +278,7 @@ void TableWidget::paintColorButton(QPushButton* button, const Node& symbol)
     palette.setColor(QPalette::Button, color);
     button->setPalette(palette);
     button->setStyleSheet(QStringLiteral("QPushButton { background-color: %1; border: 1px solid #808080; }")
-                              .arg(symbol.HasGraphColor ? color.name() : QStringLiteral("transparent")));
+                              .arg(symbol.symbol().HasGraphColor ? color.name() : QStringLiteral("transparent")));
 }
 
 QString TableWidget::yOffsetText(double offset) { return QString::number(offset, 'g', 6); }
@@ -304,7 +304,7 @@ void TableWidget::_SlotOnItemChanged(QTableWidgetItem* changed)
     if (!n)
         return;
     if (changed->column() == kColShow) {
-        n->ShowInGraph = changed->checkState() == Qt::Checked;
+        n->symbol().ShowInGraph = changed->checkState() == Qt::Checked;
         settingsEdited();
     } else if (changed->column() == kColYOffset) {
         static const QRegularExpression pattern(QRegularExpression::anchoredPattern(QStringLiteral("[+-]?\\d*")));
@@ -314,14 +314,14 @@ void TableWidget::_SlotOnItemChanged(QTableWidgetItem* changed)
             double value = text.toDouble(&ok);
             if (!ok)
                 value = 0.0;  // "", "+" and "-" stand for 0
-            if (std::fabs(value - n->YOffset) >= 0.01) {
-                n->YOffset = value;
+            if (std::fabs(value - n->symbol().YOffset) >= 0.01) {
+                n->symbol().YOffset = value;
                 settingsEdited();
                 return;
             }
         }
         m_filling = true;
-        changed->setText(yOffsetText(n->YOffset));
+        changed->setText(yOffsetText(n->symbol().YOffset));
         m_filling = false;
     }
 }
@@ -329,7 +329,7 @@ void TableWidget::_SlotOnItemChanged(QTableWidgetItem* changed)
 void TableWidget::_SlotOnColorBtnClicked()
 {
     const QPointer<QPushButton> button = qobject_cast<QPushButton*>(sender());
-    const auto it = std::find_if(m_rows.begin(), m_rows.end(), [&](const Node* n) { return n->TableRow == button; });
+    const auto it = std::find_if(m_rows.begin(), m_rows.end(), [&](const Node* n) { return n->symbol().TableRow == button; });
     if (!button || it == m_rows.end())
         return;
     Node* n = *it;
@@ -339,8 +339,8 @@ void TableWidget::_SlotOnColorBtnClicked()
     if (!accepted || !button || rowOf(n) < 0)
         return;
     const QColor chosen = dialog.selectedColor();
-    n->GraphColor = Rgb{chosen.red(), chosen.green(), chosen.blue(), 255};
-    n->HasGraphColor = true;
+    n->symbol().GraphColor = Rgb{chosen.red(), chosen.green(), chosen.blue(), 255};
+    n->symbol().HasGraphColor = true;
     paintColorButton(button, *n);
     settingsEdited();
 }
@@ -362,14 +362,14 @@ std::unique_ptr<QMenu> TableWidget::createContextMenu()
     const Node* n = selectedSymbol();
     QAction* show = menu->addAction(tr("Show"), this, &TableWidget::_SlotOnReleasedShowHide);
     show->setCheckable(true);
-    show->setChecked(n && n->ShowInGraph);
+    show->setChecked(n && n->symbol().ShowInGraph);
     menu->addAction(tr("Y-Offset up"), this, &TableWidget::_SlotOnReleasedYOffsetUp);
     menu->addAction(tr("Y-Offset down"), this, &TableWidget::_SlotOnReleasedYOffsetDown);
     menu->addAction(tr("Y-Resolution up"), this, &TableWidget::_SlotOnReleasedYResUp);
     menu->addAction(tr("Y-Resolution down"), this, &TableWidget::_SlotOnReleasedYResDown);
     QAction* line = menu->addAction(tr("Draw Line"), this, &TableWidget::_SlotOnReleasedDrawLine);
     line->setCheckable(true);
-    line->setChecked(n && (n->DrawStyle == 0 || n->DrawStyle == 2));
+    line->setChecked(n && (n->symbol().DrawStyle == 0 || n->symbol().DrawStyle == 2));
     // A QTX session takes its variables from the channel: nothing to remove.
     if (!m_controller.project().settings().IsQTXSession) {
         QAction* remove = menu->addAction(tr("Remove Symbol"), this, &TableWidget::_SlotOnReleasedRemoveSymbol);
@@ -387,7 +387,7 @@ void TableWidget::_SlotOnContextMenuRequested(const QPoint& pos)
 void TableWidget::_SlotOnReleasedShowHide()
 {
     if (Node* n = selectedSymbol()) {
-        n->ShowInGraph = !n->ShowInGraph;
+        n->symbol().ShowInGraph = !n->symbol().ShowInGraph;
         settingsEdited();
     }
 }
@@ -395,7 +395,7 @@ void TableWidget::_SlotOnReleasedShowHide()
 void TableWidget::_SlotOnReleasedYOffsetUp()
 {
     if (Node* n = selectedSymbol()) {
-        n->YOffset += 0.5;
+        n->symbol().YOffset += 0.5;
         settingsEdited();
     }
 }
@@ -403,7 +403,7 @@ void TableWidget::_SlotOnReleasedYOffsetUp()
 void TableWidget::_SlotOnReleasedYOffsetDown()
 {
     if (Node* n = selectedSymbol()) {
-        n->YOffset -= 0.5;
+        n->symbol().YOffset -= 0.5;
         settingsEdited();
     }
 }
@@ -411,8 +411,8 @@ void TableWidget::_SlotOnReleasedYOffsetDown()
 void TableWidget::_SlotOnReleasedYResUp()
 {
     if (Node* n = selectedSymbol()) {
-        n->YResolution = scale::stepUp(n->YResolution, std::uint64_t{n->YResolution} + 1);
-        n->ManualYResolution = true;
+        n->symbol().YResolution = scale::stepUp(n->symbol().YResolution, std::uint64_t{n->symbol().YResolution} + 1);
+        n->symbol().ManualYResolution = true;
         settingsEdited();
     }
 }
@@ -420,9 +420,9 @@ void TableWidget::_SlotOnReleasedYResUp()
 void TableWidget::_SlotOnReleasedYResDown()
 {
     if (Node* n = selectedSymbol()) {
-        if (n->YResolution > 0)
-            n->YResolution = scale::stepDown(n->YResolution, n->YResolution - 1);
-        n->ManualYResolution = true;
+        if (n->symbol().YResolution > 0)
+            n->symbol().YResolution = scale::stepDown(n->symbol().YResolution, n->symbol().YResolution - 1);
+        n->symbol().ManualYResolution = true;
         settingsEdited();
     }
 }
@@ -431,8 +431,8 @@ void TableWidget::_SlotOnReleasedDrawLine()
 {
     if (Node* n = selectedSymbol()) {
         // The menu entry toggles from its shown state: checked means lines.
-        const bool lineNow = n->DrawStyle == 0 || n->DrawStyle == 2;
-        n->DrawStyle = lineNow ? 1 : 0;
+        const bool lineNow = n->symbol().DrawStyle == 0 || n->symbol().DrawStyle == 2;
+        n->symbol().DrawStyle = lineNow ? 1 : 0;
         settingsEdited();
     }
 }
@@ -454,7 +454,7 @@ void TableWidget::_SlotOnReleasedRemoveSymbol()
         m_controller.project().apply(s);
     }
     m_controller.markModified();
-    n->TableRow = nullptr;
+    n->symbol().TableRow = nullptr;
     rebuild();
     emit _SignalUpdateViews();
 }

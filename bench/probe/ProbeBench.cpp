@@ -8,6 +8,8 @@
 #include "probe/ProbeSampler.h"
 #include "probe/SampleStore.h"
 #include "probe/TarvoLibrary.h"
+#include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolTree.h"
 
 #include <QCoreApplication>
 #include <QStandardPaths>
@@ -33,17 +35,6 @@ double since(Clock::time_point t) { return std::chrono::duration<double>(Clock::
 // The eight demo variables the BSQ case samples, by path.
 const char* const kPaths[8] = {"g_tick_ms", "g_sine",   "g_cosine",          "g_sawtooth",
                                "g_square",  "g_state",  "g_motor.speed_rpm", "g_channels[1].raw"};
-
-Node* findPath(Node* n, const char* path)
-{
-    for (; n; n = n->Next) {
-        if (n->NameWithParents == path)
-            return n;
-        if (Node* hit = findPath(n->Children, path))
-            return hit;
-    }
-    return nullptr;
-}
 
 void benchStoreIngest()
 {
@@ -118,12 +109,10 @@ void benchBsqEndToEnd(double seconds, bool realTime)
         return;
     }
     std::vector<Node*> chosen;
+    SymbolTree& tree = *ctl.symbols().tree();
     for (const char* path : kPaths)
-        for (Node* file : ctl.symbols().tree()->files)
-            if (Node* n = findPath(file->Children, path)) {
-                chosen.push_back(n);
-                break;
-            }
+        if (const auto found = symtree::findPath(tree.arena, tree.files, path); !found.empty())
+            chosen.push_back(found[0]);
     ctl.symbols().setSelected(chosen);
 
     ProjectSettings s;

@@ -57,4 +57,28 @@ fs::path buildBigFirmware(const fs::path& dir, int globals, double& seconds)
     return elf;
 }
 
+fs::path buildFrameBufferFirmware(const fs::path& dir, std::uint32_t bufferBytes, std::uint32_t records, double& seconds)
+{
+    {
+        std::ofstream c(dir / "display.c");
+        c << "#include <stdint.h>\n"
+             "struct rec { int32_t a; int16_t b; uint32_t c; };\n"
+             "uint8_t frame_buffer["
+          << bufferBytes << "u];\nstruct rec records[" << records << "u];\n";
+        for (int i = 0; i < 1000; ++i)
+            c << "volatile uint32_t g" << i << ";\n";
+        c << "int main(void) { for (;;) {} }\nvoid _start(void) { main(); }\n";
+    }
+    const fs::path elf = dir / "display.elf";
+    const std::string build = std::string(PLOTVIK_ARM_GCC) + " -mcpu=cortex-m4 -mthumb -g -O0 -nostdlib -o " + elf.string() + " " +
+                              (dir / "display.c").string() + " -Wl,--no-warn-rwx-segments 2>/dev/null";
+    const auto start = std::chrono::steady_clock::now();
+    if (std::system(build.c_str()) != 0) {
+        std::fprintf(stderr, "building the firmware failed: %s\n", build.c_str());
+        return {};
+    }
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return elf;
+}
+
 }  // namespace bench

@@ -11,6 +11,8 @@
 #include "files/Project.h"
 #include "gui/ProgressDialog.h"
 #include "symbols/SymbolDatabase.h"
+#include "symbols/SymbolPattern.h"
+#include "symbols/SymbolTree.h"
 #include "symbols/SymbolSelection.h"
 #include "symbols/SymbolTreeModel.h"
 #include "symbols/SymbolTreeView.h"
@@ -59,29 +61,67 @@ void paintNow(SymbolSelection& dialog)
     dialog.tree()->viewport()->repaint();
 }
 
-std::size_t countNodes(const Node* n)
-{
-    std::size_t count = 0;
-    for (; n; n = n->Next)
-        count += 1 + countNodes(n->Children);
-    return count;
-}
-
 // Every `step`-th supported leaf, as a selection that the dialog shows ticked.
 void selectSome(SymbolDatabase& db, std::size_t step)
 {
-    std::vector<Node*> picked;
     std::size_t seen = 0;
-    const auto walk = [&](auto&& self, Node* n) -> void {
-        for (; n; n = n->Next) {
-            if (n->IsLeaf && !SymbolTreeModel::isUnsupported(*n) && seen++ % step == 0)
-                picked.push_back(n);
-            self(self, n->Children);
-        }
-    };
-    for (Node* f : db.tree()->files)
-        walk(walk, f->Children);
-    db.setSelected(picked);
+    db.setSelected(symbolpattern::tickableLeaves(*db.tree(), [&](const Node&) { return seen++ % step == 0; }));
+}
+
+// Types `text` one character at a time, then erases it; the worst keystroke
+// (filter, layout and paint) in ms, and the rows shown with the whole text.
+double typeAndErase(SymbolSelection& dialog, const std::string& text, int& rows, std::vector<double>* all = nullptr)
+{
+    double worst = 0;
+    for (std::size_t n = 1; n <= 2 * text.size(); ++n) {
+        const std::size_t len = n <= text.size() ? n : 2 * text.size() - n;
+        const auto start = Clock::now();
+        dialog.filterLine()->setText(QString::fromStdString(text.substr(0, len)));
+        paintNow(dialog);
+        const double k = ms(start);
+        worst = std::max(worst, k);
+        if (all)
+            all->push_back(k);
+        if (len == text.size())
+            rows = dialog.model()->rowCount();
+    }
+    dialog.filterLine()->setText({});
+    return worst;
+}
+
+// A display firmware: a 16 MiB frame buffer and 100,000 records.
+bool displayFirmware(const fs::path& dir)
+{
+    double buildSeconds = 0;
+    const fs::path elf = bench::buildFrameBufferFirmware(dir, 16u << 20, 100000, buildSeconds);
+    SymbolDatabase db;
+    if (elf.empty() || db.parseElf(elf.string(), false, nullptr) != 0) {
+        std::fprintf(stderr, "display firmware: parse failed\n");
+        return false;
+    }
+    ProgressBridge bridge;
+    auto start = Clock::now();
+    SymbolSelection dialog(db, &bridge);
+    dialog.show();
+    paintNow(dialog);
+    std::printf("display firmware (16 MiB frame buffer, 100000 records):\n");
+    std::printf("  dialog open:      %8.1f ms   (goal < 500 ms), %d rows\n", ms(start), dialog.model()->rowCount());
+    // The frame buffer opened: its sixteen million rows.
+    const QModelIndex buffer = dialog.model()->indexOf(
+        symtree::findPath(db.tree()->arena, db.tree()->files, "frame_buffer").front());
+    start = Clock::now();
+    dialog.tree()->setRowExpanded(buffer, true);
+    dialog.tree()->scrollTo(dialog.model()->index(buffer.row() + 8000000, 0));
+    paintNow(dialog);
+    std::printf("  open the buffer:  %8.1f ms, %d rows\n", ms(start), dialog.model()->rowCount());
+    dialog.tree()->setRowExpanded(buffer, false);
+    for (const char* text : {"frame_buffer[3000000]", "records[99999].c", "g12"}) {
+        int rows = 0;
+        const double worst = typeAndErase(dialog, text, rows);
+        std::printf("  filter \"%s\":%*s worst keystroke %6.1f ms, %8d rows shown   (goal < 200 ms)\n", text,
+                    static_cast<int>(22 - std::string(text).size()), "", worst, rows);
+    }
+    return true;
 }
 
 int shot(const std::string& projectPath, const std::string& filter, const std::string& out)
@@ -137,6 +177,8 @@ int main(int argc, char** argv)
 
     const fs::path dir = fs::temp_directory_path() / ("plotvik-selection-bench-" + std::to_string(::getpid()));
     fs::create_directories(dir);
+    if (!displayFirmware(dir))
+        return 1;
     double buildSeconds = 0;
     const fs::path elf = bench::buildBigFirmware(dir, globals, buildSeconds);
     if (elf.empty())
@@ -148,7 +190,7 @@ int main(int argc, char** argv)
     }
     std::size_t nodes = 0;
     for (const Node* f : db.tree()->files)
-        nodes += 1 + countNodes(f->Children);
+        symtree::forEachNode(f, [&nodes](const Node&) { return ++nodes != 0; });
     selectSome(db, 997);
     std::printf("firmware: %d globals, %zu tree nodes, %zu selected\n", globals, nodes, db.selected().size());
 
@@ -165,23 +207,10 @@ int main(int argc, char** argv)
     const char* const texts[] = {"g1234", "0x2000", "0x0000ABC", "part1", "rec", "int", "0"};
     std::vector<double> all;
     for (const char* text : texts) {
-        const std::string t = text;
-        double worst = 0;
         int rows = 0;
-        for (std::size_t n = 1; n <= 2 * t.size(); ++n) {
-            const std::size_t len = n <= t.size() ? n : 2 * t.size() - n;
-            start = Clock::now();
-            dialog.filterLine()->setText(QString::fromStdString(t.substr(0, len)));
-            paintNow(dialog);
-            const double k = ms(start);
-            worst = std::max(worst, k);
-            all.push_back(k);
-            if (len == t.size())
-                rows = dialog.model()->rowCount();
-        }
-        dialog.filterLine()->setText({});
-        std::printf("filter \"%s\":%*s worst keystroke %6.1f ms, %7d rows shown\n", text, static_cast<int>(10 - t.size()), "",
-                    worst, rows);
+        const double worst = typeAndErase(dialog, text, rows, &all);
+        std::printf("filter \"%s\":%*s worst keystroke %6.1f ms, %7d rows shown\n", text,
+                    static_cast<int>(10 - std::string(text).size()), "", worst, rows);
     }
     std::sort(all.begin(), all.end());
     std::printf("filter keystroke: median %.1f ms, worst %.1f ms   (goal < 200 ms)\n", all[all.size() / 2], all.back());

@@ -48,8 +48,8 @@ int main(int argc, char** argv)
     for (const auto& c : curves) {
         Node* n = graphtest::selectColoured(f, c.name, c.size, c.type,
                                             Rgb{std::uint8_t(80 + 20 * k), std::uint8_t(255 - 25 * k), 128, 255});
-        n->YResolution = 100;
-        n->YOffset = 3.5 - double(k);
+        n->symbol().YResolution = 100;
+        n->symbol().YOffset = 3.5 - double(k);
         ++k;
     }
     std::mt19937 rng(7);

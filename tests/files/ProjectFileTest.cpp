@@ -124,24 +124,24 @@ TEST_F(ProjectFileTest, ReadsEveryPartOfADocument)
     EXPECT_EQ(a.Type, "float");
     EXPECT_EQ(a.TypeID, kTypeS32);  // "float" is no placeholder name: a signed 4-byte integer
     EXPECT_TRUE(a.IsSigned);
-    EXPECT_EQ(a.GraphColor, (Rgb{10, 20, 30, 255}));
-    EXPECT_TRUE(a.HasGraphColor);
-    EXPECT_EQ(a.YMinSampled, 0.0);  // absent statistics read as 0
-    EXPECT_EQ(a.YMaxSampled, 0.0);
-    EXPECT_EQ(a.YOffset, -3.0);
-    EXPECT_EQ(a.YResolution, 5u);
+    EXPECT_EQ(a.symbol().GraphColor, (Rgb{10, 20, 30, 255}));
+    EXPECT_TRUE(a.symbol().HasGraphColor);
+    EXPECT_EQ(a.symbol().YMinSampled, 0.0);  // absent statistics read as 0
+    EXPECT_EQ(a.symbol().YMaxSampled, 0.0);
+    EXPECT_EQ(a.symbol().YOffset, -3.0);
+    EXPECT_EQ(a.symbol().YResolution, 5u);
     EXPECT_EQ(a.MaxValue, 100.0);
     EXPECT_EQ(a.File, "/src/main.c");
-    EXPECT_EQ(a.DrawStyle, 0);
+    EXPECT_EQ(a.symbol().DrawStyle, 0);
 
     const Node& b = *symbols.selected()[1];
     EXPECT_EQ(b.TypeID, kTypeU32);
-    EXPECT_FALSE(b.ShowInGraph);
-    EXPECT_TRUE(b.IsAutoConfig);
+    EXPECT_FALSE(b.symbol().ShowInGraph);
+    EXPECT_TRUE(b.symbol().IsAutoConfig);
     EXPECT_EQ(b.MaxValue, 4294967295.0);
-    EXPECT_EQ(b.DrawStyle, 1);
+    EXPECT_EQ(b.symbol().DrawStyle, 1);
     EXPECT_EQ(b.NameWithParents, "state.count");
-    EXPECT_FALSE(b.ManualYResolution) << "absent in older files: the automatic range applies";
+    EXPECT_FALSE(b.symbol().ManualYResolution) << "absent in older files: the automatic range applies";
     EXPECT_TRUE(scoped.bridge.boxes.empty());
     EXPECT_GT(scoped.bridge.guiUpdates, 0);
 }
@@ -163,12 +163,12 @@ TEST_F(ProjectFileTest, SavedDocumentHasTheFixedLayout)
     s.TimeResolutionUs = 7;
     Node* n = addSymbol("v", 2, kTypeS16);
     n->Address = 0xABC;
-    n->YMinSampled = -1.5;
-    n->YMaxSampled = 1e10;
-    n->YAvgSampled = 0.25;
-    n->YOffset = 9.99;
+    n->symbol().YMinSampled = -1.5;
+    n->symbol().YMaxSampled = 1e10;
+    n->symbol().YAvgSampled = 0.25;
+    n->symbol().YOffset = 9.99;
     n->MaxValue = 32767;
-    n->GraphColor = {255, 0, 7, 255};
+    n->symbol().GraphColor = {255, 0, 7, 255};
     s.TriggerSymbol = n;
     s.TriggerLevel = -7.9;
     s.TriggerFall = true;
@@ -228,20 +228,20 @@ TEST_F(ProjectFileTest, SaveAndLoadGiveTheSameRecords)
     Node* a = addSymbol("alpha", 4, kTypeFloat);
     Node* b = addSymbol("beta", 1, kTypeBool);
     a->Address = 0xFFFFFFF0u;
-    a->YOffset = -2.7;
-    a->YMinSampled = -3.25;
-    a->YMaxSampled = 8.5;
-    a->YAvgSampled = 1.0;
-    a->IsAutoConfig = true;
-    a->YResolution = 20;
-    a->ManualYResolution = true;
+    a->symbol().YOffset = -2.7;
+    a->symbol().YMinSampled = -3.25;
+    a->symbol().YMaxSampled = 8.5;
+    a->symbol().YAvgSampled = 1.0;
+    a->symbol().IsAutoConfig = true;
+    a->symbol().YResolution = 20;
+    a->symbol().ManualYResolution = true;
     a->MaxValue = 3.4e38;
-    a->Offset = 4;
-    b->ShowInGraph = false;
-    b->DrawStyle = 1;
+    a->symbol().Offset = 4;
+    b->symbol().ShowInGraph = false;
+    b->symbol().DrawStyle = 1;
     b->MaxValue = 1;
-    b->Offset = 8;
-    b->GraphColor = {1, 2, 3, 255};
+    b->symbol().Offset = 8;
+    b->symbol().GraphColor = {1, 2, 3, 255};
     s.TriggerSymbol = b;
     s.TriggerLevel = 1.0;
     s.TriggerOn = s.TriggerAuto = s.TriggerRise = true;
@@ -270,21 +270,21 @@ TEST_F(ProjectFileTest, SaveAndLoadGiveTheSameRecords)
         EXPECT_EQ(now.File, was.File);
         EXPECT_EQ(now.TypeID, was.TypeID);
         EXPECT_EQ(now.Size, was.Size);
-        EXPECT_EQ(now.GraphColor, was.GraphColor);
-        EXPECT_EQ(now.ShowInGraph, was.ShowInGraph);
-        EXPECT_EQ(now.IsAutoConfig, was.IsAutoConfig);
-        EXPECT_EQ(now.YResolution, was.YResolution);
-        EXPECT_EQ(now.ManualYResolution, was.ManualYResolution);
-        EXPECT_EQ(now.Offset, was.Offset);
-        EXPECT_EQ(now.DrawStyle, was.DrawStyle);
+        EXPECT_EQ(now.symbol().GraphColor, was.symbol().GraphColor);
+        EXPECT_EQ(now.symbol().ShowInGraph, was.symbol().ShowInGraph);
+        EXPECT_EQ(now.symbol().IsAutoConfig, was.symbol().IsAutoConfig);
+        EXPECT_EQ(now.symbol().YResolution, was.symbol().YResolution);
+        EXPECT_EQ(now.symbol().ManualYResolution, was.symbol().ManualYResolution);
+        EXPECT_EQ(now.symbol().Offset, was.symbol().Offset);
+        EXPECT_EQ(now.symbol().DrawStyle, was.symbol().DrawStyle);
         // The format's own truncations.
-        EXPECT_EQ(now.YOffset, std::trunc(was.YOffset));
+        EXPECT_EQ(now.symbol().YOffset, std::trunc(was.symbol().YOffset));
         // Integers beyond 64 bits (the largest float) saturate.
         EXPECT_EQ(now.MaxValue, static_cast<double>(projectfile::truncatedToInteger(was.MaxValue)));
-        EXPECT_EQ(now.YAvgSampled, was.YAvgSampled == 1.0 ? 1.0 : 0.0);
-        EXPECT_DOUBLE_EQ(now.YMinSampled, i == 0 ? -3.25 : std::stod(projectfile::formatDouble(was.YMinSampled)));
+        EXPECT_EQ(now.symbol().YAvgSampled, was.symbol().YAvgSampled == 1.0 ? 1.0 : 0.0);
+        EXPECT_DOUBLE_EQ(now.symbol().YMinSampled, i == 0 ? -3.25 : std::stod(projectfile::formatDouble(was.symbol().YMinSampled)));
     }
-    EXPECT_EQ(loadedSymbols.selected()[0]->YOffset, -2.0);
+    EXPECT_EQ(loadedSymbols.selected()[0]->symbol().YOffset, -2.0);
     EXPECT_EQ(loadedSymbols.selected()[0]->MaxValue, 9223372036854775807.0);
     EXPECT_EQ(loadedSymbols.selected()[1]->MaxValue, 1.0);
 }
@@ -344,7 +344,7 @@ TEST_F(ProjectFileTest, YOffsetIsTruncatedTowardZeroOnWriting)
 {
     for (const auto& [value, written] : {std::pair{-2.7, "-2"}, {2.7, "2"}, {-0.5, "0"}, {41.0, "41"}}) {
         Node* n = addSymbol("y", 2, kTypeU16);
-        n->YOffset = value;
+        n->symbol().YOffset = value;
         const std::string p = path("y.plotvik");
         ASSERT_EQ(SaveProject(p, project, symbols), 0);
         EXPECT_NE(readAll(p).find(std::string("YOffset=\"") + written + "\""), std::string::npos) << value;
@@ -357,7 +357,7 @@ TEST_F(ProjectFileTest, AverageReloadsAsZeroOrOne)
     const std::string tag = "YResolution=\"5\"";
     for (const auto& [text, value] : {std::pair{"1", 1.0}, {"0.5", 0.0}, {"1.9", 1.0}, {"2", 0.0}, {"0", 0.0}}) {
         ASSERT_EQ(loadText(replaced(kBaseDocument, tag, tag + " YAvgSampled=\"" + text + "\"")), 0);
-        EXPECT_EQ(symbols.selected()[0]->YAvgSampled, value) << text;
+        EXPECT_EQ(symbols.selected()[0]->symbol().YAvgSampled, value) << text;
     }
 }
 
@@ -562,7 +562,7 @@ TEST_F(ProjectFileTest, PartialReadsStayApplied)
     ASSERT_EQ(loadText(replaced(kBaseDocument, "Address=\"0x20000014\"", "Address=\"zz\"")), -1);
     EXPECT_EQ(symbols.selected().size(), 2u);
     EXPECT_EQ(symbols.selected()[1]->Name, "count");
-    EXPECT_EQ(symbols.selected()[1]->YResolution, 2u);  // later readers still ran
+    EXPECT_EQ(symbols.selected()[1]->symbol().YResolution, 2u);  // later readers still ran
     EXPECT_EQ(project.settings().TargetDevice, "STM32F407VG");
     EXPECT_EQ(project.settings().TriggerSymbol, symbols.selected()[0]);
 
@@ -645,7 +645,7 @@ TEST_F(ProjectFileTest, ColourComponentsAreTakenAsTheyAre)
     doc.replace(at, from.size(), R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")");
     ASSERT_EQ(loadText(doc), 0);
     ASSERT_FALSE(symbols.selected().empty());
-    EXPECT_EQ(symbols.selected()[0]->GraphColor, (Rgb{300, -5, 256, 255}));
+    EXPECT_EQ(symbols.selected()[0]->symbol().GraphColor, (Rgb{300, -5, 256, 255}));
     const std::string p = path("colours.plotvik");
     ASSERT_EQ(SaveProject(p, project, symbols), 0);
     EXPECT_NE(readAll(p).find(R"(GraphColorRed="300" GraphColorGreen="-5" GraphColorBlue="256")"), std::string::npos);

@@ -37,13 +37,13 @@ TEST_F(RawFileTest, ThreeRecordsOfOneTwoByteSymbolImport)
             EXPECT_EQ(scoped.bridge.boxes[0].button0, "O.K.");
         }
         EXPECT_EQ(store.writeIndex(), 3u);
-        EXPECT_EQ(n->Offset, 4);
+        EXPECT_EQ(n->symbol().Offset, 4);
         const std::uint32_t ts[] = {10, 20, 30};
         const std::int16_t vals[] = {-1, 2, 300};
         for (std::uint32_t i = 0; i < 3; ++i) {
             EXPECT_EQ(store.timeStamps()[i], ts[i]);
             std::int16_t v;
-            std::memcpy(&v, &n->Values[i], 2);
+            std::memcpy(&v, &n->symbol().Values[i], 2);
             EXPECT_EQ(v, vals[i]);
         }
         EXPECT_FALSE(store.isOpen());
@@ -59,8 +59,8 @@ TEST_F(RawFileTest, ImportReplacesWhatWasStored)
     EXPECT_EQ(store.writeIndex(), 2u);
     EXPECT_EQ(store.timeStamps()[0], 100u);
     EXPECT_EQ(store.timeStamps()[2], 0u);  // the old records are gone
-    EXPECT_EQ(n->Values[1], 8u);
-    EXPECT_EQ(n->Values[2], 0u);
+    EXPECT_EQ(n->symbol().Values[1], 8u);
+    EXPECT_EQ(n->symbol().Values[2], 0u);
 }
 
 TEST_F(RawFileTest, UntimedQtxSessionImportsTheFileTimeStampsAndKeepsItsLayout)
@@ -74,12 +74,12 @@ TEST_F(RawFileTest, UntimedQtxSessionImportsTheFileTimeStampsAndKeepsItsLayout)
     ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
     EXPECT_EQ(store.timeStamps()[0], 1000u);
     EXPECT_EQ(store.timeStamps()[1], 2000u);
-    EXPECT_EQ(a->Values[1], 8u);
-    EXPECT_EQ(static_cast<std::int32_t>(b->Values[0]), -4);
+    EXPECT_EQ(a->symbol().Values[1], 8u);
+    EXPECT_EQ(static_cast<std::int32_t>(b->symbol().Values[0]), -4);
     // The session's own layout is back: no time stamp, offsets from 0.
     EXPECT_FALSE(store.withTimeStamp());
-    EXPECT_EQ(a->Offset, 0);
-    EXPECT_EQ(b->Offset, 1);
+    EXPECT_EQ(a->symbol().Offset, 0);
+    EXPECT_EQ(b->symbol().Offset, 1);
     EXPECT_EQ(store.recordSize(), 5u);
 }
 
@@ -126,14 +126,14 @@ TEST_F(RawFileTest, ExportThenImportGivesTheSameRecords)
     ASSERT_EQ(ExportRaw(file, store, symbols), 0);
     const std::uint32_t exported = store.recordCount();
 
-    std::vector<std::uint64_t> wasA(a->Values.get(), a->Values.get() + exported);
-    std::vector<std::uint64_t> wasB(b->Values.get(), b->Values.get() + exported);
+    std::vector<std::uint64_t> wasA(a->symbol().Values.get(), a->symbol().Values.get() + exported);
+    std::vector<std::uint64_t> wasB(b->symbol().Values.get(), b->symbol().Values.get() + exported);
     ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
     EXPECT_EQ(store.writeIndex(), exported);
     for (std::uint32_t i = 0; i < exported; ++i) {
         EXPECT_EQ(store.timeStamps()[i], i * 7);
-        EXPECT_EQ(a->Values[i] & 0xFFFF, wasA[i] & 0xFFFF);
-        EXPECT_EQ(b->Values[i], wasB[i]);
+        EXPECT_EQ(a->symbol().Values[i] & 0xFFFF, wasA[i] & 0xFFFF);
+        EXPECT_EQ(b->symbol().Values[i], wasB[i]);
     }
 }
 

@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static std::vector<alloc::Block<std::uint64_t>> pool;
     for (Node* n : symbols.selected()) {
         if (!pool.empty()) {
-            n->Values = std::move(pool.back());
+            n->symbol().Values = std::move(pool.back());
             pool.pop_back();
         }
     }
@@ -84,8 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ~GiveBack()
         {
             for (Node* n : symbols.selected())
-                if (n->Values)
-                    pool.push_back(std::move(n->Values));
+                if (n->symbol().Values)
+                    pool.push_back(std::move(n->symbol().Values));
         }
     } giveBack{symbols};
     if (!store.prepareFreshStart())
@@ -119,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         for (const Node* n : symbols.selected()) {
             std::uint64_t expected = 0;
-            std::memcpy(&expected, rec + n->Offset, n->Size);
+            std::memcpy(&expected, rec + n->symbol().Offset, n->Size);
             FUZZ_CHECK(*store.valueSlotAt(*n, static_cast<std::uint32_t>(r)) == expected);
         }
     }

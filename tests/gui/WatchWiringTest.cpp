@@ -109,7 +109,7 @@ protected:
             std::memcpy(rec, &ts, 4);
             for (std::size_t s = 0; s < selected.size(); ++s) {
                 const std::int32_t v = static_cast<std::int32_t>((s + 1) * 100 + r);
-                std::memcpy(rec + selected[s]->Offset, &v, 4);
+                std::memcpy(rec + selected[s]->symbol().Offset, &v, 4);
             }
         }
         store.storeRecords(bytes.data(), bytes.size());
@@ -142,20 +142,20 @@ TEST_F(WatchWiringTest, TheWatchDockHoldsTheTable)
 TEST_F(WatchWiringTest, ANewSelectionGetsColoursAndRows)
 {
     const std::vector<Node*> nodes = selectSymbols(3);
-    nodes[1]->GraphColor = {1, 2, 3, 255};
-    nodes[1]->HasGraphColor = true;
+    nodes[1]->symbol().GraphColor = {1, 2, 3, 255};
+    nodes[1]->symbol().HasGraphColor = true;
     emit window->_SignalUpdateSymbolSelection();
     ASSERT_EQ(table->symbolRowCount(), 3);
     std::set<std::tuple<int, int, int>> colours;
     for (int r = 0; r < 3; ++r) {
         const Node* n = table->symbolAt(r);
-        ASSERT_TRUE(n->HasGraphColor) << r;
-        colours.insert({n->GraphColor.red, n->GraphColor.green, n->GraphColor.blue});
+        ASSERT_TRUE(n->symbol().HasGraphColor) << r;
+        colours.insert({n->symbol().GraphColor.red, n->symbol().GraphColor.green, n->symbol().GraphColor.blue});
         EXPECT_EQ(table->colorButton(r)->palette().color(QPalette::Button),
-                  QColor(n->GraphColor.red, n->GraphColor.green, n->GraphColor.blue));
+                  QColor(n->symbol().GraphColor.red, n->symbol().GraphColor.green, n->symbol().GraphColor.blue));
     }
     EXPECT_EQ(colours.size(), 3u) << "every curve its own colour";
-    EXPECT_EQ(nodes[1]->GraphColor, (Rgb{1, 2, 3, 255})) << "a colour from the project stays";
+    EXPECT_EQ(nodes[1]->symbol().GraphColor, (Rgb{1, 2, 3, 255})) << "a colour from the project stays";
     EXPECT_EQ(cell(2, TableWidget::kColName), "g.v2");
 
     // The worker's assign-colours request does the same for later symbols.
@@ -167,7 +167,7 @@ TEST_F(WatchWiringTest, ANewSelectionGetsColoursAndRows)
     std::thread worker([&] { window->assignColors(); });
     worker.join();
     ASSERT_TRUE(QTest::qWaitFor([&] { return table->symbolRowCount() == 4; }));
-    EXPECT_TRUE(extra->HasGraphColor);
+    EXPECT_TRUE(extra->symbol().HasGraphColor);
 }
 
 TEST_F(WatchWiringTest, RefreshesAndResetReachTheTable)

@@ -162,10 +162,10 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     for (const Saved& v : saved) {
         Node* n = ctl->symbols().createDetachedSymbol();
         n->Name = n->NameWithParents = v.name;
-        n->GraphColor = v.colour;
-        n->HasGraphColor = true;
-        n->YResolution = v.resolution;
-        n->ManualYResolution = true;
+        n->symbol().GraphColor = v.colour;
+        n->symbol().HasGraphColor = true;
+        n->symbol().YResolution = v.resolution;
+        n->symbol().ManualYResolution = true;
         before.push_back(n);
     }
     ctl->symbols().setSelected(before);
@@ -185,12 +185,12 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     EXPECT_EQ(sel[3]->Name, "1 Byte unsigned QTX Data");
     EXPECT_EQ(ctl->store().recordSize(), 15u);
     for (std::size_t i : {0u, 1u, 3u}) {
-        EXPECT_EQ(sel[i]->GraphColor, saved[i].colour) << i;
-        EXPECT_TRUE(sel[i]->HasGraphColor) << i;
-        EXPECT_EQ(sel[i]->YResolution, saved[i].resolution) << i;
-        EXPECT_TRUE(sel[i]->ManualYResolution) << i;
+        EXPECT_EQ(sel[i]->symbol().GraphColor, saved[i].colour) << i;
+        EXPECT_TRUE(sel[i]->symbol().HasGraphColor) << i;
+        EXPECT_EQ(sel[i]->symbol().YResolution, saved[i].resolution) << i;
+        EXPECT_TRUE(sel[i]->symbol().ManualYResolution) << i;
     }
-    EXPECT_FALSE(sel[2]->HasGraphColor) << "another name at that place: the views colour it afresh";
+    EXPECT_FALSE(sel[2]->symbol().HasGraphColor) << "another name at that place: the views colour it afresh";
     EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
     EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
 

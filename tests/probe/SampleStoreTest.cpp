@@ -93,8 +93,8 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
     EXPECT_EQ(store.timeStampAt(0), 2000u);
     EXPECT_EQ(store.timeStampAt(SampleStore::kCapacity - 2), SampleStore::kCapacity * 1000u);
     EXPECT_EQ(valueAt(*n, SampleStore::kCapacity - 2), -7.0);
-    EXPECT_EQ(n->YMinSampled, -32768.0) << "statistics follow every value stored";
-    EXPECT_EQ(n->YMaxSampled, 32767.0);
+    EXPECT_EQ(n->symbol().YMinSampled, -32768.0) << "statistics follow every value stored";
+    EXPECT_EQ(n->symbol().YMaxSampled, 32767.0);
 }
 
 TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
@@ -230,9 +230,9 @@ TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
     EXPECT_EQ(store.timeStampAt(0), 3000u) << "the time stamp is shifted with it";
     EXPECT_EQ(valueAt(*before, 2), 103.0) << "the next record is stored";
     // The statistics saw only what was kept.
-    EXPECT_EQ(before->YMinSampled, 103.0);
-    EXPECT_EQ(after->YMinSampled, 202.0);
-    EXPECT_EQ(trigger->YMinSampled, 10.0);
+    EXPECT_EQ(before->symbol().YMinSampled, 103.0);
+    EXPECT_EQ(after->symbol().YMinSampled, 202.0);
+    EXPECT_EQ(trigger->symbol().YMinSampled, 10.0);
 }
 
 // A bit-field's part of the record is its whole structure; wherever the field
@@ -316,21 +316,21 @@ TEST_F(StoreFixture, RunningMeanMinimumAndMaximumSinceTheStart)
     store.resetStatistics();
     // The first record of an empty store only marks the latest slot.
     feed({100, -4, 10, 6}, 0);
-    EXPECT_EQ(n->SamplesSinceStart, 3u);
-    EXPECT_DOUBLE_EQ(n->YAvgSampled, (-4 + 10 + 6) / 3.0);
-    EXPECT_DOUBLE_EQ(n->YMinSampled, -4.0);
-    EXPECT_DOUBLE_EQ(n->YMaxSampled, 10.0);
+    EXPECT_EQ(n->symbol().SamplesSinceStart, 3u);
+    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, (-4 + 10 + 6) / 3.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YMinSampled, -4.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YMaxSampled, 10.0);
     feed({12}, 4000);
-    EXPECT_DOUBLE_EQ(n->YAvgSampled, (-4 + 10 + 6 + 12) / 4.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, (-4 + 10 + 6 + 12) / 4.0);
 
     // A new start (also after a pause) starts the statistics again.
     store.resetStatistics();
-    EXPECT_EQ(n->SamplesSinceStart, 0u);
-    EXPECT_DOUBLE_EQ(n->YAvgSampled, 0.0);
-    EXPECT_EQ(n->YMaxSampled, std::numeric_limits<double>::lowest());
-    EXPECT_EQ(n->YMinSampled, std::numeric_limits<double>::max());
+    EXPECT_EQ(n->symbol().SamplesSinceStart, 0u);
+    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, 0.0);
+    EXPECT_EQ(n->symbol().YMaxSampled, std::numeric_limits<double>::lowest());
+    EXPECT_EQ(n->symbol().YMinSampled, std::numeric_limits<double>::max());
     feed({-8}, 5000);
-    EXPECT_DOUBLE_EQ(n->YAvgSampled, -8.0);
-    EXPECT_DOUBLE_EQ(n->YMinSampled, -8.0);
-    EXPECT_DOUBLE_EQ(n->YMaxSampled, -8.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, -8.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YMinSampled, -8.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YMaxSampled, -8.0);
 }

@@ -1,8 +1,11 @@
 // The symbol tree of real firmware built by arm-none-eabi-gcc.
 #include "TestElf.h"
+#include "TreeWalk.h"
 
+#include "files/Project.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
+#include "tests/TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -18,20 +21,11 @@ const char* const kImages[] = {
     "shapes_c_newlib.elf",
 };
 
-std::map<std::string, const Node*> byPath(const SymbolTree& tree)
+std::map<std::string, const Node*> byPath(SymbolTree& tree)
 {
     std::map<std::string, const Node*> out;
-    std::vector<const Node*> stack;
-    for (const Node* f : tree.files)
-        for (const Node* n = f->Children; n; n = n->Next)
-            stack.push_back(n);
-    while (!stack.empty()) {
-        const Node* n = stack.back();
-        stack.pop_back();
-        out.emplace(n->NameWithParents, n);
-        for (const Node* c = n->Children; c; c = c->Next)
-            stack.push_back(c);
-    }
+    for (Node* f : tree.files)
+        treewalk::forEach(tree.arena, f->Children, [&](Node& n) { out.emplace(n.NameWithParents, &n); });
     return out;
 }
 
@@ -94,21 +88,14 @@ TEST(Corpus, PathsEqualTheWalkUpTheParents)
         SCOPED_TRACE(image);
         SymbolDatabase db;
         ASSERT_EQ(db.parseElf(corpus(image), false, nullptr), 0);
-        std::vector<const Node*> stack;
-        for (const Node* f : db.tree()->files)
-            for (const Node* n = f->Children; n; n = n->Next)
-                stack.push_back(n);
         std::size_t checked = 0;
-        while (!stack.empty()) {
-            const Node* n = stack.back();
-            stack.pop_back();
-            if (!n->Type.empty()) {  // filled (nodes past the depth limit stay as created)
-                ASSERT_EQ(n->NameWithParents, symtree::nameWithParents(*n));
-                ++checked;
-            }
-            for (const Node* c = n->Children; c; c = c->Next)
-                stack.push_back(c);
-        }
+        for (Node* f : db.tree()->files)
+            treewalk::forEach(db.tree()->arena, f->Children, [&](Node& n) {
+                if (!n.Type.empty()) {  // filled (nodes past the depth limit stay as created)
+                    EXPECT_EQ(n.NameWithParents, symtree::nameWithParents(n));
+                    ++checked;
+                }
+            });
         EXPECT_GT(checked, 40u);
     }
 }
@@ -147,10 +134,10 @@ TEST(Corpus, MatchingCarriesTheSelectionOver)
         kept->Type = n->Type;
     }
     kept->Address = 0;  // addresses are not compared
-    kept->HasGraphColor = true;
-    kept->GraphColor = {10, 20, 30, 255};
+    kept->symbol().HasGraphColor = true;
+    kept->symbol().GraphColor = {10, 20, 30, 255};
     int row = 0;
-    kept->TableRow = &row;
+    kept->symbol().TableRow = &row;
     Node* gone = db.createDetachedSymbol();
     gone->Name = gone->NameWithParents = "vanished";
     gone->Type = "int";
@@ -163,12 +150,52 @@ TEST(Corpus, MatchingCarriesTheSelectionOver)
     EXPECT_NE(now, kept);
     EXPECT_EQ(now->NameWithParents, "nested.pair[1].b");
     EXPECT_NE(now->Address, 0u);
-    EXPECT_TRUE(now->HasGraphColor);
-    EXPECT_EQ(now->GraphColor, (Rgb{10, 20, 30, 255}));
-    EXPECT_EQ(now->TableRow, &row);
+    EXPECT_TRUE(now->symbol().HasGraphColor);
+    EXPECT_EQ(now->symbol().GraphColor, (Rgb{10, 20, 30, 255}));
+    EXPECT_EQ(now->symbol().TableRow, &row);
     EXPECT_TRUE(db.selectionChanged());
     EXPECT_TRUE(db.matched().empty());
     EXPECT_NE(db.elfTime(), std::filesystem::file_time_type{});
+}
+
+// Elements of long arrays, picked and saved in a project, are made again when
+// the project is opened, with their settings and in tree order.
+TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)
+{
+    const std::string project = (testtemp::folder() / "elements.plotvik").string();
+    {
+        SymbolDatabase db;
+        ASSERT_EQ(db.parseElf(corpus("huge.elf"), false, nullptr), 0);
+        std::vector<Node*> picked;
+        for (const char* path : {"huge_c[499999]", "huge_a[7]"}) {
+            const auto found = symtree::findPath(db.tree()->arena, db.tree()->files, path);
+            ASSERT_EQ(found.size(), 1u) << path;
+            picked.push_back(found[0]);
+        }
+        picked[0]->symbol().GraphColor = {1, 2, 3, 255};
+        picked[0]->symbol().HasGraphColor = true;
+        db.setSelected(picked);
+        Project p;
+        ProjectSettings s = p.settings();
+        s.ElfFile = corpus("huge.elf");
+        p.apply(s);
+        ASSERT_EQ(SaveProject(project, p, db), 0);
+    }
+    SymbolDatabase db;
+    Project p;
+    ASSERT_EQ(LoadProject(project, p, db), 0);
+    ASSERT_EQ(db.parseElf(corpus("huge.elf"), true, nullptr), 0);
+    ASSERT_EQ(db.selected().size(), 2u);
+    const Node* a = db.selected()[0];
+    const Node* c = db.selected()[1];
+    EXPECT_EQ(a->NameWithParents, "huge_a[7]");
+    EXPECT_EQ(c->NameWithParents, "huge_c[499999]");
+    EXPECT_EQ(a->Address, a->Parent->Address + 28);
+    EXPECT_EQ(c->Address, c->Parent->Address + 4 * 499999u);
+    EXPECT_EQ(c->TypeID, kTypeS32);
+    EXPECT_TRUE(c->symbol().HasGraphColor);
+    EXPECT_EQ(c->symbol().GraphColor, (Rgb{1, 2, 3, 255}));
+    EXPECT_LT(db.tree()->arena.size(), 100u) << "the other elements are not made";
 }
 
 TEST(Corpus, UnreadableFileLeavesNoTree)

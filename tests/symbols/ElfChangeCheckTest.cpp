@@ -25,21 +25,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const Node* findPath(const Node* n, const std::string& path)
+const Node* findInTree(SymbolTree* tree, const std::string& path)
 {
-    for (; n; n = n->Next) {
-        if (n->NameWithParents == path && !n->Name.empty())
-            return n;
-        if (const Node* below = findPath(n->Children, path))
-            return below;
-    }
-    return nullptr;
-}
-
-const Node* findInTree(const SymbolTree* tree, const std::string& path)
-{
-    for (const Node* f : tree->files)
-        if (const Node* n = findPath(f->Children, path))
+    for (const Node* n : symtree::findPath(tree->arena, tree->files, path))
+        if (!n->Name.empty())
             return n;
     return nullptr;
 }
@@ -95,7 +84,7 @@ struct ElfChangeFixture : ::testing::Test {
         ASSERT_EQ(ctl->elfPath(), elf.string());
         ctl->postParseElfFile(ctl->elfPath(), false);
         ASSERT_TRUE(ctl->waitForQueue(10000));
-        const SymbolTree* tree = ctl->symbols().tree();
+        SymbolTree* tree = ctl->symbols().tree();
         ASSERT_NE(tree, nullptr);
         std::vector<Node*> picked;
         for (const char* path : {"counter", "level", "pos.x", "samples[2]"}) {
@@ -103,12 +92,12 @@ struct ElfChangeFixture : ::testing::Test {
             ASSERT_NE(n, nullptr) << path;
             picked.push_back(const_cast<Node*>(n));
         }
-        picked[1]->GraphColor = Rgb{0x12, 0x34, 0x56, 255};
-        picked[1]->HasGraphColor = true;
-        picked[1]->YResolution = 50;
-        picked[1]->YOffset = -3;
-        picked[1]->DrawStyle = 1;
-        picked[1]->ShowInGraph = false;
+        picked[1]->symbol().GraphColor = Rgb{0x12, 0x34, 0x56, 255};
+        picked[1]->symbol().HasGraphColor = true;
+        picked[1]->symbol().YResolution = 50;
+        picked[1]->symbol().YOffset = -3;
+        picked[1]->symbol().DrawStyle = 1;
+        picked[1]->symbol().ShowInGraph = false;
         ctl->symbols().setSelected(picked);
         for (const Node* n : picked)
             oldAddress[n->NameWithParents] = n->Address;
@@ -180,18 +169,18 @@ TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
     EXPECT_EQ(selectedPaths(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
-    const SymbolTree* tree = ctl->symbols().tree();
+    SymbolTree* tree = ctl->symbols().tree();
     for (const Node* n : ctl->symbols().selected()) {
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
         EXPECT_EQ(n->Address, oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new variable";
     }
-    EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
-    EXPECT_TRUE(ctl->symbols().selected()[0]->HasGraphColor);
-    EXPECT_EQ(ctl->symbols().selected()[0]->YResolution, 50u) << "and so do its display settings";
-    EXPECT_EQ(ctl->symbols().selected()[0]->YOffset, -3.0);
-    EXPECT_EQ(ctl->symbols().selected()[0]->DrawStyle, 1);
-    EXPECT_FALSE(ctl->symbols().selected()[0]->ShowInGraph);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
+    EXPECT_TRUE(ctl->symbols().selected()[0]->symbol().HasGraphColor);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YResolution, 50u) << "and so do its display settings";
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YOffset, -3.0);
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().DrawStyle, 1);
+    EXPECT_FALSE(ctl->symbols().selected()[0]->symbol().ShowInGraph);
     EXPECT_FALSE(ElfTimeDiffers(ctl->symbols().elfTime(), t + 2s));
 }
 
@@ -288,7 +277,7 @@ TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
     EXPECT_EQ(result.load(), 0);
     EXPECT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
     EXPECT_EQ(ctl.elfPath(), (project.parent_path() / listed.settings().ElfFile).lexically_normal().string());
-    const SymbolTree* tree = ctl.symbols().tree();
+    SymbolTree* tree = ctl.symbols().tree();
     ASSERT_NE(tree, nullptr);
     std::vector<std::string> got;
     for (const Node* n : ctl.symbols().selected()) {

@@ -13,17 +13,6 @@
 
 namespace {
 
-const Node* findPath(const Node* n, const std::string& path)
-{
-    for (; n; n = n->Next) {
-        if (n->NameWithParents == path)
-            return n;
-        if (const Node* f = findPath(n->Children, path))
-            return f;
-    }
-    return nullptr;
-}
-
 // Restores the program-wide rule when the test ends.
 struct FloatRule {
     explicit FloatRule(bool on) { symtree::setFloatByEncoding(on); }
@@ -56,11 +45,9 @@ TEST(FloatEncoding, TypeIdsFollowTheChosenRule)
         ASSERT_EQ(db.parseElf(testelf::corpus("floats.elf"), false, nullptr), 0);
         ASSERT_NE(db.tree(), nullptr);
         for (const auto& c : cases) {
-            const Node* n = nullptr;
-            for (const Node* f : db.tree()->files)
-                if ((n = findPath(f->Children, c.path)))
-                    break;
-            ASSERT_NE(n, nullptr) << c.path;
+            const auto found = symtree::findPath(db.tree()->arena, db.tree()->files, c.path);
+            ASSERT_FALSE(found.empty()) << c.path;
+            const Node* n = found[0];
             EXPECT_TRUE(n->IsLeaf) << c.path;
             const std::int32_t expected = on ? c.byEncoding : c.byText;
             EXPECT_EQ(n->TypeID, expected) << c.path << (on ? " by encoding" : " by type text");
@@ -82,10 +69,8 @@ TEST(FloatEncoding, TheRuleAppliesFromTheNextParse)
     SymbolDatabase db;
     ASSERT_EQ(db.parseElf(testelf::corpus("floats.elf"), false, nullptr), 0);
     const auto typeOf = [&](const char* path) {
-        for (const Node* f : db.tree()->files)
-            if (const Node* n = findPath(f->Children, path))
-                return n->TypeID;
-        return -1;
+        const auto found = symtree::findPath(db.tree()->arena, db.tree()->files, path);
+        return found.empty() ? -1 : found[0]->TypeID;
     };
     EXPECT_EQ(typeOf("isr_level"), kTypeS32);
     symtree::setFloatByEncoding(true);

@@ -616,3 +616,197 @@ TEST(SymbolTreeModel, UnexpandableArraysHaveNoCheckBox)
     EXPECT_TRUE(zero.data(Qt::CheckStateRole).isValid());
     EXPECT_FALSE(zero.data(Qt::ToolTipRole).isValid());
 }
+
+// ---------------------------------------------------------------------------
+// Long arrays: their elements are runs of rows, made only when ticked or
+// opened, and sort, filter and tick as if each were a node.
+
+namespace {
+
+// big: int[5000] at 0x20000000; recs: struct { unsigned char a; int zeta; }[6000] at 0x20010000.
+struct LongArrays {
+    SymbolDatabase db;
+    Node *file = nullptr, *big = nullptr, *recs = nullptr;
+    LongArrays()
+    {
+        auto tree = std::make_unique<SymbolTree>();
+        NodeArena& a = tree->arena;
+        file = a.create();
+        file->File = text::intern("/src/long.c");
+        tree->files.push_back(file);
+        const auto level = [&](const char* name, const char* type, std::uint32_t count, std::uint32_t stride, std::uint32_t address) {
+            Node* n = a.create();
+            n->Name = n->NameWithParents = name;
+            n->Type = text::intern(type);
+            n->File = file->File;
+            n->Tag = kTagArray;
+            n->IsArray = true;
+            n->Dimensions = {count};
+            n->NumDimensions = 1;
+            n->Size = count * stride;
+            n->Address = address;
+            n->ElementCount = count;
+            n->ElementStride = stride;
+            file->addChild(n);
+            return n;
+        };
+        const auto leaf = [&](Node* parent, std::string name, const char* type, std::uint32_t size, std::uint32_t address) {
+            Node* n = a.create();
+            n->Name = std::move(name);
+            n->Type = text::intern(type);
+            n->File = file->File;
+            n->Size = size;
+            n->Address = address;
+            n->IsSigned = true;
+            n->Parent = parent;
+            symtree::classify(*n);
+            n->NameWithParents = symtree::nameWithParents(*n);
+            return n;
+        };
+        big = level("big", "int[5000]", 5000, 4, 0x20000000);
+        Node* model = leaf(big, "big[0]", "int", 4, 0x20000000);
+        big->ElementModel = model;
+        symtree::classify(*big);
+        recs = level("recs", "struct rec[6000]", 6000, 8, 0x20010000);
+        Node* rec = a.create();
+        rec->Name = "recs[0]";
+        rec->Type = text::intern("struct rec");
+        rec->File = file->File;
+        rec->Tag = kTagStruct;
+        rec->Size = 8;
+        rec->Address = 0x20010000;
+        rec->Parent = recs;
+        rec->NameWithParents = "recs[0]";
+        rec->addChild(leaf(rec, "a", "unsigned char", 1, 0x20010000));
+        rec->addChild(leaf(rec, "zeta", "int", 4, 0x20010004));
+        symtree::classify(*rec);
+        recs->ElementModel = rec;
+        symtree::classify(*recs);
+        db.setTree(std::move(tree));
+    }
+    NodeArena& arena() { return db.tree()->arena; }
+};
+
+std::vector<std::string> namesBelow(const SymbolTreeModel& model, const QModelIndex& parent)
+{
+    std::vector<std::string> out;
+    for (int r = parent.row() + 1; r < model.rowCount(); ++r) {
+        const QModelIndex i = model.index(r, 0);
+        if (model.depth(i) <= model.depth(parent))
+            break;
+        if (model.depth(i) == model.depth(parent) + 1)
+            out.push_back(i.data().toString().toStdString());
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(SymbolTreeModel, LongArraysSortAsTextAndOpenWithoutMakingTheirElements)
+{
+    LongArrays t;
+    SymbolTreeModel model(t.db.tree(), {}, {});
+    model.setExpanded(model.indexOf(t.file), true);
+    std::vector<std::string> names;
+    for (int i = 0; i < 5000; ++i)
+        names.push_back("big[" + std::to_string(i) + "]");
+    const std::size_t before = t.arena().size();
+    for (const auto order : {Qt::AscendingOrder, Qt::DescendingOrder}) {
+        model.sort(SymbolTreeModel::kColName, order);
+        model.setExpanded(model.indexOf(t.big), true);
+        std::vector<std::string> expected = names;
+        std::stable_sort(expected.begin(), expected.end());
+        if (order == Qt::DescendingOrder)
+            std::reverse(expected.begin(), expected.end());
+        EXPECT_EQ(namesBelow(model, model.indexOf(t.big)), expected) << "order " << order;
+        model.sort(SymbolTreeModel::kColAddress, order);
+        const std::vector<std::string> byAddress = namesBelow(model, model.indexOf(t.big));
+        ASSERT_EQ(byAddress.size(), 5000u);
+        EXPECT_EQ(byAddress.front(), order == Qt::AscendingOrder ? "big[0]" : "big[4999]");
+        EXPECT_EQ(byAddress[1], order == Qt::AscendingOrder ? "big[1]" : "big[4998]");
+        model.setExpanded(model.indexOf(t.big), false);
+    }
+    EXPECT_EQ(t.arena().size(), before) << "no element made to show it";
+    // An element's cells, and the branch it draws.
+    model.setExpanded(model.indexOf(t.big), true);
+    const QModelIndex first = model.index(model.indexOf(t.big).row() + 1, 0);
+    EXPECT_EQ(first.siblingAtColumn(SymbolTreeModel::kColAddress).data().toString(), "0x20004E1C");
+    EXPECT_EQ(first.siblingAtColumn(SymbolTreeModel::kColType).data().toString(), "int");
+    EXPECT_EQ(first.siblingAtColumn(SymbolTreeModel::kColSelect).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    EXPECT_EQ(model.depth(first), 2);
+    EXPECT_TRUE(model.laterSiblings(first) & (1u << 2));
+}
+
+TEST(SymbolTreeModel, LongArraysFilterTickAndOpenLikeNodes)
+{
+    LongArrays t;
+    SymbolTreeModel model(t.db.tree(), {}, {});
+    struct Case {
+        const char* filter;
+        std::vector<std::string> rows;  // below the file row
+    };
+    const Case cases[] = {
+        {"big[3000]", {"big", "big[3000]"}},
+        {"BIG[4999", {"big", "big[4999]"}},
+        {"[49", {"big", "big[49]", "big[490]", "big[491]", "big[492]", "big[493]"}},
+        {"0x20002ee0", {"big", "big[3000]"}},
+        {"recs[5999]", {"recs", "recs[5999]", "a", "zeta"}},
+        {"0x2001bb7c", {"recs", "recs[5999]", "zeta"}},
+        {"big[5000]", {}},
+    };
+    for (const Case& c : cases) {
+        model.applyFilter(c.filter);
+        std::vector<std::string> rows;
+        for (int r = 1; r < model.rowCount() && rows.size() < 6; ++r)
+            rows.push_back(model.index(r, 0).data().toString().toStdString());
+        EXPECT_EQ(rows, c.rows) << c.filter;
+    }
+    // Ticking an element makes it, at its own address.
+    model.applyFilter("big[4321]");
+    QSignalSpy changed(&model, &SymbolTreeModel::itemChanged);
+    const QModelIndex cell = model.index(2, SymbolTreeModel::kColSelect);
+    ASSERT_TRUE(model.setData(cell, Qt::Checked, Qt::CheckStateRole));
+    EXPECT_EQ(changed.count(), 1);
+    const Node* picked = model.node(cell);
+    ASSERT_NE(picked, nullptr);
+    EXPECT_EQ(picked->NameWithParents, "big[4321]");
+    EXPECT_EQ(picked->Address, 0x20000000u + 4 * 4321);
+    EXPECT_TRUE(model.isTicked(picked));
+    model.applyFilter("");
+    EXPECT_TRUE(model.passesFilter(picked));
+    EXPECT_EQ(model.indexOf(picked), QModelIndex()) << "inside the collapsed array";
+    // A member that every element holds opens the first elements; so does a
+    // name that every element matches.
+    model.applyFilter("zeta");
+    EXPECT_EQ(model.rowCount(), 2 + 2 * static_cast<int>(SymbolTreeModel::kMaxOpenedElements));
+    model.applyFilter("recs[");
+    EXPECT_EQ(model.rowCount(), 2 + 6000 + 2 * static_cast<int>(SymbolTreeModel::kMaxOpenedElements));
+    // An element opened by hand shows its members.
+    model.applyFilter("");
+    model.setExpanded(model.indexOf(t.recs), true);
+    const QModelIndex element = model.index(model.indexOf(t.recs).row() + 1, 0);
+    ASSERT_TRUE(model.hasChildRows(element));
+    model.setExpanded(element, true);
+    const std::vector<std::string> members = namesBelow(model, model.index(element.row(), 0));
+    EXPECT_EQ(members.size(), 2u);
+}
+
+// An element deep in a buffer of half a million words, by its name.
+TEST(SymbolTreeModel, AFilterNamingOneElementOfAHugeArrayFindsIt)
+{
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(std::string(PLOTVIK_SYMBOLS_CORPUS) + "/huge.elf", false, nullptr), 0);
+    SymbolTreeModel model(db.tree(), {}, {});
+    model.sort(SymbolTreeModel::kColName, Qt::DescendingOrder);
+    model.applyFilter("huge_b[499999]");
+    ASSERT_EQ(model.rowCount(), 3);
+    const QModelIndex element = model.index(2, SymbolTreeModel::kColName);
+    EXPECT_EQ(element.data().toString(), "huge_b[499999]");
+    ASSERT_TRUE(model.setData(element.siblingAtColumn(SymbolTreeModel::kColSelect), Qt::Checked, Qt::CheckStateRole));
+    const Node* picked = model.node(element);
+    ASSERT_NE(picked, nullptr);
+    EXPECT_EQ(picked->Address, picked->Parent->Address + 4 * 499999u);
+    EXPECT_EQ(element.siblingAtColumn(SymbolTreeModel::kColAddress).data().toString(),
+              QString::asprintf("0x%X", picked->Address));
+    EXPECT_LT(db.tree()->arena.size(), 100u) << "one element made, not half a million";
+}

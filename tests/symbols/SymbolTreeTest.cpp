@@ -1,4 +1,5 @@
 // The tree's rules on debug information built in memory.
+#include "TreeWalk.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
@@ -7,16 +8,21 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace {
 
 using elf::Die;
+
+// The arena of the newest FakeDwarf: the walks make array elements in it.
+NodeArena* g_arena = nullptr;
 
 // A unit of hand-made DIE records.
 class FakeDwarf {
 public:
     FakeDwarf()
     {
+        m_previous = std::exchange(g_arena, &arena);
         elf::Unit u;
         u.name = "main.c";
         u.compDir = "/src";
@@ -116,9 +122,10 @@ public:
     }
 
     // Fills a top-level node for the variable and returns it.
-    Node* fill(std::uint32_t var, std::function<void(Node&)> hook = {})
+    Node* fill(std::uint32_t var, std::function<void(Node&)> hook = {}, const std::vector<std::string>& wanted = {})
     {
         symtree::Builder builder(info, arena, std::move(hook));
+        builder.want(wanted);
         Node* n = arena.create();
         builder.fill(&info.m_dies[var], *n, nullptr, 0, false);
         return n;
@@ -127,29 +134,23 @@ public:
     elf::DebugInfo info;
     NodeArena arena;
 
+    FakeDwarf(const FakeDwarf&) = delete;
+    ~FakeDwarf() { g_arena = m_previous; }
+
 private:
     std::uint64_t m_next = 0x100;
+    NodeArena* m_previous = nullptr;
 };
 
-void leaves(const Node* n, std::vector<const Node*>& out)
+void leaves(Node* n, std::vector<const Node*>& out)
 {
-    for (; n; n = n->Next) {
-        if (n->IsLeaf)
-            out.push_back(n);
-        leaves(n->Children, out);
-    }
+    treewalk::forEach(*g_arena, n, [&](Node& l) {
+        if (l.IsLeaf)
+            out.push_back(&l);
+    });
 }
 
-const Node* findPath(const Node* n, const std::string& path)
-{
-    for (; n; n = n->Next) {
-        if (n->NameWithParents == path)
-            return n;
-        if (const Node* f = findPath(n->Children, path))
-            return f;
-    }
-    return nullptr;
-}
+const Node* findPath(Node* n, const std::string& path) { return treewalk::find(*g_arena, n, path); }
 
 }  // namespace
 
@@ -165,11 +166,15 @@ TEST(SymbolTree, TwoDimensionalArray)
     EXPECT_EQ(root->Type, "int[2][3]");
     EXPECT_EQ(root->Size, 24u);
     EXPECT_EQ(root->TypeID, 0);
-    ASSERT_NE(root->Children, nullptr);
-    EXPECT_TRUE(root->Children->IsArray);
-    EXPECT_EQ(root->Children->Name, "m[0]");
-    EXPECT_TRUE(root->Children->Next->IsArray);
-    EXPECT_EQ(root->Children->Next->Next, nullptr);
+    EXPECT_FALSE(root->IsLeaf);
+    EXPECT_EQ(root->Children, nullptr) << "elements are made on demand";
+    ASSERT_EQ(root->ElementCount, 2u);
+    const Node* m1 = f.arena.element(*root, 1);
+    EXPECT_TRUE(m1->IsArray);
+    EXPECT_EQ(m1->Name, "m[1]");
+    EXPECT_EQ(m1->Parent, root);
+    EXPECT_EQ(m1->ElementCount, 3u);
+    EXPECT_EQ(f.arena.element(*root, 1), m1) << "made once";
     std::vector<const Node*> out;
     leaves(root, out);
     ASSERT_EQ(out.size(), 6u);
@@ -406,13 +411,74 @@ TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
     EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "int ")));
 }
 
-TEST(SymbolTree, HookSeesEveryFilledNodeOnce)
+// The hook sees the nodes of the tree and the elements that wanted paths
+// name or lie in, each after the nodes below it.
+TEST(SymbolTree, HookSeesTheTreeAndTheWantedElementsInTreeOrder)
 {
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5);
+    const auto pair = f.record(kTagStruct, "pair", 8);
+    f.member(pair, "a", i32, 0);
+    f.member(pair, "b", i32, 4);
+    // Every entry first: the records cache pointers to each other.
+    const auto m = f.variable("m", f.array(i32, {2, 2}), 0);
+    const auto s = f.variable("s", f.array(pair, {3}), 0);
     std::vector<std::string> seen;
-    f.fill(f.variable("m", f.array(i32, {2, 2}), 0), [&](Node& n) { seen.push_back(n.NameWithParents); });
-    EXPECT_EQ(seen, (std::vector<std::string>{"m[0][0]", "m[0][1]", "m[0]", "m[1][0]", "m[1][1]", "m[1]", "m"}));
+    const auto hook = [&](Node& n) { seen.push_back(n.NameWithParents); };
+    f.fill(m, hook);
+    EXPECT_EQ(seen, (std::vector<std::string>{"m"}));
+    seen.clear();
+    f.fill(m, hook, {"M[1][0]", "m[0][1]", "m[1][0]", "m[2][0]", "m[0]x", "other[0]"});
+    EXPECT_EQ(seen, (std::vector<std::string>{"m[0][1]", "m[0]", "m[1][0]", "m[1]", "m"}));
+    seen.clear();
+    f.fill(s, hook, {"s[2].b"});
+    EXPECT_EQ(seen, (std::vector<std::string>{"s[2].a", "s[2].b", "s[2]", "s"}));
+}
+
+// Elements made on demand equal, field by field, what the builder would have
+// made for each: a two-dimensional array of structures holding an array.
+TEST(SymbolTree, ElementsMadeOnDemandAreWhatTheBuilderMakes)
+{
+    FakeDwarf f;
+    const auto i16 = f.base("short int", 2, 5);
+    const auto u8 = f.base("unsigned char", 1, 8);
+    const auto rec = f.record(kTagStruct, "rec", 8);
+    f.member(rec, "tag", u8, 0);
+    f.member(rec, "v", f.array(i16, {3}), 2);
+    const auto grid = f.variable("grid", f.array(rec, {4, 5}), 0x20000000);
+    Node* root = f.fill(grid);
+    std::vector<const Node*> made;
+    treewalk::forEach(f.arena, root, [&](Node& n) { made.push_back(&n); });
+    ASSERT_EQ(made.size(), 1u + 4 + 4 * 5 * (1 + 2 + 3));
+    // The walk that lists makes the same nodes, one element at a time.
+    std::size_t i = 0;
+    symtree::forEachNode(root, [&](const Node& n) {
+        EXPECT_LT(i, made.size());
+        if (i >= made.size())
+            return false;
+        const Node& m = *made[i++];
+        EXPECT_EQ(n.Name, m.Name);
+        EXPECT_EQ(n.NameWithParents, m.NameWithParents);
+        EXPECT_EQ(n.NameWithParents, symtree::nameWithParents(n));
+        EXPECT_EQ(n.Address, m.Address) << m.NameWithParents;
+        EXPECT_EQ(n.Type, m.Type);
+        EXPECT_EQ(n.Size, m.Size);
+        EXPECT_EQ(n.TypeID, m.TypeID);
+        EXPECT_EQ(n.IsLeaf, m.IsLeaf);
+        EXPECT_EQ(n.IsArray, m.IsArray);
+        // The walk's copy stands for the node the tree keeps.
+        EXPECT_EQ(symtree::keep(f.arena, n), &m) << m.NameWithParents;
+        return true;
+    });
+    EXPECT_EQ(i, made.size());
+    const Node* v = findPath(root, "grid[3][4].v[2]");
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v->Address, 0x20000000u + (3 * 5 + 4) * 8 + 2 + 2 * 2);
+    EXPECT_EQ(v->TypeID, kTypeS16);
+    EXPECT_EQ(findPath(root, "grid[1][2].tag")->Address, 0x20000000u + 7 * 8);
+    EXPECT_EQ(made[1]->Name, "grid[0]");
+    EXPECT_EQ(made[2]->Name, "grid[0][0]");
+    EXPECT_EQ(made[3]->NameWithParents, "grid[0][0].tag");
 }
 
 namespace {
@@ -425,19 +491,18 @@ std::size_t countBelow(const Node* n)
 }
 }  // namespace
 
-// The node limits count what an expansion would add (elements, their
-// members, the index levels), not just elements.
-TEST(SymbolTree, ArraysTooBigForTheTreeStayUnexpanded)
+// An array costs the nodes of its first element whatever its length: its
+// elements are made on demand, so arrays of any length fit the budgets.
+TEST(SymbolTree, ArraysCostTheirFirstElement)
 {
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5);
     const auto pair = f.record(kTagStruct, "pair", 8);
     f.member(pair, "a", i32, 0);
     f.member(pair, "b", i32, 4);
-    const auto small = f.variable("small", f.array(pair, {3, 2}), 0x100);  // 3 + 6 + 12 = 21 nodes below
-    const auto wide = f.variable("wide", f.array(pair, {10}), 0x200);      // 10 elements, 30 nodes
-    const auto flat = f.variable("flat", f.array(i32, {30}), 0x300);       // 30 nodes
-    const auto more = f.variable("more", f.array(i32, {30}), 0x400);
+    const auto small = f.variable("small", f.array(pair, {3, 2}), 0x100);       // 2 levels + 2 members
+    const auto wide = f.variable("wide", f.array(pair, {10}), 0x200);           // 1 + 2
+    const auto flat = f.variable("flat", f.array(i32, {0x3FFFFF00}), 0x300);    // 1
 
     symtree::Builder builder(f.info, f.arena, {}, symtree::TreeLimits{29, 200});
     const auto fill = [&](std::uint32_t var) {
@@ -445,38 +510,34 @@ TEST(SymbolTree, ArraysTooBigForTheTreeStayUnexpanded)
         builder.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
         return n;
     };
-    const Node* s = fill(small);
-    EXPECT_EQ(countBelow(s), 21u);
+    Node* s = fill(small);
+    Node* w = fill(wide);
+    const Node* l = fill(flat);
+    EXPECT_EQ(builder.nodes(), 4u + 3u + 1u);
+    EXPECT_EQ(treewalk::countBelow(f.arena, *s), 21u);
     EXPECT_NE(findPath(s, "small[2][1].b"), nullptr);
-    // 30 nodes are over the variable limit of 29, though only 10 elements.
-    const Node* w = fill(wide);
-    EXPECT_EQ(w->Children, nullptr);
-    EXPECT_EQ(w->Dimensions, (std::vector<std::uint32_t>{10}));
-    EXPECT_EQ(w->NameWithParents, "wide");
-    EXPECT_EQ(w->Unexpanded, kCutVariableBudget);
-    EXPECT_EQ(countBelow(fill(flat)), 0u) << "30 is over the variable limit of 29 too";
-    // A variable gets at most half of what the tree has left: of 80, the first
-    // array of 30 fits, the second (25 left to it) does not, a smaller one does.
-    const auto small2 = f.variable("small2", f.array(i32, {20}), 0x500);
-    symtree::Builder roomy(f.info, f.arena, {}, symtree::TreeLimits{30, 80});
-    const auto fillRoomy = [&](std::uint32_t var) {
-        Node* n = f.arena.create();
-        roomy.fill(&f.info.m_dies[var], *n, nullptr, 0, false);
-        return n;
-    };
-    EXPECT_EQ(countBelow(fillRoomy(flat)), 30u);
-    const Node* refused = fillRoomy(more);
-    EXPECT_EQ(countBelow(refused), 0u);
-    EXPECT_EQ(refused->Unexpanded, kCutTreeBudget);
-    EXPECT_FALSE(refused->IsLeaf) << "nothing to sample in an array left unexpanded";
-    EXPECT_EQ(countBelow(fillRoomy(small2)), 20u);
-    EXPECT_EQ(roomy.nodes(), 50u);
+    EXPECT_EQ(treewalk::countBelow(f.arena, *w), 30u) << "more than the variable limit of 29, made on demand";
+    EXPECT_EQ(w->Unexpanded, kCutNone);
+    EXPECT_EQ(l->ElementCount, 0x3FFFFF00u);
+    EXPECT_FALSE(l->IsLeaf);
+
+    // A member that would break the budget is cut in the first element, and
+    // so in every element.
+    symtree::Builder tight(f.info, f.arena, {}, symtree::TreeLimits{2, 200});
+    Node* cut = f.arena.create();
+    tight.fill(&f.info.m_dies[wide], *cut, nullptr, 0, false);
+    const Node* e = f.arena.element(*cut, 7);
+    EXPECT_EQ(e->Unexpanded, kCutVariableBudget);
+    ASSERT_NE(e->Children, nullptr);
+    EXPECT_EQ(e->Children->NameWithParents, "wide[7].a");
+    EXPECT_EQ(e->Children->Next, nullptr);
 
     // Sizes that overflow any product are refused, not wrapped.
     FakeDwarf g;
     const auto c = g.base("char", 1, 8);
     const Node* huge = g.fill(g.variable("huge", g.array(c, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}), 0));
-    EXPECT_EQ(huge->Children, nullptr);
+    EXPECT_FALSE(huge->hasChildren());
+    EXPECT_EQ(huge->Unexpanded, kCutAddressSpace);
 }
 
 // Structures that contain themselves, through a damaged reference, expand by
@@ -582,8 +643,8 @@ TEST(SymbolTree, ArraysPastTheAddressSpaceStayUnexpanded)
     const Node* past = f.fill(pastVar);
     EXPECT_EQ(past->Children, nullptr);
     EXPECT_EQ(past->Unexpanded, kCutAddressSpace);
-    const Node* edge = f.fill(edgeVar);
-    EXPECT_EQ(countBelow(edge), 3u);
+    Node* edge = f.fill(edgeVar);
+    EXPECT_EQ(treewalk::countBelow(f.arena, *edge), 3u);
     EXPECT_EQ(edge->Unexpanded, kCutNone);
     EXPECT_EQ(f.fill(wideVar)->Unexpanded, kCutAddressSpace);
 }

@@ -32,8 +32,8 @@ inline Node* selectColoured(StoreFixture& f, const std::string& name, std::uint3
                             Rgb colour)
 {
     Node* n = f.select(name, size, typeId);
-    n->GraphColor = colour;
-    n->HasGraphColor = true;
+    n->symbol().GraphColor = colour;
+    n->symbol().HasGraphColor = true;
     return n;
 }
 
@@ -59,7 +59,7 @@ inline void fill(StoreFixture& f, std::uint32_t count, const std::function<std::
             std::memcpy(rec, &ts, 4);
             for (std::size_t s = 0; s < symbols.size(); ++s) {
                 const std::uint64_t v = valueOf(s, begin + r);
-                std::memcpy(rec + symbols[s]->Offset, &v, std::min<std::uint32_t>(symbols[s]->Size, 8));
+                std::memcpy(rec + symbols[s]->symbol().Offset, &v, std::min<std::uint32_t>(symbols[s]->Size, 8));
             }
         }
         f.store.storeRecords(bytes.data(), bytes.size());

@@ -89,11 +89,11 @@ TEST_P(ReductionTest, PicturesArePixelIdentical)
     bits->BitOffset = 3;
     bits->BitSize = 5;
     for (Node* n : f.symbols.selected()) {
-        n->DrawStyle = c.drawStyle;
-        n->YResolution = 10;
+        n->symbol().DrawStyle = c.drawStyle;
+        n->symbol().YResolution = 10;
     }
-    big->YOffset = -2.5;
-    square->YResolution = 1;
+    big->symbol().YOffset = -2.5;
+    square->symbol().YResolution = 1;
     std::mt19937 rng(1234);
     std::uniform_int_distribution<int> d(-400, 400);
     record(c.count, c.period, [&](std::size_t s, std::uint32_t i) -> std::uint64_t {
@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Graph, ReductionTest,
 TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
 {
     selectColoured(f, "wave", 2, kTypeS16, kRed);
-    f.symbols.selected()[0]->YResolution = 100;
+    f.symbols.selected()[0]->symbol().YResolution = 100;
     const std::uint32_t n = SampleStore::kCapacity + 70000;
     fill(f, n, [](std::uint32_t i) { return i * 10; },
          [](std::size_t, std::uint32_t i) -> std::uint64_t {
@@ -158,7 +158,7 @@ TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
 TEST_F(GraphTest, SixtyFourBitSymbolIsDrawnOnItsZeroLine)
 {
     Node* wide = selectColoured(f, "counter64", 8, kTypeU64, kRed);
-    wide->YResolution = 1;
+    wide->symbol().YResolution = 1;
     record(5000, 1000, [](std::size_t, std::uint32_t i) { return 0x0123456789ABCDEFull + i * 1000003ull; });
     const QImage image = frame(*w);
     const std::vector<QPoint> red = pixelsOf(image, Qt::red);
@@ -176,8 +176,8 @@ TEST_F(GraphTest, CurvesFollowTheirSettings)
 {
     Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
     Node* b = selectColoured(f, "b", 4, kTypeS32, kGreen);
-    a->YResolution = 1000;
-    b->YResolution = 1000;
+    a->symbol().YResolution = 1000;
+    b->symbol().YResolution = 1000;
     record(3000, 1000, [](std::size_t s, std::uint32_t) -> std::uint64_t { return s == 0 ? 1000u : 2000u; });
     // One division up for a, two for b, from x = 25 for three seconds.
     auto rowsOf = [&](QColor c) {
@@ -189,10 +189,10 @@ TEST_F(GraphTest, CurvesFollowTheirSettings)
     };
     EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{199, 200}));
     EXPECT_EQ(rowsOf(Qt::green), (std::set<int>{99, 100}));
-    b->ShowInGraph = false;
+    b->symbol().ShowInGraph = false;
     w->invalidate();
     EXPECT_TRUE(rowsOf(Qt::green).empty());
-    a->YOffset = -1;
+    a->symbol().YOffset = -1;
     w->invalidate();
     EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{299, 300}));
 }
@@ -201,16 +201,16 @@ TEST_F(GraphTest, AutomaticRangeStepsTheResolutionUp)
 {
     Node* n = selectColoured(f, "n", 4, kTypeS32, kRed);
     Node* hidden = selectColoured(f, "hidden", 4, kTypeS32, kGreen);
-    n->YResolution = 1;
-    hidden->YResolution = 1;
-    hidden->ShowInGraph = false;
+    n->symbol().YResolution = 1;
+    hidden->symbol().YResolution = 1;
+    hidden->symbol().ShowInGraph = false;
     record(100, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t {
         return static_cast<std::uint32_t>(i == 50 ? -1000 : 10);
     });
     frame(*w);
     // max(|-1000|, 10) * 2 / 6 divisions = 333: the next series value is 500.
-    EXPECT_EQ(n->YResolution, 500u);
-    EXPECT_EQ(hidden->YResolution, 1u);
+    EXPECT_EQ(n->symbol().YResolution, 500u);
+    EXPECT_EQ(hidden->symbol().YResolution, 1u);
 }
 
 // A curve that runs off the top is cut at the grid's top edge: the margin
@@ -226,9 +226,9 @@ TEST_F(GraphTest, CurvesStopAtTheTopOfTheGrid)
         GraphWidget graph(own.store, own.symbols);
         graph.resize(1050, 650);
         Node* n = selectColoured(own, "tall", 4, kTypeS32, kRed);
-        n->YResolution = 100;
-        n->ManualYResolution = true;
-        n->DrawStyle = style;
+        n->symbol().YResolution = 100;
+        n->symbol().ManualYResolution = true;
+        n->symbol().DrawStyle = style;
         fill(own, 2000, [](std::uint32_t i) { return i * 500; },
              [](std::size_t, std::uint32_t i) -> std::uint64_t { return (i / 10) % 2 ? 1000 : 0; });
         const QImage picture = frame(graph);
@@ -248,13 +248,13 @@ TEST_F(GraphTest, AutomaticRangeLeavesAChosenResolution)
 {
     Node* chosen = selectColoured(f, "chosen", 4, kTypeS32, kRed);
     Node* automatic = selectColoured(f, "automatic", 4, kTypeS32, kGreen);
-    chosen->YResolution = automatic->YResolution = 2;
-    chosen->ManualYResolution = true;
+    chosen->symbol().YResolution = automatic->symbol().YResolution = 2;
+    chosen->symbol().ManualYResolution = true;
     record(100, 1000, [](std::size_t, std::uint32_t) -> std::uint64_t { return 1000; });
     for (int paint = 0; paint < 2; ++paint) {
         frame(*w);
-        EXPECT_EQ(chosen->YResolution, 2u);
-        EXPECT_EQ(automatic->YResolution, 500u);
+        EXPECT_EQ(chosen->symbol().YResolution, 2u);
+        EXPECT_EQ(automatic->symbol().YResolution, 500u);
     }
 }
 
@@ -426,29 +426,29 @@ TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
     QSignalSpy edited(w.get(), &GraphWidget::SymbolSettingsEdited);
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(5, 300));
     QTest::mouseMove(w.get(), QPoint(5, 200));
-    EXPECT_DOUBLE_EQ(a->YOffset, 1.0);
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 1.0);
     EXPECT_EQ(edited.count(), 1) << "the project is told of the new offset";
     QTest::mouseMove(w.get(), QPoint(5, 0));
-    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);  // zero line at the top edge of the grid
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 3.0);  // zero line at the top edge of the grid
     QTest::mouseMove(w.get(), QPoint(5, -150));
-    EXPECT_DOUBLE_EQ(a->YOffset, 4.5);  // above the grid
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 4.5);  // above the grid
     QTest::mouseMove(w.get(), QPoint(5, 120));  // back over the grid: onto its top edge
-    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 3.0);
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(5, 120));
     // The marker pointing up sits at the top edge now; grabbing below it drags nothing.
-    a->YOffset = 4;
+    a->symbol().YOffset = 4;
     w->update();
-    const double before = a->YOffset;
+    const double before = a->symbol().YOffset;
     edited.clear();
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(500, 400));
     QTest::mouseMove(w.get(), QPoint(500, 300));
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(500, 300));
-    EXPECT_DOUBLE_EQ(a->YOffset, before);
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, before);
     EXPECT_EQ(edited.count(), 0);
     // Its tip at (5, 0) grabs it.
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(7, 3));
     QTest::mouseMove(w.get(), QPoint(7, 103));
-    EXPECT_DOUBLE_EQ(a->YOffset, 3.0);
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 3.0);
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(7, 103));
 }
 

@@ -49,9 +49,9 @@ TEST(MainWindowGraph, SamplingFromTheToolBarRepaintsTheGraphLive)
     n->Name = n->NameWithParents = "counter";
     n->Size = 4;
     n->TypeID = kTypeU32;
-    n->YResolution = 1;
-    n->GraphColor = Rgb{255, 0, 0, 255};
-    n->HasGraphColor = true;
+    n->symbol().YResolution = 1;
+    n->symbol().GraphColor = Rgb{255, 0, 0, 255};
+    n->symbol().HasGraphColor = true;
     ctl->symbols().setSelected({n});
     ctl->project().setOpen(true);
     window->updateGui();

@@ -330,7 +330,7 @@ TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
     ASSERT_EQ(result.load(), 0);
     EXPECT_TRUE(ctl->project().settings().IsQTXSession);
     ASSERT_EQ(ctl->symbols().selected().size(), 4u);
-    EXPECT_EQ(ctl->symbols().selected()[0]->GraphColor, (Rgb{60, 180, 75, 255}));
+    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{60, 180, 75, 255}));
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
     EXPECT_TRUE(bar->startPauseAction()->isEnabled());

@@ -78,7 +78,7 @@ protected:
             nextTime += 1000;
             const auto& selected = ctl->symbols().selected();
             for (std::size_t s = 0; s < selected.size(); ++s)
-                std::memcpy(rec.data() + selected[s]->Offset, &values[s], selected[s]->Size);
+                std::memcpy(rec.data() + selected[s]->symbol().Offset, &values[s], selected[s]->Size);
             bytes.insert(bytes.end(), rec.begin(), rec.end());
         }
         store.storeRecords(bytes.data(), bytes.size());
@@ -158,8 +158,8 @@ TEST_F(WatchTableTest, TheSelectionDecidesTheRowsAndEachSymbolKnowsItsButton)
     EXPECT_EQ(table->symbolAt(0), a);
     EXPECT_EQ(table->symbolAt(1), b);
     EXPECT_EQ(table->symbolAt(2), nullptr) << "the add row has no symbol";
-    EXPECT_EQ(a->TableRow, table->colorButton(0));
-    EXPECT_EQ(b->TableRow, table->colorButton(1));
+    EXPECT_EQ(a->symbol().TableRow, table->colorButton(0));
+    EXPECT_EQ(b->symbol().TableRow, table->colorButton(1));
 
     ctl->symbols().setSelected({b});
     show();
@@ -183,31 +183,31 @@ TEST_F(WatchTableTest, YResolutionStepsAlongTheSeries)
     Node* n = addSymbol("v", 4, kTypeS32);
     show();
     selectRow(0);
-    n->YResolution = 5;
-    EXPECT_FALSE(n->ManualYResolution);
+    n->symbol().YResolution = 5;
+    EXPECT_FALSE(n->symbol().ManualYResolution);
     table->_SlotOnReleasedYResUp();
-    EXPECT_EQ(n->YResolution, 10u);
-    EXPECT_TRUE(n->ManualYResolution) << "the graph's automatic range must not undo the user's choice";
-    n->ManualYResolution = false;
+    EXPECT_EQ(n->symbol().YResolution, 10u);
+    EXPECT_TRUE(n->symbol().ManualYResolution) << "the graph's automatic range must not undo the user's choice";
+    n->symbol().ManualYResolution = false;
     table->_SlotOnReleasedYResDown();
-    EXPECT_TRUE(n->ManualYResolution);
+    EXPECT_TRUE(n->symbol().ManualYResolution);
     table->_SlotOnReleasedYResUp();
     EXPECT_EQ(cell(0, TableWidget::kColYResolution), "10/div");
     table->_SlotOnReleasedYResDown();
-    EXPECT_EQ(n->YResolution, 5u);
-    n->YResolution = 1;
+    EXPECT_EQ(n->symbol().YResolution, 5u);
+    n->symbol().YResolution = 1;
     table->_SlotOnReleasedYResDown();
-    EXPECT_EQ(n->YResolution, 1u) << "1 is the bottom of the series";
+    EXPECT_EQ(n->symbol().YResolution, 1u) << "1 is the bottom of the series";
 
     // From 1 upwards the actions walk 1, 2, 5, 10, ... and back again.
     const std::uint32_t series[] = {1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000};
     for (std::size_t i = 1; i < std::size(series); ++i) {
         table->_SlotOnReleasedYResUp();
-        EXPECT_EQ(n->YResolution, series[i]);
+        EXPECT_EQ(n->symbol().YResolution, series[i]);
     }
     for (std::size_t i = std::size(series) - 1; i-- > 0;) {
         table->_SlotOnReleasedYResDown();
-        EXPECT_EQ(n->YResolution, series[i]);
+        EXPECT_EQ(n->symbol().YResolution, series[i]);
     }
 }
 
@@ -223,7 +223,7 @@ TEST_F(WatchTableTest, YResolutionTexts)
         {999999, "999k/div"}, {2000000, "2M/div"}, {2000000000, "2000M/div"},
     };
     for (const auto& c : cases) {
-        n->YResolution = c.resolution;
+        n->symbol().YResolution = c.resolution;
         table->refresh();
         EXPECT_EQ(cell(0, TableWidget::kColYResolution), c.text) << c.resolution;
     }
@@ -240,17 +240,17 @@ TEST_F(WatchTableTest, YOffsetCellTakesSignedWholeNumbersOnly)
 
     EXPECT_FALSE(ctl->project().isModified());
     offset->setText("3");
-    EXPECT_DOUBLE_EQ(n->YOffset, 3.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 3.0);
     EXPECT_EQ(views.count(), 1);
     EXPECT_TRUE(ctl->project().isModified()) << "the project file holds the offset";
 
     offset->setText("1.5");
-    EXPECT_DOUBLE_EQ(n->YOffset, 3.0) << "a fraction does not match";
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 3.0) << "a fraction does not match";
     EXPECT_EQ(offset->text(), "3") << "the cell shows the old value again";
     EXPECT_EQ(views.count(), 1);
 
     offset->setText("");
-    EXPECT_DOUBLE_EQ(n->YOffset, 0.0) << "an empty text matches and stands for 0";
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 0.0) << "an empty text matches and stands for 0";
     EXPECT_EQ(views.count(), 2);
 
     const struct {
@@ -261,22 +261,22 @@ TEST_F(WatchTableTest, YOffsetCellTakesSignedWholeNumbersOnly)
         {"1e3", 4.0, 4.0}, {" 5", 4.0, 4.0}, {"0005", 4.0, 5.0},
     };
     for (const auto& c : cases) {
-        n->YOffset = c.before;
+        n->symbol().YOffset = c.before;
         table->refresh();
         offset->setText(c.typed);
-        EXPECT_DOUBLE_EQ(n->YOffset, c.after) << c.typed;
+        EXPECT_DOUBLE_EQ(n->symbol().YOffset, c.after) << c.typed;
         EXPECT_EQ(offset->text(), TableWidget::yOffsetText(c.after)) << c.typed;
     }
 
     // A change below 0.01 is no change.
-    n->YOffset = 0.005;
+    n->symbol().YOffset = 0.005;
     views.clear();
     offset->setText("0");
-    EXPECT_DOUBLE_EQ(n->YOffset, 0.005);
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 0.005);
     EXPECT_EQ(views.count(), 0);
     // The refresh snaps such a tiny offset to 0.
     table->refresh();
-    EXPECT_EQ(n->YOffset, 0.0);
+    EXPECT_EQ(n->symbol().YOffset, 0.0);
     EXPECT_EQ(offset->text(), "0");
 }
 
@@ -295,8 +295,8 @@ TEST_F(WatchTableTest, YOffsetIsTypedIntoTheCellEditor)
     QTest::keyClicks(editor, "-4");
     QTest::keyClick(editor, Qt::Key_Return);
     // The delegate commits from the event loop.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return n->YOffset != 0.0; }, 1000));
-    EXPECT_DOUBLE_EQ(n->YOffset, -4.0);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return n->symbol().YOffset != 0.0; }, 1000));
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, -4.0);
     EXPECT_EQ(offset->text(), "-4");
 }
 
@@ -307,10 +307,10 @@ TEST_F(WatchTableTest, OffsetActionsMoveByHalfADivision)
     selectRow(0);
     table->_SlotOnReleasedYOffsetUp();
     table->_SlotOnReleasedYOffsetUp();
-    EXPECT_DOUBLE_EQ(n->YOffset, 1.0);
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 1.0);
     EXPECT_EQ(cell(0, TableWidget::kColYOffset), "1");
     table->_SlotOnReleasedYOffsetDown();
-    EXPECT_DOUBLE_EQ(n->YOffset, 0.5);
+    EXPECT_DOUBLE_EQ(n->symbol().YOffset, 0.5);
     EXPECT_EQ(cell(0, TableWidget::kColYOffset), "0.5");
 
     // Every menu edit is a change to the project; a menu without a row changes nothing.
@@ -340,23 +340,23 @@ TEST_F(WatchTableTest, ShowInGraphFromTheCheckBoxAndTheMenu)
     QTableWidgetItem* check = table->item(0, TableWidget::kColShow);
     EXPECT_EQ(check->checkState(), Qt::Checked);
     check->setCheckState(Qt::Unchecked);
-    EXPECT_FALSE(n->ShowInGraph);
+    EXPECT_FALSE(n->symbol().ShowInGraph);
     check->setCheckState(Qt::PartiallyChecked);
-    EXPECT_FALSE(n->ShowInGraph) << "only a full tick shows the curve";
+    EXPECT_FALSE(n->symbol().ShowInGraph) << "only a full tick shows the curve";
     check->setCheckState(Qt::Checked);
-    EXPECT_TRUE(n->ShowInGraph);
+    EXPECT_TRUE(n->symbol().ShowInGraph);
     EXPECT_EQ(views.count(), 3);
 
     selectRow(0);
     auto menu = table->createContextMenu();
     EXPECT_TRUE(menu->actions().at(0)->isChecked());
     table->_SlotOnReleasedShowHide();
-    EXPECT_FALSE(n->ShowInGraph);
+    EXPECT_FALSE(n->symbol().ShowInGraph);
     EXPECT_EQ(check->checkState(), Qt::Unchecked) << "the refresh follows";
     menu = table->createContextMenu();
     EXPECT_FALSE(menu->actions().at(0)->isChecked());
     menu->actions().at(0)->trigger();
-    EXPECT_TRUE(n->ShowInGraph);
+    EXPECT_TRUE(n->symbol().ShowInGraph);
 }
 
 TEST_F(WatchTableTest, DrawLineTogglesBetweenLinesAndPoints)
@@ -371,16 +371,16 @@ TEST_F(WatchTableTest, DrawLineTogglesBetweenLinesAndPoints)
         std::int32_t after;
     } cases[] = {{0, true, 1}, {1, false, 0}, {2, true, 1}, {3, false, 0}};
     for (const auto& c : cases) {
-        n->DrawStyle = c.style;
+        n->symbol().DrawStyle = c.style;
         EXPECT_EQ(lineChecked(), c.shownChecked) << c.style;
         table->_SlotOnReleasedDrawLine();
-        EXPECT_EQ(n->DrawStyle, c.after) << c.style;
+        EXPECT_EQ(n->symbol().DrawStyle, c.after) << c.style;
     }
     // Through the menu entry as the user picks it.
-    n->DrawStyle = 0;
+    n->symbol().DrawStyle = 0;
     auto menu = table->createContextMenu();
     menu->actions().at(5)->trigger();
-    EXPECT_EQ(n->DrawStyle, 1);
+    EXPECT_EQ(n->symbol().DrawStyle, 1);
 }
 
 TEST_F(WatchTableTest, ContextMenuEntriesAndTheRemoveRule)
@@ -412,7 +412,7 @@ TEST_F(WatchTableTest, ContextMenuEntriesAndTheRemoveRule)
 TEST_F(WatchTableTest, ActionsWithoutASelectedRowDoNothing)
 {
     Node* n = addSymbol("v", 4, kTypeS32);
-    n->YResolution = 10;
+    n->symbol().YResolution = 10;
     show();
     table->clearSelection();
     table->_SlotOnReleasedShowHide();
@@ -422,16 +422,16 @@ TEST_F(WatchTableTest, ActionsWithoutASelectedRowDoNothing)
     table->_SlotOnReleasedYResDown();
     table->_SlotOnReleasedDrawLine();
     table->_SlotOnReleasedRemoveSymbol();
-    EXPECT_TRUE(n->ShowInGraph);
-    EXPECT_EQ(n->YOffset, 0.0);
-    EXPECT_EQ(n->YResolution, 10u);
-    EXPECT_EQ(n->DrawStyle, 0);
+    EXPECT_TRUE(n->symbol().ShowInGraph);
+    EXPECT_EQ(n->symbol().YOffset, 0.0);
+    EXPECT_EQ(n->symbol().YResolution, 10u);
+    EXPECT_EQ(n->symbol().DrawStyle, 0);
     EXPECT_EQ(ctl->symbols().selected().size(), 1u);
 
     // The add row has no symbol either.
     selectRow(1);
     table->_SlotOnReleasedYOffsetUp();
-    EXPECT_EQ(n->YOffset, 0.0);
+    EXPECT_EQ(n->symbol().YOffset, 0.0);
 }
 
 TEST_F(WatchTableTest, RemoveSymbolTakesItOutOfTheSelection)
@@ -565,7 +565,7 @@ TEST_F(WatchTableTest, WhileSamplingTheAddButtonAndRemovalAreOff)
     const quint64 value = cell(0, TableWidget::kColValue).toULongLong(&ok);
     EXPECT_TRUE(ok);
     EXPECT_GE(value, 6u);
-    EXPECT_LE(cell(0, TableWidget::kColMax).toULongLong(), n->YMaxSampled);
+    EXPECT_LE(cell(0, TableWidget::kColMax).toULongLong(), n->symbol().YMaxSampled);
 
     ASSERT_EQ(ctl->postReadStop(), 0);
     ASSERT_TRUE(ctl->waitForQueue(5000));
@@ -594,8 +594,8 @@ void answerColorDialog(QObject* context, std::function<void(QColorDialog*)> act)
 TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
 {
     Node* n = addSymbol("v", 4, kTypeS32);
-    n->GraphColor = {255, 0, 0, 255};
-    n->HasGraphColor = true;
+    n->symbol().GraphColor = {255, 0, 0, 255};
+    n->symbol().HasGraphColor = true;
     show();
     table->show();
     QPushButton* button = table->colorButton(0);
@@ -611,7 +611,7 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
     });
     QTest::mouseClick(button, Qt::LeftButton);
     EXPECT_EQ(offered, QColor(255, 0, 0));
-    EXPECT_EQ(n->GraphColor, (Rgb{10, 20, 200, 255}));
+    EXPECT_EQ(n->symbol().GraphColor, (Rgb{10, 20, 200, 255}));
     EXPECT_EQ(button->palette().color(QPalette::Button), QColor(10, 20, 200));
     EXPECT_EQ(views.count(), 1);
 
@@ -620,7 +620,7 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
         d->reject();
     });
     QTest::mouseClick(button, Qt::LeftButton);
-    EXPECT_EQ(n->GraphColor, (Rgb{10, 20, 200, 255})) << "cancel keeps the colour";
+    EXPECT_EQ(n->symbol().GraphColor, (Rgb{10, 20, 200, 255})) << "cancel keeps the colour";
     EXPECT_EQ(views.count(), 1);
 }
 
@@ -650,25 +650,25 @@ TEST(CurveColors, NewSymbolsTakeTheNextFreePaletteColour)
     const auto& palette = curvecolors::palette();
 
     // A symbol that already has a colour keeps it; the others avoid it.
-    nodes[1].GraphColor = palette[0];
-    nodes[1].HasGraphColor = true;
+    nodes[1].symbol().GraphColor = palette[0];
+    nodes[1].symbol().HasGraphColor = true;
     std::vector<Node*> firstThree(list.begin(), list.begin() + 3);
     EXPECT_EQ(curvecolors::assign(firstThree), 2u);
-    EXPECT_EQ(nodes[0].GraphColor, palette[1]);
-    EXPECT_EQ(nodes[1].GraphColor, palette[0]);
-    EXPECT_EQ(nodes[2].GraphColor, palette[2]);
+    EXPECT_EQ(nodes[0].symbol().GraphColor, palette[1]);
+    EXPECT_EQ(nodes[1].symbol().GraphColor, palette[0]);
+    EXPECT_EQ(nodes[2].symbol().GraphColor, palette[2]);
     EXPECT_EQ(curvecolors::assign(firstThree), 0u) << "nothing left without a colour";
 
     // The whole palette is used before any colour repeats.
     EXPECT_EQ(curvecolors::assign(list), 12u);
     std::set<std::tuple<int, int, int>> distinct;
     for (std::size_t i = 0; i < curvecolors::kPaletteSize; ++i) {
-        EXPECT_TRUE(nodes[i].HasGraphColor);
-        distinct.insert({nodes[i].GraphColor.red, nodes[i].GraphColor.green, nodes[i].GraphColor.blue});
+        EXPECT_TRUE(nodes[i].symbol().HasGraphColor);
+        distinct.insert({nodes[i].symbol().GraphColor.red, nodes[i].symbol().GraphColor.green, nodes[i].symbol().GraphColor.blue});
     }
     EXPECT_EQ(distinct.size(), curvecolors::kPaletteSize);
     for (std::size_t i = curvecolors::kPaletteSize; i < nodes.size(); ++i)
-        EXPECT_TRUE(std::find(palette.begin(), palette.end(), nodes[i].GraphColor) != palette.end());
+        EXPECT_TRUE(std::find(palette.begin(), palette.end(), nodes[i].symbol().GraphColor) != palette.end());
     // Palette colours read on the black graph: none is dark.
     for (const Rgb& c : palette)
         EXPECT_GT(std::max({c.red, c.green, c.blue}), 150) << int(c.red) << "," << int(c.green) << "," << int(c.blue);
