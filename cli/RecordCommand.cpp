@@ -8,6 +8,7 @@
 #include "cli/ConsoleBridge.h"
 #include "cli/Help.h"
 #include "cli/TriggerOption.h"
+#include "files/AtomicFile.h"
 #include "files/CsvExport.h"
 #include "files/RawFile.h"
 #include "probe/ProbeSampler.h"
@@ -15,6 +16,7 @@
 #include "view/GraphPicture.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QCoreApplication>
 #include <QImage>
 #include <QStandardPaths>
@@ -177,7 +179,17 @@ int runRecordCommand(const std::vector<std::string>& args)
     }
     if (!o.png.empty()) {
         const QImage picture = renderGraphPicture(controller.store(), controller.symbols());
-        if (picture.save(QString::fromStdString(o.png), "PNG")) {
+        // Encoded in memory and renamed into place, like every other file
+        // written: an interrupted run leaves the previous picture whole.
+        QBuffer encoded;
+        encoded.open(QIODevice::WriteOnly);
+        AtomicFile file(o.png);
+        bool written = picture.save(&encoded, "PNG") && file.open(AtomicFile::Mode::Binary);
+        if (written) {
+            file.write(encoded.data().constData(), static_cast<std::size_t>(encoded.data().size()));
+            written = file.commit();
+        }
+        if (written) {
             std::printf("png: %s\n", o.png.c_str());
         } else {
             std::fprintf(stderr, "plotvik-cli record: could not write %s\n", o.png.c_str());
