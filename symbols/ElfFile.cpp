@@ -114,6 +114,30 @@ struct Image {
     }
 };
 
+// The section header table of an image whose ELF header was checked: where
+// it is, and the fields of one header that are 4 bytes wide in ELF32 and 8 in
+// ELF64 (offsets given for both forms).
+struct SectionTable {
+    Image img;
+    bool is64;
+    std::uint64_t shoff, shentsize, shnum, shstrndx;
+
+    SectionTable(const unsigned char* d, std::uint64_t size)
+        : img{d, size, d[5] == 2}, is64(d[4] == 2),
+          shoff(is64 ? img.get(40, 8) : img.get(32, 4)),
+          shentsize(img.get(is64 ? 58 : 46, 2)),
+          shnum(img.get(is64 ? 60 : 48, 2)),
+          shstrndx(img.get(is64 ? 62 : 50, 2))
+    {
+    }
+    bool empty() const { return shoff == 0 || shentsize == 0; }
+    std::uint64_t header(std::uint64_t index) const { return shoff + index * shentsize; }
+    std::uint64_t field(std::uint64_t at, int off32, int off64) const
+    {
+        return is64 ? img.get(at + static_cast<std::uint64_t>(off64), 8) : img.get(at + static_cast<std::uint64_t>(off32), 4);
+    }
+};
+
 // Header checks; 0 when the file is an executable ELF of a known form.
 int checkHeader(const unsigned char* d, std::uint64_t size)
 {
@@ -139,19 +163,15 @@ int checkHeader(const unsigned char* d, std::uint64_t size)
 // Number of entries of the .symtab section.
 std::uint32_t countElfSymbols(const unsigned char* d, std::uint64_t size)
 {
-    const bool is64 = d[4] == 2;
-    const Image img{d, size, d[5] == 2};
-    const std::uint64_t shoff = is64 ? img.get(40, 8) : img.get(32, 4);
-    const std::uint64_t shentsize = img.get(is64 ? 58 : 46, 2);
-    const std::uint64_t shnum = img.get(is64 ? 60 : 48, 2);
-    if (shoff == 0 || shentsize == 0)
+    const SectionTable t(d, size);
+    if (t.empty())
         return 0;
-    for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = shoff + i * shentsize;
-        if (img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
+    for (std::uint64_t i = 0; i < t.shnum; ++i) {
+        const std::uint64_t sh = t.header(i);
+        if (t.img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
             continue;
-        const std::uint64_t secSize = is64 ? img.get(sh + 32, 8) : img.get(sh + 20, 4);
-        const std::uint64_t entSize = is64 ? img.get(sh + 56, 8) : img.get(sh + 36, 4);
+        const std::uint64_t secSize = t.field(sh, 20, 32);
+        const std::uint64_t entSize = t.field(sh, 36, 56);
         return entSize ? static_cast<std::uint32_t>(secSize / entSize) : 0;
     }
     return 0;
@@ -169,18 +189,15 @@ struct ZeroSymbols {
 ZeroSymbols symbolsAtZero(const unsigned char* d, std::uint64_t size)
 {
     ZeroSymbols out;
-    const bool is64 = d[4] == 2;
-    const Image img{d, size, d[5] == 2};
-    const std::uint64_t shoff = is64 ? img.get(40, 8) : img.get(32, 4);
-    const std::uint64_t shentsize = img.get(is64 ? 58 : 46, 2);
-    const std::uint64_t shnum = img.get(is64 ? 60 : 48, 2);
-    if (shoff == 0 || shentsize == 0)
+    const SectionTable t(d, size);
+    if (t.empty())
         return out;
-    auto field = [&](std::uint64_t at, int off32, int off64) {
-        return is64 ? img.get(at + static_cast<std::uint64_t>(off64), 8) : img.get(at + static_cast<std::uint64_t>(off32), 4);
-    };
+    const bool is64 = t.is64;
+    const Image& img = t.img;
+    const std::uint64_t shnum = t.shnum;
+    const auto field = [&t](std::uint64_t at, int off32, int off64) { return t.field(at, off32, off64); };
     for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = shoff + i * shentsize;
+        const std::uint64_t sh = t.header(i);
         if (img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
             continue;
         out.present = true;
@@ -188,8 +205,8 @@ ZeroSymbols symbolsAtZero(const unsigned char* d, std::uint64_t size)
         const std::uint64_t link = img.get(sh + (is64 ? 40 : 24), 4);
         if (link >= shnum || entSize < (is64 ? 24u : 16u) || start > size)
             return out;
-        const std::uint64_t strings = field(shoff + link * shentsize, 16, 24);
-        const std::uint64_t stringsSize = field(shoff + link * shentsize, 20, 32);
+        const std::uint64_t strings = field(t.header(link), 16, 24);
+        const std::uint64_t stringsSize = field(t.header(link), 20, 32);
         if (strings > size || stringsSize > size - strings)
             return out;
         const std::uint64_t count = std::min(length, size - start) / entSize;
@@ -258,20 +275,15 @@ void dropRemovedVariables(DebugInfo& info, const unsigned char* d, std::uint64_t
 // the file.
 bool listHeadersReadable(const unsigned char* d, std::uint64_t size)
 {
-    const bool is64 = d[4] == 2;
-    const Image img{d, size, d[5] == 2};
-    const std::uint64_t shoff = is64 ? img.get(40, 8) : img.get(32, 4);
-    const std::uint64_t shentsize = img.get(is64 ? 58 : 46, 2);
-    const std::uint64_t shnum = img.get(is64 ? 60 : 48, 2);
-    const std::uint64_t shstrndx = img.get(is64 ? 62 : 50, 2);
-    if (shoff == 0 || shentsize == 0 || shstrndx >= shnum)
+    const SectionTable t(d, size);
+    if (t.empty() || t.shstrndx >= t.shnum)
         return true;  // no sections libdwarf could find either
-    auto field = [&](std::uint64_t sh, int off32, int off64) {
-        return is64 ? img.get(sh + static_cast<std::uint64_t>(off64), 8) : img.get(sh + static_cast<std::uint64_t>(off32), 4);
-    };
-    const std::uint64_t names = field(shoff + shstrndx * shentsize, 16, 24);
+    const Image& img = t.img;
+    const std::uint64_t shnum = t.shnum;
+    const auto field = [&t](std::uint64_t at, int off32, int off64) { return t.field(at, off32, off64); };
+    const std::uint64_t names = field(t.header(t.shstrndx), 16, 24);
     for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = shoff + i * shentsize;
+        const std::uint64_t sh = t.header(i);
         const std::uint64_t nameOff = names + img.get(sh, 4);
         if (nameOff >= size)
             continue;
