@@ -38,6 +38,19 @@ void generate(const fs::path& dir, int globals)
     m << "int main(void) { for (;;) {} }\nvoid _start(void) { main(); }\n";
 }
 
+// Runs the compiler command that writes `elf`: its path, or empty on failure;
+// `seconds` gets the time the compiler took.
+fs::path compile(const std::string& build, const fs::path& elf, double& seconds)
+{
+    const auto start = std::chrono::steady_clock::now();
+    if (std::system(build.c_str()) != 0) {
+        std::fprintf(stderr, "building the firmware failed: %s\n", build.c_str());
+        return {};
+    }
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return elf;
+}
+
 }  // namespace
 
 fs::path buildBigFirmware(const fs::path& dir, int globals, double& seconds)
@@ -48,13 +61,7 @@ fs::path buildBigFirmware(const fs::path& dir, int globals, double& seconds)
     for (int f = 0; f < kFiles; ++f)
         build += " " + (dir / ("part" + std::to_string(f) + ".c")).string();
     build += " " + (dir / "main.c").string() + " -Wl,--no-warn-rwx-segments 2>/dev/null";
-    const auto start = std::chrono::steady_clock::now();
-    if (std::system(build.c_str()) != 0) {
-        std::fprintf(stderr, "building the firmware failed: %s\n", build.c_str());
-        return {};
-    }
-    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return elf;
+    return compile(build, elf, seconds);
 }
 
 fs::path buildFrameBufferFirmware(const fs::path& dir, std::uint32_t bufferBytes, std::uint32_t records, double& seconds)
@@ -72,13 +79,7 @@ fs::path buildFrameBufferFirmware(const fs::path& dir, std::uint32_t bufferBytes
     const fs::path elf = dir / "display.elf";
     const std::string build = std::string(PLOTVIK_ARM_GCC) + " -mcpu=cortex-m4 -mthumb -g -O0 -nostdlib -o " + elf.string() + " " +
                               (dir / "display.c").string() + " -Wl,--no-warn-rwx-segments 2>/dev/null";
-    const auto start = std::chrono::steady_clock::now();
-    if (std::system(build.c_str()) != 0) {
-        std::fprintf(stderr, "building the firmware failed: %s\n", build.c_str());
-        return {};
-    }
-    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return elf;
+    return compile(build, elf, seconds);
 }
 
 }  // namespace bench
