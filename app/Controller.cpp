@@ -1,11 +1,11 @@
 #include "app/Controller.h"
 #include "app/JobRecords.h"
 
-#include "app/Log.h"
-#include "app/Product.h"
-#include "app/Report.h"
 #include "app/Settings.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Product.h"
+#include "base/Report.h"
+#include "base/Text.h"
 
 #include <atomic>
 #include <filesystem>

@@ -4,10 +4,10 @@
 // the user only through the Bridge.
 #pragma once
 
-#include "app/Bridge.h"
 #include "app/CommandLine.h"
 #include "app/JobEngine.h"
 #include "app/Sampler.h"
+#include "base/Bridge.h"
 #include "files/Project.h"
 #include "probe/SampleStore.h"
 #include "symbols/SymbolDatabase.h"

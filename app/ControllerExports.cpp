@@ -2,7 +2,7 @@
 
 #include "app/Controller.h"
 #include "app/Settings.h"
-#include "app/Text.h"
+#include "base/Text.h"
 #include "files/CsvExport.h"
 #include "files/RawFile.h"
 

@@ -1,6 +1,6 @@
 #include "app/JobEngine.h"
 
-#include "app/TaggedAlloc.h"
+#include "base/TaggedAlloc.h"
 
 #include <pthread.h>
 

@@ -6,8 +6,8 @@
 // in line without it and is placed as soon as its turn and a slot come.
 #pragma once
 
-#include "app/Lock.h"
-#include "app/TaggedAlloc.h"
+#include "base/Lock.h"
+#include "base/TaggedAlloc.h"
 
 #include <array>
 #include <atomic>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "app/Controller.h"
-#include "app/Report.h"
+#include "base/Report.h"
 
 #include <atomic>
 #include <string>

@@ -1,6 +1,6 @@
 #include "app/NewProject.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <cmath>
 #include <cstdlib>

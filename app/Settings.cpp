@@ -1,9 +1,9 @@
 #include "app/Settings.h"
 
-#include "app/FileErrors.h"
-#include "app/Product.h"
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/FileErrors.h"
+#include "base/Product.h"
+#include "base/Report.h"
+#include "base/Text.h"
 #include "files/AtomicFile.h"
 
 #include <QCoreApplication>

@@ -3,7 +3,7 @@
 // its default answer.
 #pragma once
 
-#include "app/Bridge.h"
+#include "base/Bridge.h"
 
 #include <cstdio>
 

@@ -6,7 +6,7 @@
 #include "cli/ConsoleBridge.h"
 #include "cli/Help.h"
 
-#include "app/Report.h"
+#include "base/Report.h"
 #include "files/CsvExport.h"
 #include "files/Project.h"
 #include "files/RawFile.h"

@@ -1,7 +1,7 @@
 #include "cli/Help.h"
 
 #include "app/InstallPaths.h"
-#include "app/Product.h"
+#include "base/Product.h"
 
 #include <cstdio>
 

@@ -3,7 +3,7 @@
 #include "app/Controller.h"
 #include "app/JobEngine.h"
 #include "app/NewProject.h"
-#include "app/Text.h"
+#include "base/Text.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
 #include "cli/Help.h"

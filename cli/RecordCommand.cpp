@@ -3,7 +3,7 @@
 #include "app/Controller.h"
 #include "app/InstallPaths.h"
 #include "app/JobEngine.h"
-#include "app/Report.h"
+#include "base/Report.h"
 #include "cli/Commands.h"
 #include "cli/ConsoleBridge.h"
 #include "cli/Help.h"

@@ -3,11 +3,11 @@
 #include "cli/ConsoleBridge.h"
 #include "cli/Help.h"
 
-#include "app/Bridge.h"
-#include "app/Report.h"
 #include "app/Settings.h"
-#include "symbols/SymbolDatabase.h"
+#include "base/Bridge.h"
+#include "base/Report.h"
 #include "symbols/ElfFile.h"
+#include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
 
 #include <cstdio>

@@ -2,8 +2,8 @@
 
 #include "files/AtomicFile.h"
 
-#include "app/FileErrors.h"
-#include "app/Report.h"
+#include "base/FileErrors.h"
+#include "base/Report.h"
 #include "probe/SampleStore.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"

@@ -1,6 +1,6 @@
 #include "files/Project.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 ProjectSettings Project::settings() const
 {

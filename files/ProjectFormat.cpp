@@ -1,6 +1,6 @@
 #include "files/ProjectFormat.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <cmath>
 #include <limits>

@@ -3,8 +3,8 @@
 #include "files/Project.h"
 #include "files/ProjectFormat.h"
 
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Report.h"
+#include "base/Text.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
 

@@ -4,7 +4,7 @@
 #include "files/Project.h"
 #include "files/ProjectFormat.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
 

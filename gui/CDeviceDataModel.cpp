@@ -1,6 +1,6 @@
 #include "gui/CDeviceDataModel.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 #include "view/UtilFilterHeader.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "gui/CDeviceSelectionDialog.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 #include "gui/CDeviceDataModel.h"
 #include "view/UtilFilterHeader.h"
 

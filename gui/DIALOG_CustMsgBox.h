@@ -3,8 +3,8 @@
 // box, and copy itself as text on Ctrl+C.
 #pragma once
 
-#include "app/Bridge.h"
-#include "app/TaggedAlloc.h"
+#include "base/Bridge.h"
+#include "base/TaggedAlloc.h"
 
 #include <QDialog>
 #include <QTimer>

@@ -3,9 +3,9 @@
 // carried to the interface thread by queued signals.
 #pragma once
 
-#include "app/Bridge.h"
 #include "app/CommandLine.h"
-#include "app/Lock.h"
+#include "base/Bridge.h"
+#include "base/Lock.h"
 
 #include <QMainWindow>
 #include <QTimer>

@@ -1,8 +1,8 @@
 #include "gui/NewProjectDialog.h"
 
 #include "app/Controller.h"
-#include "app/Report.h"
 #include "app/Settings.h"
+#include "base/Report.h"
 #include "gui/CDeviceSelectionDialog.h"
 #include "gui/TIFSpeedComboBox.h"
 

@@ -1,6 +1,6 @@
 #include "gui/ProgressDialog.h"
 
-#include "app/Bridge.h"
+#include "base/Bridge.h"
 
 ProgressDialog::ProgressDialog(QWidget* parent) : QProgressDialog(parent)
 {

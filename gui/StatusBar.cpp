@@ -1,6 +1,6 @@
 #include "gui/StatusBar.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <QLabel>
 

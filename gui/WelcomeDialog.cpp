@@ -1,7 +1,7 @@
 #include "gui/WelcomeDialog.h"
 
 #include "app/Controller.h"
-#include "app/Product.h"
+#include "base/Product.h"
 #include "gui/NewProjectDialog.h"
 
 #include <QApplication>

@@ -1,7 +1,7 @@
 // BSQ: the probe reads the selected symbols from target memory at a fixed
 // period; the program collects the records it has buffered.
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Report.h"
+#include "base/Text.h"
 #include "probe/ProbeSampler.h"
 #include "probe/SampleStore.h"
 #include "probe/TarvoLibrary.h"

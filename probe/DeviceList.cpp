@@ -1,6 +1,6 @@
 #include "probe/DeviceList.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 #include "probe/TarvoLibrary.h"
 
 #include <cinttypes>

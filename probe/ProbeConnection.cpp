@@ -1,7 +1,7 @@
 // Opening the probe, setting up the target, run control and closing.
-#include "app/Log.h"
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Report.h"
+#include "base/Text.h"
 #include "probe/ProbeSampler.h"
 #include "probe/TarvoLibrary.h"
 

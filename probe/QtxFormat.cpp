@@ -1,6 +1,6 @@
 #include "probe/QtxFormat.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 #include "symbols/Node.h"
 
 QtxFormat parseQtxFormat(const std::string& channelName)

@@ -1,8 +1,8 @@
 // QTX: the firmware writes records into an up-channel of its control block;
 // the channel's name tells the record format.
-#include "app/Log.h"
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Report.h"
+#include "base/Text.h"
 #include "probe/ProbeSampler.h"
 #include "probe/QtxFormat.h"
 #include "probe/SampleStore.h"

@@ -3,7 +3,7 @@
 // symbol keeps its values in its own buffer of 8-byte slots.
 #pragma once
 
-#include "app/TaggedAlloc.h"
+#include "base/TaggedAlloc.h"
 
 #include <atomic>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "probe/TarvoLibrary.h"
 
-#include "app/Bridge.h"
-#include "app/Report.h"
+#include "base/Bridge.h"
+#include "base/Report.h"
 
 #include <QSettings>
 

@@ -1,6 +1,6 @@
 #include "symbols/DebugInfo.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <cxxabi.h>
 

@@ -1,8 +1,8 @@
 #include "symbols/ElfChangeCheck.h"
 
 #include "app/Controller.h"
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Report.h"
+#include "base/Text.h"
 
 #include <chrono>
 #include <filesystem>

@@ -1,9 +1,9 @@
 #include "symbols/ElfFile.h"
 #include "symbols/UnitRepair.h"
 
-#include "app/Clock.h"
-#include "app/Log.h"
-#include "app/Text.h"
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "base/Text.h"
 
 #include <libdwarf/dwarf.h>
 #include <libdwarf/libdwarf.h>

@@ -3,7 +3,7 @@
 // numbered errors with fixed texts. At most two files are open at a time.
 #pragma once
 
-#include "app/TaggedAlloc.h"
+#include "base/TaggedAlloc.h"
 #include "symbols/DebugInfo.h"
 
 #include <cstdint>

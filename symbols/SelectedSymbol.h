@@ -4,7 +4,7 @@
 // nodes that are never selected carry only what the tree needs.
 #pragma once
 
-#include "app/TaggedAlloc.h"
+#include "base/TaggedAlloc.h"
 #include "files/SymbolDisplaySettings.h"
 
 #include <cstdint>

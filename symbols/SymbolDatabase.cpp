@@ -1,9 +1,9 @@
 #include "symbols/SymbolDatabase.h"
 
-#include "app/Bridge.h"
-#include "app/LargePages.h"
-#include "app/Log.h"
-#include "app/Report.h"
+#include "base/Bridge.h"
+#include "base/LargePages.h"
+#include "base/Log.h"
+#include "base/Report.h"
 #include "symbols/ElfFile.h"
 #include "symbols/SymbolTree.h"
 

@@ -4,7 +4,7 @@
 // waits on it).
 #pragma once
 
-#include "app/LargePages.h"
+#include "base/LargePages.h"
 #include "symbols/Node.h"
 
 #include <filesystem>

@@ -1,7 +1,7 @@
 #include "symbols/SymbolSelection.h"
 
-#include "app/Bridge.h"
 #include "app/Controller.h"
+#include "base/Bridge.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTreeModel.h"
 #include "symbols/SymbolTreeView.h"

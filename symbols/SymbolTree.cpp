@@ -1,7 +1,7 @@
 #include "symbols/SymbolTree.h"
 
-#include "app/Log.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Text.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/SymbolDatabase.h"
 

@@ -1,6 +1,6 @@
 #include "symbols/SymbolTreeModel.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
 

@@ -1,7 +1,7 @@
 #include "symbols/UnitRepair.h"
 
-#include "app/Log.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Text.h"
 
 #include <libdwarf/dwarf.h>
 #include <libdwarf/libdwarf.h>

@@ -7,13 +7,13 @@
 //       opens the dialog on a project's ELF file with its selection ticked
 //       and saves a picture of it.
 #include "BigFirmware.h"
-#include "app/Bridge.h"
+#include "base/Bridge.h"
 #include "files/Project.h"
 #include "gui/ProgressDialog.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolPattern.h"
-#include "symbols/SymbolTree.h"
 #include "symbols/SymbolSelection.h"
+#include "symbols/SymbolTree.h"
 #include "symbols/SymbolTreeModel.h"
 #include "symbols/SymbolTreeView.h"
 

@@ -1,5 +1,5 @@
 #include "app/CommandLine.h"
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "app/Controller.h"
-#include "app/Product.h"
-#include "app/Settings.h"
-#include "files/RawFile.h"
-#include "tests/TempFolder.h"
 #include "FakeSampler.h"
 #include "TestBridge.h"
+#include "app/Controller.h"
+#include "app/Settings.h"
+#include "base/Product.h"
+#include "files/RawFile.h"
+#include "tests/TempFolder.h"
 
 #include <QStandardPaths>
 

@@ -1,9 +1,9 @@
-#include "app/FileErrors.h"
-#include "app/InstallPaths.h"
-#include "app/Report.h"
-#include "app/TaggedAlloc.h"
-#include "app/Text.h"
 #include "TestBridge.h"
+#include "app/InstallPaths.h"
+#include "base/FileErrors.h"
+#include "base/Report.h"
+#include "base/TaggedAlloc.h"
+#include "base/Text.h"
 
 #include <QCoreApplication>
 

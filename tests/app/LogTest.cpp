@@ -1,6 +1,6 @@
-#include "app/Log.h"
-#include "app/Report.h"
 #include "TestBridge.h"
+#include "base/Log.h"
+#include "base/Report.h"
 
 #include <gtest/gtest.h>
 

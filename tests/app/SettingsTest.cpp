@@ -1,8 +1,8 @@
 // The settings file: syntax, key order, limits and errors; the recent list
 // and the start action in the native settings store (redirected to a
 // temporary folder so the user's own settings are never touched).
-#include "app/Report.h"
 #include "app/Settings.h"
+#include "base/Report.h"
 #include "files/AtomicFile.h"
 
 #include <QSettings>

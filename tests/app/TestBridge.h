@@ -2,7 +2,7 @@
 // requests with preset values.
 #pragma once
 
-#include "app/Bridge.h"
+#include "base/Bridge.h"
 
 #include <atomic>
 #include <mutex>

@@ -1,6 +1,6 @@
 // plotvik-cli's project commands as a user chains them: new, select and
 // record give a CSV of the chosen variables with the firmware's values.
-#include "app/Product.h"
+#include "base/Product.h"
 #include "tests/TempFolder.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 #include "FilesTestSupport.h"
 
+#include "base/Text.h"
 #include "files/Project.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
-#include "app/Text.h"
 
 #include <QProcess>
 #include <QStringList>

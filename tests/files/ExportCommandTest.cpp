@@ -2,7 +2,7 @@
 
 #include "app/Controller.h"
 #include "app/ControllerExports.h"
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <QStandardPaths>
 

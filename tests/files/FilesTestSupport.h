@@ -2,8 +2,8 @@
 // show, a scratch folder, and small file utilities.
 #pragma once
 
-#include "app/Bridge.h"
-#include "app/Report.h"
+#include "base/Bridge.h"
+#include "base/Report.h"
 
 #include <QTemporaryDir>
 

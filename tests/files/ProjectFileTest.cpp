@@ -1,10 +1,10 @@
 #include "FilesTestSupport.h"
 
+#include "base/Text.h"
 #include "files/Project.h"
 #include "files/ProjectFormat.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
-#include "app/Text.h"
 
 #include <gtest/gtest.h>
 

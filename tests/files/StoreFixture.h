@@ -1,10 +1,10 @@
 // A symbol selection and a sample store filled the way the read loops fill it.
 #pragma once
 
+#include "base/Text.h"
 #include "probe/SampleStore.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
-#include "app/Text.h"
 
 #include <cstring>
 #include <string>

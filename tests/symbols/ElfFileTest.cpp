@@ -1,6 +1,6 @@
 #include "TestElf.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/ElfFile.h"
 

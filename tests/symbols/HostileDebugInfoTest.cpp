@@ -4,7 +4,7 @@
 // of taking the parse down with them.
 #include "TestElf.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
 

@@ -5,7 +5,7 @@
 // out.)
 #include "TestElf.h"
 
-#include "app/Report.h"
+#include "base/Report.h"
 #include "symbols/SymbolDatabase.h"
 #include "tests/app/TestBridge.h"
 

@@ -3,7 +3,7 @@
 // dialog opened through the main window with the worker parked.
 #include "app/Controller.h"
 #include "app/JobEngine.h"
-#include "app/Text.h"
+#include "base/Text.h"
 #include "gui/MainWindow.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolSelection.h"

@@ -1,7 +1,7 @@
 // The main window with its graph and tool bar: the graph sits in the Graph
 // dock, and a sampling run started from the tool bar repaints it live.
 #include "app/Controller.h"
-#include "app/Report.h"
+#include "base/Report.h"
 #include "gui/MainWindow.h"
 #include "tests/app/FakeSampler.h"
 #include "tests/view/GraphTestSupport.h"

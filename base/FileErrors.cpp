@@ -1,6 +1,6 @@
-#include "app/FileErrors.h"
+#include "base/FileErrors.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 #include <cerrno>
 #include <filesystem>

@@ -1,7 +1,7 @@
-#include "app/TaggedAlloc.h"
+#include "base/TaggedAlloc.h"
 
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Report.h"
+#include "base/Text.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "app/Product.h"
+#include "base/Product.h"
 
-#include "app/Text.h"
+#include "base/Text.h"
 
 namespace product {
 

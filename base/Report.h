@@ -3,8 +3,8 @@
 // (the main window, the headless front end, or a test).
 #pragma once
 
-#include "app/Bridge.h"
-#include "app/Product.h"
+#include "base/Bridge.h"
+#include "base/Product.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
-#include "app/Lock.h"
+#include "base/Lock.h"
 
-#include "app/Clock.h"
+#include "base/Clock.h"
 
 #include <chrono>
 #include <thread>

@@ -1,4 +1,4 @@
-#include "app/LargePages.h"
+#include "base/LargePages.h"
 
 #include <new>
 

@@ -1,6 +1,6 @@
-#include "app/Report.h"
+#include "base/Report.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <atomic>
 

@@ -1,8 +1,8 @@
-#include "app/Log.h"
+#include "base/Log.h"
 
-#include "app/Clock.h"
-#include "app/Report.h"
-#include "app/Text.h"
+#include "base/Clock.h"
+#include "base/Report.h"
+#include "base/Text.h"
 
 #include <cstdarg>
 #include <fstream>
