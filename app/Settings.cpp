@@ -1,10 +1,10 @@
 #include "app/Settings.h"
 
+#include "base/AtomicFile.h"
 #include "base/FileErrors.h"
 #include "base/Product.h"
 #include "base/Report.h"
 #include "base/Text.h"
-#include "files/AtomicFile.h"
 
 #include <QCoreApplication>
 #include <QSettings>

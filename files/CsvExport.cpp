@@ -1,6 +1,6 @@
 #include "files/CsvExport.h"
 
-#include "files/AtomicFile.h"
+#include "base/AtomicFile.h"
 
 #include "base/FileErrors.h"
 #include "base/Report.h"

@@ -1,6 +1,6 @@
 // SaveProject: builds the project document in its fixed element and
 // attribute order and writes it atomically.
-#include "files/AtomicFile.h"
+#include "base/AtomicFile.h"
 #include "files/Project.h"
 #include "files/ProjectFormat.h"
 

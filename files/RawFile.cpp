@@ -1,6 +1,6 @@
 #include "files/RawFile.h"
 
-#include "files/AtomicFile.h"
+#include "base/AtomicFile.h"
 #include "files/ProjectSettings.h"
 
 #include "base/FileErrors.h"

@@ -2,8 +2,8 @@
 // and the start action in the native settings store (redirected to a
 // temporary folder so the user's own settings are never touched).
 #include "app/Settings.h"
+#include "base/AtomicFile.h"
 #include "base/Report.h"
-#include "files/AtomicFile.h"
 
 #include <QSettings>
 #include <QStandardPaths>

@@ -6,7 +6,7 @@
 #include "StoreFixture.h"
 
 #include "app/Settings.h"
-#include "files/AtomicFile.h"
+#include "base/AtomicFile.h"
 #include "files/Project.h"
 #include "files/RawFile.h"
 
