@@ -5,7 +5,7 @@
 #pragma once
 
 #include "base/TaggedAlloc.h"
-#include "files/SymbolDisplaySettings.h"
+#include "symbols/SymbolDisplaySettings.h"
 
 #include <cstdint>
 

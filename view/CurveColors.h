@@ -2,7 +2,7 @@
 // black background and keeps clear of its grey axes and orange cursor.
 #pragma once
 
-#include "files/SymbolDisplaySettings.h"
+#include "symbols/SymbolDisplaySettings.h"
 
 #include <QColor>
 
