@@ -3,7 +3,7 @@
 // `plotvik-cli new`, so that all three refuse and write the same.
 #pragma once
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include <cstdint>
 #include <string>

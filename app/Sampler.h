@@ -2,7 +2,7 @@
 // its BSQ and QTX samplers). The probe layer implements it; tests use fakes.
 #pragma once
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include <string>
 

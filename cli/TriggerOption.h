@@ -2,7 +2,7 @@
 // of the project's, and the texts that report it.
 #pragma once
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include <string>
 #include <vector>

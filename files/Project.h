@@ -3,7 +3,7 @@
 // reads copies.
 #pragma once
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include <atomic>
 #include <mutex>

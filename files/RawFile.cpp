@@ -1,7 +1,7 @@
 #include "files/RawFile.h"
 
 #include "base/AtomicFile.h"
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include "base/FileErrors.h"
 #include "base/Log.h"

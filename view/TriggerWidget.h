@@ -4,7 +4,7 @@
 // sample store evaluates it while sampling.
 #pragma once
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 
 #include <QToolBar>
 

@@ -1,7 +1,7 @@
 #include "FilesTestSupport.h"
 #include "StoreFixture.h"
 
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 #include "files/RawFile.h"
 #include "view/GraphValue.h"
 

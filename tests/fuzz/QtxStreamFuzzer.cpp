@@ -4,7 +4,7 @@
 #include "FuzzSupport.h"
 
 #include "FakeQtxProbe.h"
-#include "files/ProjectSettings.h"
+#include "base/ProjectSettings.h"
 #include "probe/ProbeSampler.h"
 #include "probe/SampleStore.h"
 #include "probe/TarvoLibrary.h"
