@@ -6,10 +6,10 @@
 
 #include "app/CommandLine.h"
 #include "app/JobEngine.h"
-#include "app/Sampler.h"
 #include "base/Bridge.h"
 #include "files/Project.h"
 #include "probe/SampleStore.h"
+#include "probe/Sampler.h"
 #include "symbols/SymbolDatabase.h"
 
 #include <atomic>

@@ -3,7 +3,7 @@
 // firmware pushes records through an up-channel), and run control.
 #pragma once
 
-#include "app/Sampler.h"
+#include "probe/Sampler.h"
 #include "probe/TarvoApi.h"
 
 #include <atomic>

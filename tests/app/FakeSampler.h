@@ -2,8 +2,8 @@
 // counter, and a read can be made to fail.
 #pragma once
 
-#include "app/Sampler.h"
 #include "probe/SampleStore.h"
+#include "probe/Sampler.h"
 
 #include <atomic>
 #include <cstring>
