@@ -46,3 +46,15 @@ struct ProjectSettings {
 // Field sizes (terminator included) the texts are cut to.
 inline constexpr std::size_t kDeviceNameSize = 128;
 inline constexpr std::size_t kHostSize = 128;
+
+// The owner of the one settings record the threads share (the open project):
+// readers take a copy, writers hand back a whole record.
+class SharedSettings {
+public:
+    virtual ProjectSettings settings() const = 0;
+    // Copies `s` over the current record when they differ; returns true then.
+    virtual bool apply(const ProjectSettings& s) = 0;
+
+protected:
+    ~SharedSettings() = default;
+};

@@ -11,11 +11,10 @@
 
 class SymbolDatabase;
 
-class Project {
+class Project : public SharedSettings {
 public:
-    ProjectSettings settings() const;
-    // Copies `s` over the current record when they differ; returns true then.
-    bool apply(const ProjectSettings& s);
+    ProjectSettings settings() const override;
+    bool apply(const ProjectSettings& s) override;
     // Shows graph and watch and sets the time resolution to 1 s per division.
     void setDefaultDisplay();
     void clearTrigger();

@@ -1,6 +1,6 @@
 #include "probe/SampleStore.h"
 
-#include "files/Project.h"
+#include "base/ProjectSettings.h"
 #include "probe/SampleValue.h"
 #include "symbols/SymbolDatabase.h"
 

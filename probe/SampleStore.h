@@ -11,7 +11,7 @@
 #include <functional>
 #include <mutex>
 
-class Project;
+class SharedSettings;
 class SymbolDatabase;
 struct Node;
 
@@ -28,7 +28,7 @@ public:
 
     // The project whose trigger settings decide what is kept; when the
     // trigger fires its fired flag is written back there.
-    void setProject(Project* project) { m_project = project; }
+    void setProject(SharedSettings* project) { m_project = project; }
 
     // Record layout: offsets in selection order from 4 (time-stamped records)
     // or 0 (QTX without time stamp). Returns the record size.
@@ -97,7 +97,7 @@ private:
 
     SymbolDatabase& m_symbols;
     mutable std::mutex m_rewriteLock;
-    Project* m_project = nullptr;  // not owned
+    SharedSettings* m_project = nullptr;  // not owned
     // Trigger snapshot of the current batch.
     const Node* m_triggerSymbol = nullptr;
     double m_triggerLevel = 0.0;
