@@ -199,3 +199,8 @@ private:
     std::uint64_t m_lastReadUs = 0;
     bool m_sessionPrepared = false;
 };
+
+// The "Check modified ELF" job body. When the project's ELF file was rebuilt
+// since the last parse, asks whether to keep or clear the selection and posts
+// the re-parse. Always clears the controller's pending-check mark.
+int CheckElfModification(Controller& controller);

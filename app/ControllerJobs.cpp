@@ -330,6 +330,57 @@ void Controller::onImportRaw(Job* j)
 
 void Controller::onCheckElf(Job* job) { job->result = CheckElfModification(*ctlOf(job)); }
 
+namespace {
+
+// Clears the controller's pending-check mark on every way out.
+struct PendingMark {
+    Controller& controller;
+    ~PendingMark() { controller.setElfCheckPending(false); }
+};
+
+}  // namespace
+
+int CheckElfModification(Controller& controller)
+{
+    PendingMark mark{controller};
+    const ProjectSettings settings = controller.project().settings();
+    if (!controller.project().isOpen() || settings.IsQTXSession || !controller.symbols().tree())
+        return 0;
+
+    const std::string path = controller.elfPath();
+    const ElfChange change = CheckElfChange(path, controller.symbols().elfTime());
+    if (change == ElfChange::Gone) {
+        // Composed and deliberately left unshown: a build folder that is
+        // cleaned now and then must not raise a box every second.
+        const std::string gone =
+            text::format(516, "The elf file at\n%s\nwas deleted or moved to a different location.\n", path.c_str());
+        (void)gone;
+    }
+    if (change != ElfChange::Modified)
+        return 0;
+
+    MessageBoxRequest question;
+    question.caption = report::warningCaption();
+    question.text = text::format(1024,
+                                 "The elf file at\n%s\nwas modified.\nShould Plotvik reparse the elf file and try to match "
+                                 "the selected symbols?",
+                                 path.c_str());
+    question.button0 = "Reparse & Match symbols";
+    question.button1 = "Reparse & Clear symbols";
+    question.defaultResult = 0;
+    question.icon = kIconQuestion;
+    question.dismissedValue = -1;
+    if (report::ask(question).result == 1) {
+        Bridge* bridge = controller.bridge();
+        if (bridge)
+            bridge->symbolsAboutToChange();
+        controller.symbols().clearSelected();
+        if (bridge)
+            bridge->symbolsChanged();
+    }
+    return controller.postParseElfFile(path, true);
+}
+
 void Controller::onSetAppStart(Job* j)
 {
     auto* job = static_cast<ValueJob*>(j);
