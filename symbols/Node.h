@@ -106,3 +106,10 @@ struct Node {
         LastChild = child;
     }
 };
+
+// Leaves of these sample types cannot be chosen: the selection shows them
+// greyed and no name pattern picks them.
+inline bool isUnsupported(const Node& node)
+{
+    return node.TypeID == 3 || node.TypeID == 4 || node.TypeID == kTypeU64 || node.TypeID == kTypeS64;
+}

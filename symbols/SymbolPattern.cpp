@@ -2,7 +2,6 @@
 
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
-#include "symbols/SymbolTreeModel.h"
 
 #include <unordered_set>
 
@@ -41,7 +40,7 @@ std::vector<Node*> tickableLeaves(SymbolTree& tree, const std::function<bool(con
     const auto visit = [&](const Node& n) {
         if (n.Name.empty() && n.File.empty())
             return false;
-        if (!n.IsLeaf || SymbolTreeModel::isUnsupported(n) || !want(n))
+        if (!n.IsLeaf || isUnsupported(n) || !want(n))
             return true;
         // A node inside an element is the walk's own copy: the tree's node
         // is made to stay.

@@ -140,11 +140,6 @@ std::vector<std::uint64_t> prefixCounts(const std::vector<std::pair<std::uint32_
 
 }  // namespace
 
-bool SymbolTreeModel::isUnsupported(const Node& node)
-{
-    return node.TypeID == 3 || node.TypeID == 4 || node.TypeID == kTypeU64 || node.TypeID == kTypeS64;
-}
-
 SymbolTreeModel::SymbolTreeModel(SymbolTree* tree, const std::vector<Node*>& selected, std::function<void(int)> madeTopLevel,
                                  QObject* parent)
     : QAbstractItemModel(parent), m_tree(tree)

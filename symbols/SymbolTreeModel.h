@@ -92,8 +92,6 @@ public:
     // Source-file rows (empty name, a file): shown on grey across all columns.
     static bool isFileRow(const Node& node) { return node.Name.empty() && !node.File.empty(); }
     bool isFileRow(const QModelIndex& index) const;
-    // Leaves of these sample types cannot be chosen.
-    static bool isUnsupported(const Node& node);
 
     // Expands every source-file row, reporting each top-level position done.
     void expandFileRows(const std::function<void(int)>& doneTopLevel);
