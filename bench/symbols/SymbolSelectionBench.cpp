@@ -10,12 +10,12 @@
 #include "base/Bridge.h"
 #include "files/Project.h"
 #include "gui/ProgressDialog.h"
+#include "gui/SymbolSelection.h"
+#include "gui/SymbolTreeModel.h"
+#include "gui/SymbolTreeView.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolPattern.h"
-#include "symbols/SymbolSelection.h"
 #include "symbols/SymbolTree.h"
-#include "symbols/SymbolTreeModel.h"
-#include "symbols/SymbolTreeView.h"
 
 #include <QApplication>
 #include <QLineEdit>

@@ -7,14 +7,14 @@
 #include "gui/CDeviceSelectionDialog.h"
 #include "gui/MainWindow.h"
 #include "gui/NewProjectDialog.h"
+#include "gui/SymbolSelection.h"
+#include "gui/SymbolTreeModel.h"
 #include "gui/TIFSpeedComboBox.h"
 #include "gui/WelcomeDialog.h"
 #include "probe/ProbeSampler.h"
-#include "symbols/SymbolSelection.h"
-#include "symbols/SymbolTreeModel.h"
+#include "tests/TempFolder.h"
 #include "tests/app/FakeSampler.h"
 #include "tests/app/TestBridge.h"
-#include "tests/TempFolder.h"
 #include "view/UtilFilterHeader.h"
 
 #include <QApplication>

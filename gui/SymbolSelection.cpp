@@ -1,10 +1,10 @@
-#include "symbols/SymbolSelection.h"
+#include "gui/SymbolSelection.h"
 
 #include "app/Controller.h"
 #include "base/Bridge.h"
+#include "gui/SymbolTreeModel.h"
+#include "gui/SymbolTreeView.h"
 #include "symbols/SymbolDatabase.h"
-#include "symbols/SymbolTreeModel.h"
-#include "symbols/SymbolTreeView.h"
 
 #include <QCoreApplication>
 #include <QGridLayout>

@@ -1,6 +1,6 @@
-#include "symbols/SymbolTreeView.h"
+#include "gui/SymbolTreeView.h"
 
-#include "symbols/SymbolTreeModel.h"
+#include "gui/SymbolTreeModel.h"
 
 #include <QHeaderView>
 #include <QKeyEvent>

@@ -1,4 +1,4 @@
-#include "symbols/SymbolTreeModel.h"
+#include "gui/SymbolTreeModel.h"
 
 #include "base/Text.h"
 #include "symbols/SymbolDatabase.h"
