@@ -3,13 +3,17 @@
 a time, builds, runs every test, and counts the mutants some test kills (a
 failing or timed-out test). A mutant that does not build is not counted.
 
-    scripts/mutation-sample.py [--list FILE] [--first N] [--last N]
+    scripts/mutation-sample.py [--list FILE] [--first N] [--last N] [--hint LOG]
 
 The list (default scripts/mutants.txt) has one mutant a line, fields split by
 " ¦ ":  path ¦ text as it stands ¦ text to put in its place ¦ what it does
 The text must occur exactly once in the file. Builds into build-mutants/ (or
 $PLOTVIK_BUILD_DIR); each source is restored after its mutant, also when the
 run is interrupted. Results go to <build>/mutants.log as well.
+
+--hint takes the log of an earlier run: a test that killed a mutant then is
+run alone first, and the whole suite only when it passes. The verdict is the
+same (a mutant is killed when any test fails); the run is much shorter.
 """
 import argparse
 import os
@@ -33,15 +37,28 @@ def parse(list_path):
     return mutants
 
 
+def hints(log_path):
+    """Mutant number -> name of the test that killed it in an earlier run."""
+    named = {}
+    if log_path:
+        for line in Path(log_path).read_text(encoding="utf-8").splitlines():
+            m = re.match(r"mutant (\d+) .* -> killed by (\S+)$", line)
+            if m and m.group(2) != "a":
+                named[int(m.group(1))] = m.group(2)
+    return named
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--list", default=str(ROOT / "scripts" / "mutants.txt"))
     ap.add_argument("--first", type=int, default=1)
     ap.add_argument("--last", type=int, default=10**9)
+    ap.add_argument("--hint", help="log of an earlier run: try its killing tests first")
     args = ap.parse_args()
 
     build = Path(os.environ.get("PLOTVIK_BUILD_DIR", ROOT / "build-mutants"))
     mutants = parse(args.list)
+    first_try = hints(args.hint)
     for path, old, _, _ in mutants:
         count = (ROOT / path).read_text(encoding="utf-8").count(old)
         if count != 1:
@@ -71,8 +88,15 @@ def main():
                     stillborn += 1
                     result = "did not build"
                 else:
-                    tests = subprocess.run(["ctest", "--timeout", "300", "-j", jobs, "--stop-on-failure"],
-                                           cwd=build, env=test_env, capture_output=True, text=True)
+                    tests = None
+                    if n in first_try:
+                        hinted = subprocess.run(["ctest", "--timeout", "300", "-R", "^" + re.escape(first_try[n]) + "$"],
+                                                cwd=build, env=test_env, capture_output=True, text=True)
+                        if hinted.returncode != 0 and "No tests were found" not in hinted.stdout + hinted.stderr:
+                            tests = hinted
+                    if tests is None:
+                        tests = subprocess.run(["ctest", "--timeout", "300", "-j", jobs, "--stop-on-failure"],
+                                               cwd=build, env=test_env, capture_output=True, text=True)
                     if tests.returncode == 0:
                         survived += 1
                         result = "SURVIVED"
