@@ -21,12 +21,6 @@ struct Listing {
     long lines = 0;
 };
 
-void replaceAll(QByteArray& text, const QByteArray& from, const QByteArray& to)
-{
-    if (!from.isEmpty())
-        text.replace(from, to);
-}
-
 // The listing of `elf` as recorded: paths made neutral, hashed line by line.
 Listing list(const std::string& elf, const QByteArray& generated)
 {
@@ -37,8 +31,7 @@ Listing list(const std::string& elf, const QByteArray& generated)
     QCryptographicHash hash(QCryptographicHash::Sha256);
     Listing out;
     const auto add = [&](QByteArray text) {
-        replaceAll(text, generated, "@GEN@");
-        replaceAll(text, PLOTVIK_SOURCE_DIR, "@SRC@");
+        text.replace(generated, "@GEN@").replace(PLOTVIK_SOURCE_DIR, "@SRC@");
         hash.addData(text);
     };
     for (bool running = true; running;) {
