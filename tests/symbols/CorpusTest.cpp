@@ -40,44 +40,6 @@ TEST(Corpus, EveryImageLoadsAndItsPathsEqualTheWalkUpTheParents)
     }
 }
 
-TEST(Corpus, MatchingCarriesTheSelectionOver)
-{
-    SymbolDatabase db;
-    Node* kept = db.createDetachedSymbol();
-    {
-        testelf::Parsed first(corpus("shapes_c_dwarf5_O0.elf"));
-        const Node* n = first.find("nested.pair[1].b");
-        ASSERT_NE(n, nullptr);
-        kept->File = n->File;
-        kept->Name = n->Name;
-        kept->NameWithParents = n->NameWithParents;
-        kept->Type = n->Type;
-    }
-    kept->Address = 0;  // addresses are not compared
-    kept->symbol().HasGraphColor = true;
-    kept->symbol().GraphColor = {10, 20, 30, 255};
-    int row = 0;
-    kept->symbol().TableRow = &row;
-    Node* gone = db.createDetachedSymbol();
-    gone->Name = gone->NameWithParents = "vanished";
-    gone->Type = "int";
-    db.setSelected({gone, kept});
-    db.setSelectionChanged(false);
-
-    ASSERT_EQ(db.parseElf(corpus("shapes_c_dwarf5_Os.elf"), true, nullptr), 0);
-    ASSERT_EQ(db.selected().size(), 1u);
-    const Node* now = db.selected()[0];
-    EXPECT_NE(now, kept);
-    EXPECT_EQ(now->NameWithParents, "nested.pair[1].b");
-    EXPECT_NE(now->Address, 0u);
-    EXPECT_TRUE(now->symbol().HasGraphColor);
-    EXPECT_EQ(now->symbol().GraphColor, (Rgb{10, 20, 30, 255}));
-    EXPECT_EQ(now->symbol().TableRow, &row);
-    EXPECT_TRUE(db.selectionChanged());
-    EXPECT_TRUE(db.matched().empty());
-    EXPECT_NE(db.elfTime(), std::filesystem::file_time_type{});
-}
-
 // Elements of long arrays, picked and saved in a project, are made again when
 // the project is opened, with their settings and in tree order.
 TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)

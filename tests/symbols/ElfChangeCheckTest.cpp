@@ -58,6 +58,7 @@ struct Session {
     fs::path dir;
     fs::path elf;
     std::map<std::string, std::uint32_t> oldAddress;
+    int tableRow = 0;
 
     explicit Session(const std::string& name)
         : dir(fs::temp_directory_path() / ("plotvik-elfcheck-" + std::to_string(::getpid()) + "-" + name))
@@ -108,7 +109,9 @@ struct Session {
         level.YOffset = -3;
         level.DrawStyle = 1;
         level.ShowInGraph = false;
+        level.TableRow = &tableRow;
         ctl->symbols().setSelected(picked);
+        ctl->symbols().setSelectionChanged(false);
     }
 
     // Runs one check and, when it posted a parse, the parse too.
@@ -186,7 +189,7 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
         EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new variable";
     }
-    // The colour and the display settings go with the symbol.
+    // The colour, the display settings and the table row go with the symbol.
     const SelectedSymbol& level = s.ctl->symbols().selected()[0]->symbol();
     EXPECT_EQ(level.GraphColor, (Rgb{0x12, 0x34, 0x56, 255}));
     EXPECT_TRUE(level.HasGraphColor);
@@ -194,6 +197,9 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     EXPECT_EQ(level.YOffset, -3.0);
     EXPECT_EQ(level.DrawStyle, 1);
     EXPECT_FALSE(level.ShowInGraph);
+    EXPECT_EQ(level.TableRow, &s.tableRow);
+    EXPECT_TRUE(s.ctl->symbols().selectionChanged());
+    EXPECT_TRUE(s.ctl->symbols().matched().empty());
     EXPECT_FALSE(ElfTimeDiffers(s.ctl->symbols().elfTime(), t + 2s));
 }
 
