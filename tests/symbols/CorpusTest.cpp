@@ -12,8 +12,8 @@
 
 using testelf::corpus;
 
-// What each leaf of the corpus holds is pinned by the listings (ListingTest)
-// and checked against gdb (OracleTest); here, that each image loads with no
+// What each leaf of the corpus holds (path, address, size, type, file) is
+// pinned by the listings (ListingTest); here, that each image loads with no
 // error but the DWARF 5 warning, and that the builder, which extends each
 // parent's path, gives every node the path a walk up its parents gives, array
 // levels left out.

@@ -187,7 +187,7 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     for (const Node* n : s.ctl->symbols().selected()) {
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
-        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new variable";
+        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
     }
     // The colour, the display settings and the table row go with the symbol.
     const SelectedSymbol& level = s.ctl->symbols().selected()[0]->symbol();

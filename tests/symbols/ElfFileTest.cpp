@@ -81,7 +81,8 @@ TEST(ElfOpen, BrokenFilesGiveTheirErrors)
             EXPECT_EQ(errors.records[0].code, c.code) << c.name;
         }
     }
-    for (const auto& [name, code] : {std::pair{"shapes_c.o", elf::kErrNotExecutable}, std::pair{"no-such-file.elf", elf::kErrOpen}}) {
+    for (const auto& [name, code] :
+         {std::pair{"shapes_c.o", elf::kErrNotExecutable}, std::pair{"no-such-file.elf", elf::kErrOpen}}) {
         ErrorCapture errors;
         EXPECT_EQ(elf::FilePtr(elf::open(corpus(name), false)), nullptr) << name;
         EXPECT_TRUE(errors.has(code)) << name;

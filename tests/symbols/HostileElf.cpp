@@ -23,7 +23,8 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 // Beside the tags the tree knows (kTagStruct).
-constexpr std::uint16_t kTagMember = 0x0d, kTagTypedef = 0x16, kTagSubrange = 0x21, kTagConst = 0x26, kTagVariable = 0x34;
+constexpr std::uint16_t kTagMember = 0x0d, kTagTypedef = 0x16, kTagSubrange = 0x21, kTagConst = 0x26,
+                        kTagVariable = 0x34;
 
 std::uint32_t u32(const Bytes& b, std::size_t at)
 {

@@ -1,7 +1,9 @@
 // `plotvik-cli symbols` lists, byte for byte, what it listed when every array
 // element was a node of its own: reference/listings.sha256 holds a SHA-256 and
 // a line count per file, recorded by reference/record-listings.sh (source and
-// generated-folder paths written as @SRC@ and @GEN@).
+// generated-folder paths written as @SRC@ and @GEN@). The recorded leaves
+// agree with gdb's addresses and sizes and with the symbol tables' variables;
+// a listing recorded anew wants the same comparison.
 #include "TestElf.h"
 #include "bench/symbols/BigFirmware.h"
 #include "tests/TempFolder.h"
