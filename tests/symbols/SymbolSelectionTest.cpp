@@ -57,58 +57,23 @@ std::vector<std::string> namesBelow(const SymbolTreeModel& model, const QModelIn
     return out;
 }
 
-// Three source files:
-//   /src/app/main.c       counter (u32 @0x2000000C), wide (u64), cfg {gain, mode}, buf[3]
-//   /src/drivers/uart.c   uart_state (u8 @0x30000000), main_mode, link {id} of type "struct main_link"
-//   /src/lib/other.c      tick (u32 @0x40000000)
-class Tree {
-public:
-    Tree()
-    {
-        auto tree = std::make_unique<SymbolTree>();
-        m_tree = tree.get();
-        mainFile = file("/src/app/main.c");
-        counter = add(mainFile, "counter", "unsigned int", 4, 0x2000000C, false);
-        wide = add(mainFile, "wide", "long long unsigned int", 8, 0x20000018, false);
-        cfg = add(mainFile, "cfg", "struct config", 8, 0x20001000, false, kTagStruct);
-        gain = add(cfg, "gain", "float", 4, 0x20001000, true);
-        mode = add(cfg, "mode", "unsigned char", 1, 0x20001004, false);
-        buf = add(mainFile, "buf", "int[3]", 12, 0x20002000, false, kTagArray);
-        buf->IsArray = true;
-        buf->Dimensions = {3};
-        buf->NumDimensions = 1;
-        for (std::uint32_t i = 0; i < 3; ++i)
-            elements.push_back(add(buf, "buf[" + std::to_string(i) + "]", "int", 4, 0x20002000u + 4u * i, true));
-        uartFile = file("/src/drivers/uart.c");
-        uartState = add(uartFile, "uart_state", "unsigned char", 1, 0x30000000, false);
-        mainMode = add(uartFile, "main_mode", "int", 4, 0x30000004, true);
-        link = add(uartFile, "link", "struct main_link", 4, 0x30000008, false, kTagStruct);
-        linkId = add(link, "id", "unsigned int", 4, 0x30000008, false);
-        otherFile = file("/src/lib/other.c");
-        tick = add(otherFile, "tick", "unsigned int", 4, 0x40000000, false);
-        for (Node* n : {cfg, buf, link})
-            symtree::classify(*n);  // now that they have children
-        db.setTree(std::move(tree));
-    }
+// Makes the nodes of a tree by hand, as the builder would.
+struct TreeMaker {
+    std::unique_ptr<SymbolTree> tree = std::make_unique<SymbolTree>();
 
-    SymbolDatabase db;
-    Node *mainFile, *uartFile, *otherFile;
-    Node *counter, *wide, *cfg, *gain, *mode, *buf, *uartState, *mainMode, *link, *linkId, *tick;
-    std::vector<Node*> elements;
-
-private:
     Node* file(const char* path)
     {
-        Node* n = m_tree->arena.create();
+        Node* n = tree->arena.create();
         n->File = text::intern(path);
-        m_tree->files.push_back(n);
+        tree->files.push_back(n);
         return n;
     }
-    // A node under a file row (a top-level variable) or under a parent node.
+    // A node below a file row (a top-level variable) or below a parent node;
+    // an array's element model (`listed` false) is not one of its children.
     Node* add(Node* above, std::string name, const char* type, std::uint32_t size, std::uint32_t address, bool isSigned,
-              std::uint32_t tag = 0)
+              std::uint32_t tag = 0, bool listed = true)
     {
-        Node* n = m_tree->arena.create();
+        Node* n = tree->arena.create();
         n->Name = std::move(name);
         n->Type = text::intern(type);
         n->File = above->File;
@@ -117,13 +82,58 @@ private:
         n->Address = address;
         n->IsSigned = isSigned;
         n->Parent = above->Name.empty() ? nullptr : above;
-        above->addChild(n);
+        if (listed)
+            above->addChild(n);
         if (!tag)
             symtree::classify(*n);
         n->NameWithParents = symtree::nameWithParents(*n);
         return n;
     }
-    SymbolTree* m_tree = nullptr;  // owned by db
+    // Classified once its children or elements are there.
+    Node* array(Node* above, const char* name, const char* type, std::uint32_t count, std::uint32_t stride,
+                std::uint32_t address)
+    {
+        Node* n = add(above, name, type, count * stride, address, false, kTagArray);
+        n->IsArray = true;
+        n->Dimensions = {count};
+        n->NumDimensions = 1;
+        return n;
+    }
+};
+
+// Three source files:
+//   /src/app/main.c       counter (u32 @0x2000000C), wide (u64), cfg {gain, mode}, buf[3]
+//   /src/drivers/uart.c   uart_state (u8 @0x30000000), main_mode, link {id} of type "struct main_link"
+//   /src/lib/other.c      tick (u32 @0x40000000)
+struct Tree {
+    Tree()
+    {
+        TreeMaker m;
+        mainFile = m.file("/src/app/main.c");
+        counter = m.add(mainFile, "counter", "unsigned int", 4, 0x2000000C, false);
+        wide = m.add(mainFile, "wide", "long long unsigned int", 8, 0x20000018, false);
+        cfg = m.add(mainFile, "cfg", "struct config", 8, 0x20001000, false, kTagStruct);
+        gain = m.add(cfg, "gain", "float", 4, 0x20001000, true);
+        mode = m.add(cfg, "mode", "unsigned char", 1, 0x20001004, false);
+        buf = m.array(mainFile, "buf", "int[3]", 3, 4, 0x20002000);
+        for (std::uint32_t i = 0; i < 3; ++i)
+            elements.push_back(m.add(buf, "buf[" + std::to_string(i) + "]", "int", 4, 0x20002000u + 4u * i, true));
+        uartFile = m.file("/src/drivers/uart.c");
+        uartState = m.add(uartFile, "uart_state", "unsigned char", 1, 0x30000000, false);
+        mainMode = m.add(uartFile, "main_mode", "int", 4, 0x30000004, true);
+        link = m.add(uartFile, "link", "struct main_link", 4, 0x30000008, false, kTagStruct);
+        linkId = m.add(link, "id", "unsigned int", 4, 0x30000008, false);
+        otherFile = m.file("/src/lib/other.c");
+        tick = m.add(otherFile, "tick", "unsigned int", 4, 0x40000000, false);
+        for (Node* n : {cfg, buf, link})
+            symtree::classify(*n);
+        db.setTree(std::move(m.tree));
+    }
+
+    SymbolDatabase db;
+    Node *mainFile, *uartFile, *otherFile;
+    Node *counter, *wide, *cfg, *gain, *mode, *buf, *uartState, *mainMode, *link, *linkId, *tick;
+    std::vector<Node*> elements;
 };
 
 class SymbolSelectionTest : public ::testing::Test {
@@ -531,53 +541,22 @@ struct LongArrays {
     Node *file = nullptr, *big = nullptr, *recs = nullptr;
     LongArrays()
     {
-        auto tree = std::make_unique<SymbolTree>();
-        NodeArena& a = tree->arena;
-        file = a.create();
-        file->File = text::intern("/src/long.c");
-        tree->files.push_back(file);
-        const auto make = [&](Node* parent, std::string name, const char* type, std::uint32_t size, std::uint32_t address) {
-            Node* n = a.create();
-            n->Name = std::move(name);
-            n->Type = text::intern(type);
-            n->File = file->File;
-            n->Size = size;
-            n->Address = address;
-            n->IsSigned = true;
-            n->Parent = parent;
-            return n;
-        };
-        const auto array = [&](const char* name, const char* type, std::uint32_t count, std::uint32_t stride,
-                               std::uint32_t address, Node* model) {
-            Node* n = make(nullptr, name, type, count * stride, address);
-            n->NameWithParents = name;
-            n->Tag = kTagArray;
-            n->IsArray = true;
-            n->Dimensions = {count};
-            n->NumDimensions = 1;
-            n->ElementCount = count;
-            n->ElementStride = stride;
-            n->ElementModel = model;
-            model->Parent = n;
-            file->addChild(n);
+        TreeMaker m;
+        file = m.file("/src/long.c");
+        big = m.array(file, "big", "int[5000]", 5000, 4, 0x20000000);
+        big->ElementModel = m.add(big, "big[0]", "int", 4, 0x20000000, true, 0, false);
+        recs = m.array(file, "recs", "struct rec[6000]", 6000, 8, 0x20010000);
+        Node* rec = m.add(recs, "recs[0]", "struct rec", 8, 0x20010000, false, kTagStruct, false);
+        recs->ElementModel = rec;
+        m.add(rec, "a", "unsigned char", 1, 0x20010000, true);
+        m.add(rec, "zeta", "int", 4, 0x20010004, true);
+        for (Node* n : {big, recs}) {
+            n->ElementCount = n->Dimensions[0];
+            n->ElementStride = n->Size / n->ElementCount;
+        }
+        for (Node* n : {rec, big, recs})
             symtree::classify(*n);
-            return n;
-        };
-        const auto leaf = [&](Node* parent, const char* name, const char* type, std::uint32_t size, std::uint32_t address) {
-            Node* n = make(parent, name, type, size, address);
-            symtree::classify(*n);
-            n->NameWithParents = symtree::nameWithParents(*n);
-            return n;
-        };
-        big = array("big", "int[5000]", 5000, 4, 0x20000000, leaf(nullptr, "big[0]", "int", 4, 0x20000000));
-        Node* rec = make(nullptr, "recs[0]", "struct rec", 8, 0x20010000);
-        rec->Tag = kTagStruct;
-        rec->NameWithParents = "recs[0]";
-        recs = array("recs", "struct rec[6000]", 6000, 8, 0x20010000, rec);
-        rec->addChild(leaf(rec, "a", "unsigned char", 1, 0x20010000));
-        rec->addChild(leaf(rec, "zeta", "int", 4, 0x20010004));
-        symtree::classify(*rec);
-        db.setTree(std::move(tree));
+        db.setTree(std::move(m.tree));
     }
     NodeArena& arena() { return db.tree()->arena; }
 };
