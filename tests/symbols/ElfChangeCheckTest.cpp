@@ -16,9 +16,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <thread>
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -43,18 +41,29 @@ bool inTree(const SymbolTree* tree, const Node* node)
     return false;
 }
 
-struct ElfChangeFixture : ::testing::Test {
+std::vector<std::string> paths(const std::vector<Node*>& nodes)
+{
+    std::vector<std::string> out;
+    for (const Node* n : nodes)
+        out.push_back(n->NameWithParents);
+    return out;
+}
+
+// A controller with a project in a folder of its own that names its ELF file
+// (the first build) relative to itself.
+struct Session {
     JobEngine engine;
     TestBridge bridge;
     std::unique_ptr<Controller> ctl;
     fs::path dir;
     fs::path elf;
+    std::map<std::string, std::uint32_t> oldAddress;
+    int tableRow = 0;
 
-    void SetUp() override
+    explicit Session(const std::string& name)
+        : dir(fs::temp_directory_path() / ("plotvik-elfcheck-" + std::to_string(::getpid()) + "-" + name))
     {
         QStandardPaths::setTestModeEnabled(true);
-        dir = fs::temp_directory_path() / ("plotvik-elfcheck-" + std::to_string(::getpid()) + "-" +
-                                           ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir);
         fs::create_directories(dir);
         elf = dir / "fw.elf";
@@ -62,8 +71,7 @@ struct ElfChangeFixture : ::testing::Test {
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         ctl->setBridge(&bridge);
     }
-
-    void TearDown() override
+    ~Session()
     {
         engine.stopAndWait([] {});
         ctl->setBridge(nullptr);
@@ -71,9 +79,9 @@ struct ElfChangeFixture : ::testing::Test {
         fs::remove_all(dir);
     }
 
-    // A project in `dir` that names its ELF file relative to itself, parsed,
-    // with four symbols selected.
-    void openProjectWithSelection(bool qtx = false)
+    // Opens the project; unless `parse` is false, parses it and selects four
+    // symbols, the second with display settings of its own.
+    void open(bool qtx = false, bool parse = true)
     {
         ctl->postCreateProject((dir / "p.plotvik").string());
         ProjectSettings s;
@@ -82,31 +90,34 @@ struct ElfChangeFixture : ::testing::Test {
         ctl->postInitProjSettings(&s);
         ASSERT_TRUE(ctl->waitForQueue(10000));
         ASSERT_EQ(ctl->elfPath(), elf.string());
+        if (!parse)
+            return;
         ctl->postParseElfFile(ctl->elfPath(), false);
         ASSERT_TRUE(ctl->waitForQueue(10000));
         SymbolTree* tree = ctl->symbols().tree();
         ASSERT_NE(tree, nullptr);
         std::vector<Node*> picked;
         for (const char* path : {"counter", "level", "pos.x", "samples[2]"}) {
-            const Node* n = findInTree(tree, path);
-            ASSERT_NE(n, nullptr) << path;
-            picked.push_back(const_cast<Node*>(n));
+            picked.push_back(const_cast<Node*>(findInTree(tree, path)));
+            ASSERT_NE(picked.back(), nullptr) << path;
+            oldAddress[path] = picked.back()->Address;
         }
-        picked[1]->symbol().GraphColor = Rgb{0x12, 0x34, 0x56, 255};
-        picked[1]->symbol().HasGraphColor = true;
-        picked[1]->symbol().YResolution = 50;
-        picked[1]->symbol().YOffset = -3;
-        picked[1]->symbol().DrawStyle = 1;
-        picked[1]->symbol().ShowInGraph = false;
+        SelectedSymbol& level = picked[1]->symbol();
+        level.GraphColor = Rgb{0x12, 0x34, 0x56, 255};
+        level.HasGraphColor = true;
+        level.YResolution = 50;
+        level.YOffset = -3;
+        level.DrawStyle = 1;
+        level.ShowInGraph = false;
+        level.TableRow = &tableRow;
         ctl->symbols().setSelected(picked);
-        for (const Node* n : picked)
-            oldAddress[n->NameWithParents] = n->Address;
-        bridge.boxes.clear();
+        ctl->symbols().setSelectionChanged(false);
     }
 
     // Runs one check and, when it posted a parse, the parse too.
     void check()
     {
+        bridge.boxes.clear();
         ctl->setElfCheckPending(true);
         ASSERT_EQ(ctl->postCheckElfModifications(), 0);
         ASSERT_TRUE(ctl->waitForQueue(10000));
@@ -114,19 +125,10 @@ struct ElfChangeFixture : ::testing::Test {
         EXPECT_FALSE(ctl->elfCheckPending());
         EXPECT_FALSE(ctl->elfParsing());
     }
-
-    void setWriteTime(const fs::path& p, fs::file_time_type t) { fs::last_write_time(p, t); }
-
-    std::vector<std::string> selectedPaths()
-    {
-        std::vector<std::string> out;
-        for (const Node* n : ctl->symbols().selected())
-            out.push_back(n->NameWithParents);
-        return out;
-    }
-
-    std::map<std::string, std::uint32_t> oldAddress;
+    std::vector<std::string> selected() { return paths(ctl->symbols().selected()); }
 };
+
+const std::vector<std::string> kPicked = {"counter", "level", "pos.x", "samples[2]"};
 
 }  // namespace
 
@@ -139,28 +141,40 @@ TEST(ElfTimeStamp, AnyDifferenceAtMillisecondPrecisionCounts)
     EXPECT_TRUE(ElfTimeDiffers(t, t - 5ms));
 }
 
-TEST_F(ElfChangeFixture, AnUnchangedFileAsksNothing)
+// An unchanged file, a deleted one, a QTX project and a project not parsed
+// yet: no question, no parse.
+TEST(ElfChangeCheck, NothingIsAskedWhenNothingChangedOrNothingIsChecked)
 {
-    openProjectWithSelection();
-    const SymbolTree* before = ctl->symbols().tree();
-    check();
-    EXPECT_TRUE(bridge.shown().empty());
-    EXPECT_EQ(ctl->symbols().tree(), before);
-    EXPECT_EQ(selectedPaths().size(), 4u);
+    for (const char* c : {"unchanged", "deleted", "qtx", "unparsed"}) {
+        SCOPED_TRACE(c);
+        Session s(c);
+        const std::string what = c;
+        s.open(what == "qtx", what != "unparsed");
+        const SymbolTree* before = s.ctl->symbols().tree();
+        if (what == "deleted")
+            fs::remove(s.elf);
+        else if (what != "unchanged")
+            fs::last_write_time(s.elf, fs::last_write_time(s.elf) + 1s);
+        s.check();
+        EXPECT_TRUE(s.bridge.shown().empty());
+        EXPECT_EQ(s.ctl->symbols().tree(), before);
+        EXPECT_EQ(s.selected(), what == "unparsed" ? std::vector<std::string>{} : kPicked);
+    }
 }
 
-TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
+TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
 {
-    openProjectWithSelection();
-    const fs::file_time_type t = fs::last_write_time(elf);
-    fs::copy_file(testelf::corpus("rebuild_v2.elf"), elf, fs::copy_options::overwrite_existing);
-    setWriteTime(elf, t + 2s);
-    bridge.answer = 0;  // "Reparse & Match symbols"
-    check();
+    Session s("rebuild");
+    s.open();
+    const fs::file_time_type t = fs::last_write_time(s.elf);
+    fs::copy_file(testelf::corpus("rebuild_v2.elf"), s.elf, fs::copy_options::overwrite_existing);
+    fs::last_write_time(s.elf, t + 2s);
+    s.bridge.answer = 0;  // "Reparse & Match symbols"
+    s.check();
 
-    const auto boxes = bridge.shown();
+    const auto boxes = s.bridge.shown();
     ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].text, "The elf file at\n" + elf.string() +
+    EXPECT_EQ(boxes[0].text, "The elf file at\n" + s.elf.string() +
                                  "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?");
     EXPECT_EQ(boxes[0].button0, "Reparse & Match symbols");
     EXPECT_EQ(boxes[0].button1, "Reparse & Clear symbols");
@@ -168,79 +182,44 @@ TEST_F(ElfChangeFixture, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
 
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
-    EXPECT_EQ(selectedPaths(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
-    SymbolTree* tree = ctl->symbols().tree();
-    for (const Node* n : ctl->symbols().selected()) {
+    EXPECT_EQ(s.selected(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
+    SymbolTree* tree = s.ctl->symbols().tree();
+    for (const Node* n : s.ctl->symbols().selected()) {
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
         EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
-        EXPECT_EQ(n->Address, oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new variable";
+        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
     }
-    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{0x12, 0x34, 0x56, 255})) << "the colour goes with the symbol";
-    EXPECT_TRUE(ctl->symbols().selected()[0]->symbol().HasGraphColor);
-    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YResolution, 50u) << "and so do its display settings";
-    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().YOffset, -3.0);
-    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().DrawStyle, 1);
-    EXPECT_FALSE(ctl->symbols().selected()[0]->symbol().ShowInGraph);
-    EXPECT_FALSE(ElfTimeDiffers(ctl->symbols().elfTime(), t + 2s));
+    // The colour, the display settings and the table row go with the symbol.
+    const SelectedSymbol& level = s.ctl->symbols().selected()[0]->symbol();
+    EXPECT_EQ(level.GraphColor, (Rgb{0x12, 0x34, 0x56, 255}));
+    EXPECT_TRUE(level.HasGraphColor);
+    EXPECT_EQ(level.YResolution, 50u);
+    EXPECT_EQ(level.YOffset, -3.0);
+    EXPECT_EQ(level.DrawStyle, 1);
+    EXPECT_FALSE(level.ShowInGraph);
+    EXPECT_EQ(level.TableRow, &s.tableRow);
+    EXPECT_TRUE(s.ctl->symbols().selectionChanged());
+    EXPECT_TRUE(s.ctl->symbols().matched().empty());
+    EXPECT_FALSE(ElfTimeDiffers(s.ctl->symbols().elfTime(), t + 2s));
 }
 
-TEST_F(ElfChangeFixture, TouchingOrCopyingAnOlderFileCountsAsModified)
+// A newer or an older time stamp counts as modified; the second answer clears
+// the selection.
+TEST(ElfChangeCheck, TouchingOrCopyingAnOlderFileAsksAndReparses)
 {
-    openProjectWithSelection();
-    for (const auto shift : {3s, -3600s}) {
-        const SymbolTree* before = ctl->symbols().tree();
-        bridge.boxes.clear();
-        setWriteTime(elf, ctl->symbols().elfTime() + shift);
-        check();
-        EXPECT_EQ(bridge.shown().size(), 1u) << shift.count();
-        EXPECT_NE(ctl->symbols().tree(), before) << "re-parsed";
-        EXPECT_EQ(selectedPaths(), (std::vector<std::string>{"counter", "level", "pos.x", "samples[2]"}));
+    Session s("touch");
+    s.open();
+    for (const auto shift : {3s, -3600s, 1s}) {
+        const SymbolTree* before = s.ctl->symbols().tree();
+        s.bridge.answer = shift == 1s;  // then "Reparse & Clear symbols"
+        fs::last_write_time(s.elf, s.ctl->symbols().elfTime() + shift);
+        s.check();
+        EXPECT_EQ(s.bridge.shown().size(), 1u) << shift.count();
+        EXPECT_NE(s.ctl->symbols().tree(), before) << "re-parsed";
+        EXPECT_NE(s.ctl->symbols().tree(), nullptr);
+        EXPECT_EQ(s.selected(), shift == 1s ? std::vector<std::string>{} : kPicked);
     }
-}
-
-TEST_F(ElfChangeFixture, ReparseAndClearEmptiesTheSelection)
-{
-    openProjectWithSelection();
-    setWriteTime(elf, ctl->symbols().elfTime() + 1s);
-    bridge.answer = 1;
-    check();
-    EXPECT_EQ(bridge.shown().size(), 1u);
-    EXPECT_TRUE(ctl->symbols().selected().empty());
-    EXPECT_TRUE(ctl->symbols().selectionChanged());
-    EXPECT_NE(ctl->symbols().tree(), nullptr);
-}
-
-TEST_F(ElfChangeFixture, ADeletedFileGivesNoMessageAndNoReparse)
-{
-    openProjectWithSelection();
-    const SymbolTree* before = ctl->symbols().tree();
-    fs::remove(elf);
-    check();
-    EXPECT_TRUE(bridge.shown().empty());
-    EXPECT_EQ(ctl->symbols().tree(), before);
-    EXPECT_EQ(selectedPaths().size(), 4u);
-}
-
-TEST_F(ElfChangeFixture, NothingIsCheckedInAQtxProject)
-{
-    openProjectWithSelection(true);
-    setWriteTime(elf, ctl->symbols().elfTime() + 1s);
-    check();
-    EXPECT_TRUE(bridge.shown().empty());
-    EXPECT_EQ(selectedPaths().size(), 4u);
-}
-
-TEST_F(ElfChangeFixture, NothingIsCheckedBeforeTheFirstParse)
-{
-    ctl->postCreateProject((dir / "p.plotvik").string());
-    ProjectSettings s;
-    s.ElfFile = "fw.elf";
-    ctl->postInitProjSettings(&s);
-    ASSERT_TRUE(ctl->waitForQueue(10000));
-    ASSERT_EQ(ctl->symbols().tree(), nullptr);
-    check();
-    EXPECT_TRUE(bridge.shown().empty());
-    EXPECT_EQ(ctl->symbols().tree(), nullptr);
+    EXPECT_TRUE(s.ctl->symbols().selectionChanged());
 }
 
 TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
@@ -252,9 +231,7 @@ TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
     Project listed;
     SymbolDatabase listedSymbols;
     ASSERT_EQ(LoadProject(project.string(), listed, listedSymbols), 0);
-    std::vector<std::string> expected;
-    for (const Node* n : listedSymbols.selected())
-        expected.push_back(n->NameWithParents);
+    std::vector<std::string> expected = paths(listedSymbols.selected());
     ASSERT_FALSE(expected.empty());
     ASSERT_TRUE(fs::path(listed.settings().ElfFile).is_relative()) << "the demo names its ELF file beside itself";
 
@@ -262,7 +239,6 @@ TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
     const fs::path elsewhere = fs::temp_directory_path() / ("plotvik-demo-cwd-" + std::to_string(::getpid()));
     fs::create_directories(elsewhere);
     fs::current_path(elsewhere);
-
     JobEngine engine;
     TestBridge bridge;
     Controller ctl(engine, std::make_unique<FakeSampler>());
@@ -279,25 +255,16 @@ TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
     EXPECT_EQ(ctl.elfPath(), (project.parent_path() / listed.settings().ElfFile).lexically_normal().string());
     SymbolTree* tree = ctl.symbols().tree();
     ASSERT_NE(tree, nullptr);
-    std::vector<std::string> got;
+    // Each listed entry found its node (matching compares file, path and type).
     for (const Node* n : ctl.symbols().selected()) {
-        got.push_back(n->NameWithParents);
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
-        // The parsed ELF decides the texts; each listed entry found its node.
-        const Node* parsed = findInTree(tree, n->NameWithParents);
-        ASSERT_NE(parsed, nullptr);
-        EXPECT_EQ(n, parsed);
+        EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
     }
     // Re-matching keeps the order of the tree; compare as sets.
+    std::vector<std::string> got = paths(ctl.symbols().selected());
     std::sort(got.begin(), got.end());
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(got, expected);
-    for (const Node* n : listedSymbols.selected()) {
-        const Node* parsed = findInTree(tree, n->NameWithParents);
-        ASSERT_NE(parsed, nullptr) << n->NameWithParents;
-        EXPECT_EQ(parsed->File, n->File) << n->NameWithParents;
-        EXPECT_EQ(parsed->Type, n->Type) << n->NameWithParents;
-    }
     engine.stopAndWait([] {});
     ctl.setBridge(nullptr);
 }

@@ -6,6 +6,7 @@
 // an attribute's bytes are found by their value inside the entry, which must
 // occur exactly once there. Exits non-zero when the base file does not have
 // the expected shape, so a compiler that lays it out otherwise fails the build.
+#include "TestElf.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/ElfFile.h"
 
@@ -13,7 +14,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -22,8 +22,9 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr std::uint16_t kTagMember = 0x0d, kTagStruct = 0x13, kTagTypedef = 0x16, kTagSubrange = 0x21,
-                        kTagConst = 0x26, kTagVariable = 0x34, kTagArray = 0x01;
+// Beside the tags the tree knows (kTagStruct).
+constexpr std::uint16_t kTagMember = 0x0d, kTagTypedef = 0x16, kTagSubrange = 0x21, kTagConst = 0x26,
+                        kTagVariable = 0x34;
 
 std::uint32_t u32(const Bytes& b, std::size_t at)
 {
@@ -31,31 +32,11 @@ std::uint32_t u32(const Bytes& b, std::size_t at)
     std::memcpy(&v, b.data() + at, 4);
     return v;
 }
-std::uint16_t u16(const Bytes& b, std::size_t at)
-{
-    std::uint16_t v = 0;
-    std::memcpy(&v, b.data() + at, 2);
-    return v;
-}
 
 [[noreturn]] void fail(const std::string& why)
 {
     std::fprintf(stderr, "hostile_elf: %s\n", why.c_str());
     std::exit(1);
-}
-
-// File offset of .debug_info in a 32-bit little-endian ELF.
-std::size_t debugInfoOffset(const Bytes& image)
-{
-    const std::uint32_t shoff = u32(image, 32);
-    const std::uint16_t shentsize = u16(image, 46), shnum = u16(image, 48), shstrndx = u16(image, 50);
-    const std::size_t strtab = u32(image, shoff + shstrndx * shentsize + 16);
-    for (std::uint16_t i = 0; i < shnum; ++i) {
-        const std::size_t sh = shoff + i * shentsize;
-        if (std::strcmp(reinterpret_cast<const char*>(image.data() + strtab + u32(image, sh)), ".debug_info") == 0)
-            return u32(image, sh + 16);
-    }
-    fail("no .debug_info");
 }
 
 class Locator {
@@ -130,14 +111,15 @@ int main(int argc, char** argv)
     const std::string base = argv[1], out = argv[2];
     const std::vector<std::string> kinds(argv + 3, argv + argc);
     const auto wanted = [&](const std::string& kind) { return std::find(kinds.begin(), kinds.end(), kind) != kinds.end(); };
-    std::ifstream in(base, std::ios::binary);
-    const Bytes original{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const Bytes original = testelf::readBytes(base);
     elf::FilePtr file(elf::open(base, false));
     if (!file || !file->loaded())
         fail("cannot load " + base);
     const elf::DebugInfo& info = file->debugInfo();
     const Locator at(info);
-    const std::size_t section = debugInfoOffset(original);
+    std::size_t section = 0, sectionSize = 0;
+    if (!testelf::findSection(original, ".debug_info", section, sectionSize))
+        fail("no .debug_info");
     const auto ref4 = [&](std::uint32_t die) { return at.field(original, section, die, at.unitRelative(at.typeOf(die))); };
 
     // Every damage as (file offset, new 32-bit value) pairs.

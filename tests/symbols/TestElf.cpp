@@ -1,7 +1,7 @@
 #include "TestElf.h"
+#include "base/Log.h"
+#include "symbols/SymbolTree.h"
 #include "tests/TempFolder.h"
-
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -85,6 +85,34 @@ bool ErrorCapture::has(int code) const
         if (r.code == code)
             return true;
     return false;
+}
+
+LogCapture::LogCapture() : m_level(Log::instance().level())
+{
+    Log::instance().setLevel(9);
+    Log::instance().setWriter([this](const std::string& line) { lines.push_back(line); });
+}
+
+LogCapture::~LogCapture()
+{
+    Log::instance().setWriter({});
+    Log::instance().setLevel(m_level);
+}
+
+bool LogCapture::has(const std::string& part) const
+{
+    for (const auto& l : lines)
+        if (l.find(part) != std::string::npos)
+            return true;
+    return false;
+}
+
+const Node* Parsed::find(const std::string& path)
+{
+    if (!db.tree())
+        return nullptr;
+    const std::vector<Node*> found = symtree::findPath(db.tree()->arena, db.tree()->files, path);
+    return found.empty() ? nullptr : found[0];
 }
 
 }  // namespace testelf

@@ -1,7 +1,9 @@
-// Helpers of the symbol tests: the corpus, temporary files, error capture.
+// Helpers of the symbol tests: the corpus, temporary files, error and log
+// capture, a parsed file.
 #pragma once
 
 #include "symbols/ElfFile.h"
+#include "symbols/SymbolDatabase.h"
 
 #include <string>
 #include <vector>
@@ -27,6 +29,29 @@ public:
 
 private:
     elf::ReportHandler m_previous;
+};
+
+// Collects every log line for its lifetime.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    std::vector<std::string> lines;
+    bool has(const std::string& part) const;
+
+private:
+    int m_level;
+};
+
+// A file parsed into a tree, with what the parse reported.
+struct Parsed {
+    LogCapture log;
+    ErrorCapture errors;
+    SymbolDatabase db;
+    int result;
+    explicit Parsed(const std::string& path, bool match = false) : result(db.parseElf(path, match, nullptr)) {}
+    // The node of `path` (an array element is made), or nullptr.
+    const Node* find(const std::string& path);
 };
 
 }  // namespace testelf
