@@ -131,8 +131,9 @@ TEST_F(RecordTrigger, OffWrongNamesAndABool)
     for (const auto& c : cases) {
         const auto [code, output] = record({"--trigger", c.trigger});
         EXPECT_EQ(code, c.code) << c.trigger << ": " << output;
-        if (c.said.empty())
+        if (c.said.empty()) {
             EXPECT_EQ(output.find("trigger:"), std::string::npos) << output;
+        }
         for (const std::string& text : c.said)
             EXPECT_NE(output.find(text), std::string::npos) << c.trigger << ": " << output;
     }

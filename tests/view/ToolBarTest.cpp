@@ -103,8 +103,6 @@ TEST_F(ToolBarTest, ZoomAndFrameRateEntries)
     const std::pair<int, QString> texts[] = {{0, "1 us/Div"}, {8, "500 us/Div"}, {9, "1 ms/Div"}, {26, "500 s/Div"}};
     for (const auto& [i, text] : texts)
         EXPECT_EQ(zoom->itemText(i), text);
-    for (int i = 0; i < zoom->count(); ++i)
-        EXPECT_EQ(zoom->itemData(i).toUInt(), scale::kTimePerDivision[static_cast<std::size_t>(i)]);
     QComboBox* fps = bar->frameRateBox();
     const std::vector<int> rates = {1, 2, 5, 10, 15, 20, 25, 30, 40, 50, 60};
     ASSERT_EQ(fps->count(), 11);
@@ -260,28 +258,22 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
 // next save) without marking the project modified.
 TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
 {
-    struct Case {
-        std::uint32_t saved;
-        QString shown;
-        std::uint32_t kept;
-    };
-    const Case cases[] = {
-        {100000, "100 ms/Div", 100000},
-        {150000, "200 ms/Div", 200000},  // nearer by ratio to 200 ms than to 100 ms
-        {1, "1 us/Div", 1},
-        {4000000000u, "500 s/Div", 500000000},
-    };
+    // Saved, shown and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
+    const std::tuple<std::uint32_t, QString, std::uint32_t> cases[] = {{100000, "100 ms/Div", 100000},
+                                                                       {150000, "200 ms/Div", 200000},
+                                                                       {1, "1 us/Div", 1},
+                                                                       {4000000000u, "500 s/Div", 500000000}};
     ctl->project().setOpen(true);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.saved);
+    for (const auto& [saved, shown, kept] : cases) {
+        SCOPED_TRACE(saved);
         ProjectSettings s = ctl->project().settings();
-        s.TimeResolutionUs = c.saved;
+        s.TimeResolutionUs = saved;
         ctl->project().apply(s);  // as an opened project file gives it
         ctl->project().setModified(false);
         bar->updateDisplayState();
-        EXPECT_EQ(bar->zoomBox()->currentText(), c.shown);
+        EXPECT_EQ(bar->zoomBox()->currentText(), shown);
         EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
-        EXPECT_EQ(ctl->project().settings().TimeResolutionUs, c.kept);
+        EXPECT_EQ(ctl->project().settings().TimeResolutionUs, kept);
         EXPECT_FALSE(ctl->project().isModified());
     }
     bar->zoomBox()->setCurrentIndex(9);

@@ -39,12 +39,8 @@ struct TriggerWidgetTest : ::testing::Test {
     // An open project with three symbols; the controls take them.
     void openWithSymbols()
     {
-        std::vector<Node*> nodes;
-        for (const char* name : {"g_square", "counter"})
-            nodes.push_back(guitest::newSymbol(*ctl, name));
-        nodes.insert(nodes.begin(), guitest::newSymbol(*ctl, "speed"));
-        nodes.front()->NameWithParents = "g_motor.speed";
-        ctl->symbols().setSelected(nodes);
+        ctl->symbols().setSelected({guitest::newSymbol(*ctl, "g_motor.speed"), guitest::newSymbol(*ctl, "g_square"),
+                                    guitest::newSymbol(*ctl, "counter")});
         ctl->project().setPath("/projects/trigger.plotvik");
         ctl->project().setOpen(true);
         ctl->project().setModified(false);

@@ -29,6 +29,7 @@ protected:
     }
     void TearDown() override
     {
+        menu.reset();  // the table owns it too
         table.reset();
         engine.stopAndWait([] { QApplication::processEvents(); });
         ctl.reset();
@@ -73,6 +74,13 @@ protected:
         const QTableWidgetItem* item = table->item(row, column);
         return item ? item->text() : QStringLiteral("<none>");
     }
+    QStringList texts(int row) const
+    {
+        QStringList out;
+        for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
+            out << cell(row, c);
+        return out;
+    }
     QAction* menuEntry(int i) { return (menu = table->createContextMenu())->actions().at(i); }
 
     std::uint32_t nextTime = 0;
@@ -99,25 +107,20 @@ TEST_F(WatchTableTest, HeadersRowsAndTheAddRowBelow)
         EXPECT_EQ(table->horizontalHeaderItem(c)->text(), headers[c]) << c;
     EXPECT_EQ(table->rowCount(), 1) << "only the add row without symbols";
 
-    Node* a = add("speed", 4, kTypeFloat);
+    Node* a = newSymbol(*ctl, "speed", kTypeFloat);
     a->Address = 0x2000001C;
     a->Type = "float";
-    Node* b = add("count", 2, kTypeU16);
+    Node* b = newSymbol(*ctl, "count", kTypeU16, 2);
     b->Address = 0x20000ABC;
+    ctl->symbols().setSelected({a, b});
     table->_SlotOnUpdateTable();
     ASSERT_EQ(table->rowCount(), 3);
     EXPECT_EQ(table->symbolAt(0), a);
     EXPECT_EQ(table->symbolAt(2), nullptr) << "the add row has no symbol";
     EXPECT_EQ(b->symbol().TableRow, table->colorButton(1));
-    EXPECT_EQ(cell(0, TableWidget::kColName), "speed");
-    EXPECT_EQ(cell(0, TableWidget::kColAddress), "2000001C");
-    EXPECT_EQ(cell(0, TableWidget::kColSize), "4");
-    EXPECT_EQ(cell(0, TableWidget::kColType), "float");
-    EXPECT_EQ(cell(1, TableWidget::kColAddress), "20000ABC");
-    for (int c : {TableWidget::kColValue, TableWidget::kColMin, TableWidget::kColMax, TableWidget::kColAverage})
-        EXPECT_EQ(cell(1, c), "N/A") << "nothing sampled yet, column " << c;
-    EXPECT_EQ(cell(0, TableWidget::kColYResolution), "1/div");
-    EXPECT_EQ(cell(0, TableWidget::kColYOffset), "0");
+    // Name to Y offset; nothing sampled yet.
+    EXPECT_EQ(texts(0), QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
+    EXPECT_EQ(texts(1)[1], "20000ABC");
     // Only the Y offset and the show check can be changed in place.
     EXPECT_TRUE(table->item(0, TableWidget::kColShow)->flags() & Qt::ItemIsUserCheckable);
     for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
@@ -150,22 +153,18 @@ TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
 {
     Node* n = add("v");
     table->selectRow(0);
-    n->symbol().YResolution = 5;
-    table->_SlotOnReleasedYResUp();
-    EXPECT_EQ(n->symbol().YResolution, 10u);
-    EXPECT_EQ(cell(0, TableWidget::kColYResolution), "10/div");
-    EXPECT_TRUE(n->symbol().ManualYResolution) << "the graph's automatic range must not undo the user's choice";
-    n->symbol().ManualYResolution = false;
-    n->symbol().YResolution = 1;
     table->_SlotOnReleasedYResDown();
     EXPECT_EQ(n->symbol().YResolution, 1u) << "1 is the bottom of the series";
-    EXPECT_TRUE(n->symbol().ManualYResolution);
+    EXPECT_TRUE(n->symbol().ManualYResolution) << "the graph's automatic range must not undo the user's choice";
     // From 1 upwards the actions walk 1, 2, 5, 10, ... and back again.
     const std::uint32_t series[] = {1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000};
     for (std::size_t i = 1; i < std::size(series); ++i) {
+        n->symbol().ManualYResolution = false;
         table->_SlotOnReleasedYResUp();
         EXPECT_EQ(n->symbol().YResolution, series[i]);
+        EXPECT_TRUE(n->symbol().ManualYResolution);
     }
+    EXPECT_EQ(cell(0, TableWidget::kColYResolution), "5k/div");
     for (std::size_t i = std::size(series) - 1; i-- > 0;) {
         table->_SlotOnReleasedYResDown();
         EXPECT_EQ(n->symbol().YResolution, series[i]);
