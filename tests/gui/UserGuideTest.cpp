@@ -1,28 +1,20 @@
 // The user guide: every link and picture of its pages resolves inside the
 // guide's folder (it is installed and shown on its own), every page and
 // picture is reached, and Help › Plotvik User Guide shows it in the viewer.
-#include "app/Controller.h"
-#include "app/JobEngine.h"
 #include "gui/DIALOG_CustMsgBox.h"
-#include "gui/MainWindow.h"
 #include "gui/MenuBar.h"
 #include "gui/UserGuideWindow.h"
-#include "tests/app/FakeSampler.h"
+#include "tests/gui/GuiTestSupport.h"
 
 #include <QAction>
-#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QLabel>
 #include <QPushButton>
-#include <QTest>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextDocument>
-#include <QTimer>
-
-#include <gtest/gtest.h>
 
 #include <set>
 
@@ -89,49 +81,38 @@ TEST(UserGuide, LinksAndPicturesResolveInsideTheGuide)
     EXPECT_GE(pages.size(), 10u);
 }
 
-TEST(UserGuide, HelpMenuShowsTheGuideInTheViewer)
-{
-    JobEngine engine;
-    Controller ctl(engine, std::make_unique<FakeSampler>());
-    {
-        MainWindow window(ctl, {"plotvik"});
-        ASSERT_TRUE(QTest::qWaitFor([&] { return window.windowTitle().startsWith("Norvex Plotvik"); }));
-        window.menus()->action(MenuBar::kUserGuide)->trigger();
-        UserGuideWindow* guide = window.userGuideWindow();
-        ASSERT_NE(guide, nullptr);
-        EXPECT_TRUE(guide->isVisible());
-        QTextBrowser* browser = guide->browser();
-        EXPECT_TRUE(browser->source().toLocalFile().endsWith("/index.md")) << browser->source().toString().toStdString();
-        EXPECT_TRUE(browser->toPlainText().startsWith("Plotvik User Guide"));
-        // The page's picture is found relative to the page, and fitted to its width.
-        const QVariant loaded = browser->loadResource(QTextDocument::ImageResource, QUrl("images/main-window.png"));
-        const QImage picture = loaded.typeId() == QMetaType::QImage ? loaded.value<QImage>()
-                                                                     : QImage::fromData(loaded.toByteArray());
-        EXPECT_FALSE(picture.isNull());
-        EXPECT_LE(picture.width(), browser->viewport()->width());
-        // A link goes to the linked page in the same viewer, and back.
-        browser->setSource(browser->source().resolved(QUrl("cli.md")));
-        EXPECT_TRUE(browser->toPlainText().startsWith("plotvik-cli"));
-        EXPECT_TRUE(browser->isBackwardAvailable());
-        browser->backward();
-        EXPECT_TRUE(browser->toPlainText().startsWith("Plotvik User Guide"));
+using UserGuideWindowTest = guitest::WindowTest;
 
-        // A guide that is not there is named in the error.
-        QString shown;
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&] {
-            for (QWidget* w : QApplication::topLevelWidgets())
-                if (auto* box = qobject_cast<DIALOG_CustMsgBox*>(w); box && box->isVisible()) {
-                    shown = box->textLabel()->text();
-                    box->button(0)->click();
-                }
-        });
-        poll.start(5);
-        EXPECT_FALSE(window.showUserGuide("/nonexistent/guide/index.md"));
-        poll.stop();
-        EXPECT_EQ(shown, "Failed to open Plotvik User Guide at:\n\"/nonexistent/guide/index.md\"");
-        window.QMainWindow::close();
-    }
+TEST_F(UserGuideWindowTest, HelpMenuShowsTheGuideInTheViewer)
+{
+    window->menus()->action(MenuBar::kUserGuide)->trigger();
+    UserGuideWindow* guide = window->userGuideWindow();
+    ASSERT_NE(guide, nullptr);
+    EXPECT_TRUE(guide->isVisible());
+    QTextBrowser* browser = guide->browser();
+    EXPECT_TRUE(browser->source().toLocalFile().endsWith("/index.md")) << browser->source().toString().toStdString();
+    EXPECT_TRUE(browser->toPlainText().startsWith("Plotvik User Guide"));
+    // The page's picture is found relative to the page, and fitted to its width.
+    const QVariant loaded = browser->loadResource(QTextDocument::ImageResource, QUrl("images/main-window.png"));
+    const QImage picture = loaded.typeId() == QMetaType::QImage ? loaded.value<QImage>()
+                                                                 : QImage::fromData(loaded.toByteArray());
+    EXPECT_FALSE(picture.isNull());
+    EXPECT_LE(picture.width(), browser->viewport()->width());
+    // A link goes to the linked page in the same viewer, and back.
+    browser->setSource(browser->source().resolved(QUrl("cli.md")));
+    EXPECT_TRUE(browser->toPlainText().startsWith("plotvik-cli"));
+    EXPECT_TRUE(browser->isBackwardAvailable());
+    browser->backward();
+    EXPECT_TRUE(browser->toPlainText().startsWith("Plotvik User Guide"));
+
+    // A guide that is not there is named in the error.
+    QString shown;
+    guitest::whenShown<DIALOG_CustMsgBox>([&](DIALOG_CustMsgBox* box) {
+        shown = box->textLabel()->text();
+        box->button(0)->click();
+    }, window.get());
+    EXPECT_FALSE(window->showUserGuide("/nonexistent/guide/index.md"));
+    EXPECT_EQ(shown, "Failed to open Plotvik User Guide at:\n\"/nonexistent/guide/index.md\"");
 }
 
 }  // namespace

@@ -5,16 +5,14 @@
 #include "gui/MainWindow.h"
 #include "gui/ProgressDialog.h"
 #include "probe/ProbeSampler.h"
-#include "tests/view/GraphTestSupport.h"
 #include "view/GraphContainer.h"
 #include "view/GraphWidget.h"
 #include "view/ToolBar.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QElapsedTimer>
-#include <QCheckBox>
 #include <QScrollBar>
-
 #include <QSignalSpy>
 #include <QTest>
 
@@ -50,9 +48,12 @@ TEST(DemoWindow, OpensSamplesAndStopsFromTheKeys)
     shoot("demo-ready.png");
 
     // The keys go to the active window (the progress dialog had the focus last).
-    QApplication::setActiveWindow(window.get());
-    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
-    QTest::keyClick(window.get(), Qt::Key_F5);
+    const auto press = [&](Qt::Key key) {
+        QApplication::setActiveWindow(window.get());
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+        QTest::keyClick(window.get(), key);
+    };
+    press(Qt::Key_F5);
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning(); }, 10000));
     GraphWidget* graph = window->graph()->graph();
     EXPECT_TRUE(window->graph()->scrollBar()->isHidden());
@@ -86,9 +87,7 @@ TEST(DemoWindow, OpensSamplesAndStopsFromTheKeys)
     EXPECT_EQ(readout.size(), static_cast<int>(ctl->symbols().selected().size()));
     EXPECT_TRUE(readout.first().startsWith("g_tick_ms: ")) << readout.first().toStdString();
 
-    QApplication::setActiveWindow(window.get());
-    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
-    QTest::keyClick(window.get(), Qt::Key_F9);
+    press(Qt::Key_F9);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !ctl->samplingRunning(); }, 10000));
     QTest::qWait(300);
     EXPECT_TRUE(graph->isHeld());

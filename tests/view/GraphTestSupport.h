@@ -21,13 +21,6 @@ inline std::uint64_t bitsOf(float v)
     return b;
 }
 
-inline std::uint64_t bitsOf(double v)
-{
-    std::uint64_t b;
-    std::memcpy(&b, &v, 8);
-    return b;
-}
-
 inline Node* selectColoured(StoreFixture& f, const std::string& name, std::uint32_t size, std::int32_t typeId,
                             Rgb colour)
 {

@@ -11,7 +11,6 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
-#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -30,8 +29,6 @@ namespace {
 
 constexpr Rgb kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlue{0, 128, 255, 255}, kYellow{255, 255, 0, 255};
 
-QColor qcolour(Rgb c) { return QColor(c.red, c.green, c.blue); }
-
 struct GraphTest : ::testing::Test {
     StoreFixture f;
     std::unique_ptr<GraphWidget> w;
@@ -42,12 +39,14 @@ struct GraphTest : ::testing::Test {
         w->resize(1050, 600);  // 10 x 6 divisions, margins 25 and 0, zero line at 300
     }
 
-    // Time stamps every `period` microseconds.
-    void record(std::uint32_t count, std::uint32_t period,
-                const std::function<std::uint64_t(std::size_t, std::uint32_t)>& valueOf)
+    // Time stamps every `period` microseconds; the value of every symbol is the record's index.
+    void record(std::uint32_t count, std::uint32_t period = 1000,
+                const std::function<std::uint64_t(std::size_t, std::uint32_t)>& valueOf =
+                    [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; })
     {
         fill(f, count, [period](std::uint32_t i) { return i * period; }, valueOf);
     }
+    Node* counter() { return selectColoured(f, "a", 4, kTypeS32, kRed); }
 
     // Pixels where drawing every sample and the reduced drawing differ.
     int differingPixels()
@@ -62,15 +61,20 @@ struct GraphTest : ::testing::Test {
                 differ += reference.pixel(x, y) != reduced.pixel(x, y);
         return differ;
     }
+    // The rows of a colour's pixels right of the zero markers.
+    std::set<int> rowsOf(QColor c, int fromX = 6)
+    {
+        std::set<int> rows;
+        for (const QPoint& p : pixelsOf(frame(*w), c))
+            if (p.x() >= fromX)
+                rows.insert(p.y());
+        return rows;
+    }
 };
 
 }  // namespace
 
-// ---------------------------------------------------------------------------
-// Curves: the reduced drawing paints exactly what drawing every sample paints
-
 struct ReductionCase {
-    const char* name;
     std::uint32_t count, period;
     double timePerDivision;
     std::int32_t drawStyle;
@@ -81,8 +85,8 @@ class ReductionTest : public GraphTest, public ::testing::WithParamInterface<Red
 TEST_P(ReductionTest, PicturesArePixelIdentical)
 {
     const ReductionCase c = GetParam();
-    Node* noise = selectColoured(f, "noise", 2, kTypeS16, kRed);
-    Node* sine = selectColoured(f, "sine", 4, kTypeFloat, kGreen);
+    selectColoured(f, "noise", 2, kTypeS16, kRed);
+    selectColoured(f, "sine", 4, kTypeFloat, kGreen);
     Node* square = selectColoured(f, "square", 1, kTypeBool, kBlue);
     Node* big = selectColoured(f, "big", 4, kTypeU32, kYellow);
     Node* bits = selectColoured(f, "bits", 4, kTypeBitField, Rgb{255, 0, 255, 255});
@@ -114,35 +118,22 @@ TEST_P(ReductionTest, PicturesArePixelIdentical)
     });
     w->setTimePerDivision(c.timePerDivision);
     w->setStartTime(c.period * 3.5);
-    EXPECT_EQ(differingPixels(), 0) << c.name;
-    // The case drew something: the noise colour is on screen.
-    EXPECT_FALSE(pixelsOf(frame(*w), qcolour(kRed)).empty()) << c.name;
-    (void)noise, (void)sine;
+    EXPECT_EQ(differingPixels(), 0);
+    EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty()) << "the case drew something";
 }
 
+// Dense and sparse lines, a few samples per column, dense and sparse points.
 INSTANTIATE_TEST_SUITE_P(Graph, ReductionTest,
-                         ::testing::Values(ReductionCase{"dense lines", 200000, 50, 1000000, 0},
-                                           ReductionCase{"sparse lines", 3000, 1000, 200000, 0},
-                                           ReductionCase{"a few samples per column", 40000, 100, 500000, 0},
-                                           ReductionCase{"dense points", 200000, 50, 1000000, 1},
-                                           ReductionCase{"sparse points", 3000, 1000, 200000, 1}),
-                         [](const auto& info) {
-                             std::string n = info.param.name;
-                             for (char& ch : n)
-                                 if (ch == ' ')
-                                     ch = '_';
-                             return n;
-                         });
+                         ::testing::Values(ReductionCase{200000, 50, 1000000, 0}, ReductionCase{3000, 1000, 200000, 0},
+                                           ReductionCase{40000, 100, 500000, 0}, ReductionCase{200000, 50, 1000000, 1},
+                                           ReductionCase{3000, 1000, 200000, 1}));
 
 TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
 {
-    selectColoured(f, "wave", 2, kTypeS16, kRed);
-    f.symbols.selected()[0]->symbol().YResolution = 100;
-    const std::uint32_t n = SampleStore::kCapacity + 70000;
-    fill(f, n, [](std::uint32_t i) { return i * 10; },
-         [](std::size_t, std::uint32_t i) -> std::uint64_t {
-             return static_cast<std::uint16_t>(static_cast<std::int16_t>((i * 37) % 601) - 300);
-         });
+    selectColoured(f, "wave", 2, kTypeS16, kRed)->symbol().YResolution = 100;
+    record(SampleStore::kCapacity + 70000, 10, [](std::size_t, std::uint32_t i) -> std::uint64_t {
+        return static_cast<std::uint16_t>(static_cast<std::int16_t>((i * 37) % 601) - 300);
+    });
     ASSERT_TRUE(f.store.hasWrapped());
     w->setTimePerDivision(1000000);
     // The visible ten seconds hold the place where the slots wrap round.
@@ -157,109 +148,71 @@ TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
 
 TEST_F(GraphTest, SixtyFourBitSymbolIsDrawnOnItsZeroLine)
 {
-    Node* wide = selectColoured(f, "counter64", 8, kTypeU64, kRed);
-    wide->symbol().YResolution = 1;
+    selectColoured(f, "counter64", 8, kTypeU64, kRed)->symbol().YResolution = 1;
     record(5000, 1000, [](std::size_t, std::uint32_t i) { return 0x0123456789ABCDEFull + i * 1000003ull; });
-    const QImage image = frame(*w);
-    const std::vector<QPoint> red = pixelsOf(image, Qt::red);
-    int onCurve = 0;
-    for (const QPoint& p : red) {
-        if (p.x() <= 5)
-            continue;  // the zero marker at the left edge
-        EXPECT_TRUE(p.y() == 299 || p.y() == 300) << p.x() << "," << p.y();
-        ++onCurve;
-    }
-    EXPECT_GT(onCurve, 400);  // five seconds at one second per division
+    EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{299, 300}));
+    EXPECT_GT(pixelsOf(frame(*w), Qt::red).size(), 400u);  // five seconds at one second per division
 }
 
-TEST_F(GraphTest, CurvesFollowTheirSettings)
+TEST_F(GraphTest, CurvesFollowTheirSettingsAndStopAtTheTopOfTheGrid)
 {
     Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
     Node* b = selectColoured(f, "b", 4, kTypeS32, kGreen);
-    a->symbol().YResolution = 1000;
-    b->symbol().YResolution = 1000;
+    a->symbol().YResolution = b->symbol().YResolution = 1000;
     record(3000, 1000, [](std::size_t s, std::uint32_t) -> std::uint64_t { return s == 0 ? 1000u : 2000u; });
     // One division up for a, two for b, from x = 25 for three seconds.
-    auto rowsOf = [&](QColor c) {
-        std::set<int> rows;
-        for (const QPoint& p : pixelsOf(frame(*w), c))
-            if (p.x() > 5)
-                rows.insert(p.y());
-        return rows;
-    };
     EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{199, 200}));
     EXPECT_EQ(rowsOf(Qt::green), (std::set<int>{99, 100}));
     b->symbol().ShowInGraph = false;
-    w->invalidate();
-    EXPECT_TRUE(rowsOf(Qt::green).empty());
     a->symbol().YOffset = -1;
     w->invalidate();
+    EXPECT_TRUE(rowsOf(Qt::green).empty());
     EXPECT_EQ(rowsOf(Qt::red), (std::set<int>{299, 300}));
+
+    // A curve that runs off the top is cut at the grid's top edge: the margin
+    // above it stays clear (the zero markers of the symbols above live there).
+    StoreFixture own;
+    GraphWidget graph(own.store, own.symbols);
+    graph.resize(1050, 650);  // 6 divisions, a 25-pixel margin above and below
+    ASSERT_EQ(graph.grid().gridTop(), 25);
+    Node* tall = selectColoured(own, "tall", 4, kTypeS32, kRed);
+    tall->symbol().YResolution = 100;
+    tall->symbol().ManualYResolution = true;
+    fill(own, 2000, [](std::uint32_t i) { return i * 500; },
+         [](std::size_t, std::uint32_t i) -> std::uint64_t { return (i / 10) % 2 ? 1000 : 0; });
+    for (const std::int32_t style : {0, 1}) {
+        tall->symbol().DrawStyle = style;
+        graph.invalidate();
+        std::set<int> rows;
+        for (const QPoint& p : pixelsOf(frame(graph), Qt::red))
+            if (p.x() >= 40)  // right of the zero marker's column
+                rows.insert(p.y());
+        ASSERT_FALSE(rows.empty()) << style;
+        EXPECT_GE(*rows.begin(), 25) << style;
+    }
 }
 
-TEST_F(GraphTest, AutomaticRangeStepsTheResolutionUp)
+// The automatic range steps the resolution of shown curves up; a resolution
+// the user chose stays, however far the curve runs off the grid.
+TEST_F(GraphTest, AutomaticRangeStepsUpAndLeavesAChosenResolution)
 {
     Node* n = selectColoured(f, "n", 4, kTypeS32, kRed);
     Node* hidden = selectColoured(f, "hidden", 4, kTypeS32, kGreen);
-    n->symbol().YResolution = 1;
-    hidden->symbol().YResolution = 1;
+    Node* chosen = selectColoured(f, "chosen", 4, kTypeS32, kBlue);
+    n->symbol().YResolution = hidden->symbol().YResolution = chosen->symbol().YResolution = 2;
     hidden->symbol().ShowInGraph = false;
+    chosen->symbol().ManualYResolution = true;
     record(100, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t {
         return static_cast<std::uint32_t>(i == 50 ? -1000 : 10);
     });
-    frame(*w);
-    // max(|-1000|, 10) * 2 / 6 divisions = 333: the next series value is 500.
-    EXPECT_EQ(n->symbol().YResolution, 500u);
-    EXPECT_EQ(hidden->symbol().YResolution, 1u);
-}
-
-// A curve that runs off the top is cut at the grid's top edge: the margin
-// above it stays clear (the zero markers of the symbols above live there).
-TEST_F(GraphTest, CurvesStopAtTheTopOfTheGrid)
-{
-    w->resize(1050, 650);  // 6 divisions, a 25-pixel margin above and below
-    const GraphGeometry g = GraphGeometry::of(1050, 650);
-    ASSERT_EQ(g.gridTop(), 25);
-    for (const std::int32_t style : {0, 1}) {
-        SCOPED_TRACE(style);
-        StoreFixture own;
-        GraphWidget graph(own.store, own.symbols);
-        graph.resize(1050, 650);
-        Node* n = selectColoured(own, "tall", 4, kTypeS32, kRed);
-        n->symbol().YResolution = 100;
-        n->symbol().ManualYResolution = true;
-        n->symbol().DrawStyle = style;
-        fill(own, 2000, [](std::uint32_t i) { return i * 500; },
-             [](std::size_t, std::uint32_t i) -> std::uint64_t { return (i / 10) % 2 ? 1000 : 0; });
-        const QImage picture = frame(graph);
-        int above = 0, inside = 0;
-        for (const QPoint& p : pixelsOf(picture, qcolour(kRed))) {
-            if (p.x() < 40)
-                continue;  // the zero marker's column
-            (p.y() < g.gridTop() ? above : inside) += 1;
-        }
-        EXPECT_GT(inside, 0);
-        EXPECT_EQ(above, 0);
-    }
-}
-
-// A resolution the user chose stays, however far the curve runs off the grid.
-TEST_F(GraphTest, AutomaticRangeLeavesAChosenResolution)
-{
-    Node* chosen = selectColoured(f, "chosen", 4, kTypeS32, kRed);
-    Node* automatic = selectColoured(f, "automatic", 4, kTypeS32, kGreen);
-    chosen->symbol().YResolution = automatic->symbol().YResolution = 2;
-    chosen->symbol().ManualYResolution = true;
-    record(100, 1000, [](std::size_t, std::uint32_t) -> std::uint64_t { return 1000; });
     for (int paint = 0; paint < 2; ++paint) {
         frame(*w);
+        // max(|-1000|, 10) * 2 / 6 divisions = 333: the next series value is 500.
+        EXPECT_EQ(n->symbol().YResolution, 500u);
+        EXPECT_EQ(hidden->symbol().YResolution, 2u);
         EXPECT_EQ(chosen->symbol().YResolution, 2u);
-        EXPECT_EQ(automatic->symbol().YResolution, 500u);
     }
 }
-
-// ---------------------------------------------------------------------------
-// Cursor, label and readout
 
 TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
 {
@@ -288,13 +241,9 @@ TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
 {
     Node* a = selectColoured(f, "a", 4, kTypeFloat, kRed);
     Node* flag = selectColoured(f, "flag", 1, kTypeBool, kGreen);
-    Node* wide = selectColoured(f, "wide", 8, kTypeS64, kBlue);
+    selectColoured(f, "wide", 8, kTypeS64, kBlue);
     record(3001, 1000, [](std::size_t s, std::uint32_t i) -> std::uint64_t {
-        if (s == 0)
-            return bitsOf(i * 0.5f);
-        if (s == 1)
-            return i % 2;
-        return 77;
+        return s == 0 ? bitsOf(i * 0.5f) : s == 1 ? i % 2 : 77;
     });
     w->setCursorX(25 + 20);  // 200 ms: sample 200
     ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
@@ -302,8 +251,6 @@ TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
     EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
     w->setCursorX(25 + 21);  // 210 ms
     EXPECT_EQ(w->readoutText(), "a: 105\nflag: false\nwide: 0");
-    w->setCursorX(25 + 1);  // 10 ms
-    EXPECT_EQ(w->readoutText(), "a: 5\nflag: false\nwide: 0");
     w->setStartTime(1000.0);
     w->setCursorX(25);  // 1 ms
     EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
@@ -312,35 +259,33 @@ TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
     EXPECT_EQ(w->sampleAtCursor(), std::nullopt);
     EXPECT_EQ(w->readoutText(), "");
     EXPECT_EQ(w->valueAtCursor(*flag), std::nullopt);
-    (void)wide;
 }
-
-// ---------------------------------------------------------------------------
-// Navigation and zoom
 
 TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
 {
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(25001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 25 s
+    counter();
+    record(25001);  // 25 s
     QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
     w->setAutoscroll(true);
-    EXPECT_EQ(w->moveRightAction()->shortcut(), QKeySequence(Qt::Key_Right));
-    EXPECT_EQ(w->moveLeftAction()->shortcut(), QKeySequence(Qt::Key_Left));
-    EXPECT_EQ(w->moveToStartAction()->shortcut(), QKeySequence(Qt::Key_Home));
-    EXPECT_EQ(w->moveToEndAction()->shortcut(), QKeySequence(Qt::Key_End));
+    const std::pair<QAction*, Qt::Key> keys[] = {{w->moveRightAction(), Qt::Key_Right},
+                                                 {w->moveLeftAction(), Qt::Key_Left},
+                                                 {w->moveToStartAction(), Qt::Key_Home},
+                                                 {w->moveToEndAction(), Qt::Key_End}};
+    for (const auto& [action, key] : keys)
+        EXPECT_EQ(action->shortcut(), QKeySequence(key));
     for (int i = 0; i < 40; ++i)
         w->moveRightAction()->trigger();
     EXPECT_FALSE(w->autoscroll());
     EXPECT_EQ(off.count(), 40);
     EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
-    w->moveToEndAction()->trigger();
-    EXPECT_DOUBLE_EQ(w->startTime(), 15000000.0);
-    w->moveLeftAction()->trigger();
-    EXPECT_DOUBLE_EQ(w->startTime(), 14000000.0);
-    w->moveToStartAction()->trigger();
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-    w->moveLeftAction()->trigger();
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    const std::pair<QAction*, double> steps[] = {{w->moveToEndAction(), 15000000.0},
+                                                 {w->moveLeftAction(), 14000000.0},
+                                                 {w->moveToStartAction(), 0.0},
+                                                 {w->moveLeftAction(), 0.0}};
+    for (const auto& [action, start] : steps) {
+        action->trigger();
+        EXPECT_DOUBLE_EQ(w->startTime(), start) << action->text().toStdString();
+    }
     EXPECT_EQ(w->cursorSampleIndex(), 0);
     w->setStartTime(2000000.0);
     EXPECT_EQ(w->cursorSampleIndex(), 2000);
@@ -350,23 +295,19 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     g.resize(1050, 600);
     g.moveToEndAction()->trigger();
     EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
-}
-
-TEST_F(GraphTest, RightArrowKeyMovesTheShownGraph)
-{
+    // The keys reach the shown graph.
     w->show();
     w->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+    QTest::keyClick(w.get(), Qt::Key_Home);
     QTest::keyClick(w.get(), Qt::Key_Right);
     EXPECT_DOUBLE_EQ(w->startTime(), 1000000.0);
-    QTest::keyClick(w.get(), Qt::Key_Home);
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
 }
 
-TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlace)
+TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
 {
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(20001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 20 s
+    counter();
+    record(20001);  // 20 s
     QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
     w->setCursorX(525);  // 5 s
     w->setTimePerDivision(500000);
@@ -379,71 +320,68 @@ TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlace)
     w->setStartTime(10000000.0);
     w->setTimePerDivision(2000000);  // span 20 s: at most 0
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-}
 
-TEST_F(GraphTest, ZoomThatCannotMoveLeavesAutoscrollOn)
-{
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(3001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 3 s
-    w->setAutoscroll(true);
-    QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
-    w->setCursorX(525);
-    w->setTimePerDivision(500000);  // would start at 2.5 s, but 3 s - 5 s is below 0
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-    EXPECT_TRUE(w->autoscroll());
-    EXPECT_EQ(off.count(), 0);
+    // A zoom that cannot move leaves autoscroll on.
+    StoreFixture own;
+    GraphWidget g(own.store, own.symbols);
+    g.resize(1050, 600);
+    QSignalSpy ownOff(&g, &GraphWidget::AutoscrollSwitchedOff);
+    selectColoured(own, "a", 4, kTypeS32, kRed);
+    fill(own, 3001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
+    g.setAutoscroll(true);
+    g.setCursorX(525);
+    g.setTimePerDivision(500000);  // would start at 2.5 s, but 3 s - 5 s is below 0
+    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
+    EXPECT_TRUE(g.autoscroll());
+    EXPECT_EQ(ownOff.count(), 0);
 }
 
 TEST_F(GraphTest, AutoscrollKeepsTheNewestSampleAtTheRightEdge)
 {
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(8001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });  // 8 s
+    counter();
+    record(8001);  // 8 s
     w->setAutoscroll(true);
     frame(*w);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);  // shorter than one screen
-    fill(f, 17000, [](std::uint32_t i) { return 8001000 + i * 1000; },
-         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    const auto more = [&](std::uint32_t count, std::uint32_t from) {
+        fill(f, count, [from](std::uint32_t i) { return from + i * 1000; },
+             [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    };
+    more(17000, 8001000);
     w->invalidate();
     frame(*w);
     EXPECT_DOUBLE_EQ(w->startTime(), f.store.currentTimeStamp() - 10000000.0);
     EXPECT_GT(w->cursorSampleIndex(), 14000);
     w->setAutoscroll(false);
-    fill(f, 1000, [](std::uint32_t i) { return 25001000 + i * 1000; },
-         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    more(1000, 25001000);
     const double before = w->startTime();
     frame(*w);
     EXPECT_DOUBLE_EQ(w->startTime(), before);
 }
 
-// ---------------------------------------------------------------------------
-// Mouse
-
 TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
 {
-    Node* a = selectColoured(f, "a", 4, kTypeS32, kRed);
+    Node* a = counter();
     w->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
     QSignalSpy edited(w.get(), &GraphWidget::SymbolSettingsEdited);
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(5, 300));
-    QTest::mouseMove(w.get(), QPoint(5, 200));
-    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 1.0);
-    EXPECT_EQ(edited.count(), 1) << "the project is told of the new offset";
-    QTest::mouseMove(w.get(), QPoint(5, 0));
-    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 3.0);  // zero line at the top edge of the grid
-    QTest::mouseMove(w.get(), QPoint(5, -150));
-    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 4.5);  // above the grid
-    QTest::mouseMove(w.get(), QPoint(5, 120));  // back over the grid: onto its top edge
-    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 3.0);
+    // Up one division, to the grid's top edge, above the grid, back over it: onto its top edge.
+    const std::pair<int, double> moves[] = {{200, 1.0}, {0, 3.0}, {-150, 4.5}, {120, 3.0}};
+    for (const auto& [y, offset] : moves) {
+        QTest::mouseMove(w.get(), QPoint(5, y));
+        EXPECT_DOUBLE_EQ(a->symbol().YOffset, offset) << y;
+    }
+    EXPECT_GE(edited.count(), 1) << "the project is told of the new offset";
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(5, 120));
     // The marker pointing up sits at the top edge now; grabbing below it drags nothing.
     a->symbol().YOffset = 4;
     w->update();
-    const double before = a->symbol().YOffset;
     edited.clear();
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(500, 400));
     QTest::mouseMove(w.get(), QPoint(500, 300));
     QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(500, 300));
-    EXPECT_DOUBLE_EQ(a->symbol().YOffset, before);
+    EXPECT_DOUBLE_EQ(a->symbol().YOffset, 4.0);
     EXPECT_EQ(edited.count(), 0);
     // Its tip at (5, 0) grabs it.
     QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(7, 3));
@@ -454,45 +392,29 @@ TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
 
 TEST_F(GraphTest, DraggingTheViewMovesTheStartAndSwitchesAutoscrollOff)
 {
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(20001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    counter();
+    record(20001);
     w->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
     w->setAutoscroll(true);
     QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
-    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(600, 400));
-    QTest::mouseMove(w.get(), QPoint(450, 400));
-    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(450, 400));
+    const auto drag = [&](int from, int to) {
+        QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(from, 400));
+        QTest::mouseMove(w.get(), QPoint(to, 400));
+        QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(to, 400));
+    };
+    drag(600, 450);
     EXPECT_DOUBLE_EQ(w->startTime(), 1500000.0);  // 150 pixels at 10 ms a pixel
     EXPECT_FALSE(w->autoscroll());
     EXPECT_GE(off.count(), 1);
     EXPECT_EQ(w->cursorX(), 450);
-    // Dragging to the right stops at 0.
-    QTest::mousePress(w.get(), Qt::LeftButton, {}, QPoint(100, 400));
-    QTest::mouseMove(w.get(), QPoint(900, 400));
-    QTest::mouseRelease(w.get(), Qt::LeftButton, {}, QPoint(900, 400));
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    drag(100, 900);
+    EXPECT_DOUBLE_EQ(w->startTime(), 0.0) << "dragging to the right stops at 0";
     // Without a button the cursor just follows the pointer.
     QTest::mouseMove(w.get(), QPoint(300, 200));
     EXPECT_EQ(w->cursorX(), 300);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
 }
-
-TEST_F(GraphTest, WheelAsksForOneZoomStep)
-{
-    QSignalSpy zoom(w.get(), &GraphWidget::ZoomStepRequested);
-    const QPointF at(500, 300);
-    QWheelEvent forward(at, w->mapToGlobal(at), {}, QPoint(0, 120), Qt::NoButton, {}, Qt::NoScrollPhase, false);
-    QApplication::sendEvent(w.get(), &forward);
-    QWheelEvent backward(at, w->mapToGlobal(at), {}, QPoint(0, -120), Qt::NoButton, {}, Qt::NoScrollPhase, false);
-    QApplication::sendEvent(w.get(), &backward);
-    ASSERT_EQ(zoom.count(), 2);
-    EXPECT_EQ(zoom[0][0].toInt(), -1);
-    EXPECT_EQ(zoom[1][0].toInt(), +1);
-}
-
-// ---------------------------------------------------------------------------
-// Repaint requests and holding
 
 TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)
 {
@@ -504,10 +426,6 @@ TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)
         w->requestUpdate();
     EXPECT_EQ(requests.count(), 1);
     // The newest data still arrives: one late request once the interval has passed.
-    QTest::qWait(60);
-    if (since.elapsed() < 100) {  // a loaded host may have slept past the interval
-        EXPECT_EQ(requests.count(), 1);
-    }
     EXPECT_TRUE(QTest::qWaitFor([&] { return requests.count() == 2; }, 5000));
     EXPECT_GE(since.elapsed(), 90) << "the late request waits for the interval";
     QTest::qWait(150);
@@ -520,10 +438,10 @@ TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)
     EXPECT_EQ(requests.count(), 2);
 }
 
-TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMoment)
+TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
 {
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(1000, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
+    counter();
+    record(1000);
     w->setHeld(true);
     const std::uint32_t held = w->recordCount();
     EXPECT_EQ(held, f.store.recordCount());
@@ -535,13 +453,12 @@ TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMoment)
     EXPECT_EQ(w->recordCount(), f.store.recordCount());
     w->setHeld(false);
     EXPECT_EQ(w->newestTimeStamp(), f.store.currentTimeStamp());
-}
 
-TEST_F(GraphTest, ScrollBarSpansTheRecordingAndMovesTheView)
-{
-    selectColoured(f, "a", 4, kTypeS32, kRed);
-    record(30001, 1000, [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
-    GraphContainer container(f.store, f.symbols);
+    // The scroll bar of a held view spans the recording and moves the view.
+    StoreFixture own;
+    selectColoured(own, "a", 4, kTypeS32, kRed);
+    fill(own, 30001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
+    GraphContainer container(own.store, own.symbols);
     container.resize(1050, 700);
     container.setHeld(true);
     EXPECT_FALSE(container.scrollBar()->isHidden());

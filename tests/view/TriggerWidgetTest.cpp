@@ -1,11 +1,9 @@
 // The trigger controls, offscreen: their order and texts, the edge actions,
 // the symbol box and threshold writing the project's trigger (marked modified
 // and saved), the rebuild from the project, and their place in the main window.
-#include "app/Controller.h"
-#include "gui/MainWindow.h"
 #include "tests/TempFolder.h"
-#include "tests/app/FakeSampler.h"
 #include "tests/app/TestBridge.h"
+#include "tests/gui/GuiTestSupport.h"
 #include "view/ToolBar.h"
 #include "view/TriggerWidget.h"
 
@@ -15,9 +13,6 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
-#include <QTest>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -44,16 +39,8 @@ struct TriggerWidgetTest : ::testing::Test {
     // An open project with three symbols; the controls take them.
     void openWithSymbols()
     {
-        std::vector<Node*> nodes;
-        for (const char* name : {"g_motor.speed", "g_square", "counter"}) {
-            Node* n = ctl->symbols().createDetachedSymbol();
-            n->NameWithParents = name;
-            n->Name = std::string(name).substr(std::string(name).rfind('.') + 1);
-            n->Size = 4;
-            n->TypeID = kTypeU32;
-            nodes.push_back(n);
-        }
-        ctl->symbols().setSelected(nodes);
+        ctl->symbols().setSelected({guitest::newSymbol(*ctl, "g_motor.speed"), guitest::newSymbol(*ctl, "g_square"),
+                                    guitest::newSymbol(*ctl, "counter")});
         ctl->project().setPath("/projects/trigger.plotvik");
         ctl->project().setOpen(true);
         ctl->project().setModified(false);
@@ -143,38 +130,31 @@ TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
     EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
 }
 
-TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
+TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProjectAndItsFile)
 {
     openWithSymbols();
     widget->risingAction()->trigger();
     widget->symbolBox()->setCurrentIndex(2);
     EXPECT_EQ(settings().TriggerSymbol, selected(2));
-
     QLineEdit* edit = widget->thresholdEdit();
     edit->clear();
     QTest::keyClicks(edit, "-2.5");
     EXPECT_DOUBLE_EQ(settings().TriggerLevel, -2.5);
-    // Only numbers get in.
     edit->clear();
     QTest::keyClicks(edit, "x7y");
-    EXPECT_EQ(edit->text(), "7");
+    EXPECT_EQ(edit->text(), "7") << "only numbers get in";
     EXPECT_DOUBLE_EQ(settings().TriggerLevel, 7.0);
 
     // A fired trigger waits again once the user changes it.
     ProjectSettings fired = settings();
     fired.TriggerFired = true;
     ctl->project().apply(fired);
-    widget->symbolBox()->setCurrentIndex(0);
-    EXPECT_EQ(settings().TriggerSymbol, selected(0));
-    EXPECT_FALSE(settings().TriggerFired);
-}
-
-TEST_F(TriggerWidgetTest, TheTriggerIsSavedWithTheProject)
-{
-    openWithSymbols();
     widget->symbolBox()->setCurrentIndex(1);
+    EXPECT_EQ(settings().TriggerSymbol, selected(1));
+    EXPECT_FALSE(settings().TriggerFired);
+
     widget->fallingAction()->trigger();
-    widget->thresholdEdit()->setText("3");
+    edit->setText("3");
     const std::string path = (testtemp::folder() / "trigger.plotvik").string();
     ASSERT_EQ(SaveProject(path, ctl->project(), ctl->symbols()), 0);
     QFile file(QString::fromStdString(path));
@@ -226,37 +206,26 @@ TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
     EXPECT_FALSE(widget->bothAction()->isChecked());
 }
 
-TEST(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
-{
-    JobEngine engine;
-    Controller ctl(engine, std::make_unique<FakeSampler>());
-    {
-        MainWindow window(ctl, {"plotvik"});
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-        ASSERT_TRUE(QTest::qWaitFor([&] { return window.windowTitle().startsWith("Norvex Plotvik"); }));
-        TriggerWidget* trigger = window.triggerWidget();
-        ASSERT_NE(trigger, nullptr);
-        EXPECT_TRUE(trigger->isVisible());
-        EXPECT_EQ(window.toolBarArea(trigger), Qt::TopToolBarArea);
-        EXPECT_EQ(window.toolBarArea(window.toolBar()), Qt::TopToolBarArea);
-        EXPECT_FALSE(trigger->risingAction()->isEnabled());
+using TriggerInMainWindow = guitest::WindowTest;
 
-        Node* n = ctl.symbols().createDetachedSymbol();
-        n->Name = n->NameWithParents = "g_square";
-        n->Size = 4;
-        n->TypeID = kTypeS32;
-        ctl.symbols().setSelected({n});
-        ctl.project().setPath((testtemp::folder() / "window.plotvik").string());
-        ctl.project().setOpen(true);
-        window.updateGui();
-        ctl.updateTitle();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
-        EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
-        trigger->risingAction()->trigger();
-        EXPECT_EQ(ctl.project().settings().TriggerSymbol, n);
-        EXPECT_TRUE(ctl.project().isModified());
-        EXPECT_TRUE(QTest::qWaitFor([&] { return window.windowTitle().endsWith(" *]"); }));
-        ctl.project().setModified(false);  // no question at exit
-        window.QMainWindow::close();
-    }
+TEST_F(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
+{
+    TriggerWidget* trigger = window->triggerWidget();
+    ASSERT_NE(trigger, nullptr);
+    EXPECT_TRUE(trigger->isVisible());
+    EXPECT_EQ(window->toolBarArea(trigger), Qt::TopToolBarArea);
+    EXPECT_EQ(window->toolBarArea(window->toolBar()), Qt::TopToolBarArea);
+    EXPECT_FALSE(trigger->risingAction()->isEnabled());
+
+    Node* n = guitest::newSymbol(*ctl, "g_square", kTypeS32);
+    ctl->symbols().setSelected({n});
+    ctl->project().setPath((testtemp::folder() / "window.plotvik").string());
+    ctl->project().setOpen(true);
+    window->updateGui();
+    ctl->updateTitle();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
+    EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
+    trigger->risingAction()->trigger();
+    EXPECT_EQ(ctl->project().settings().TriggerSymbol, n);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().endsWith(" *]"); })) << "marked modified";
 }

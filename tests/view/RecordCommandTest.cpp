@@ -1,19 +1,17 @@
-// plotvik-cli record --trigger: the real program samples the demo project on
-// the simulated target (fast mode) and starts the recording at the edge.
+// plotvik-cli record: the real program samples the demo project on the
+// simulated target (fast mode), starts the recording at a trigger's edge and
+// draws it with the graph.
+#include <QImage>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -43,10 +41,13 @@ struct RecordTrigger : ::testing::Test {
         QProcess cli;
         cli.setProcessChannelMode(QProcess::MergedChannels);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove("DISPLAY");  // the picture needs no display
+        env.remove("WAYLAND_DISPLAY");
+        env.remove("QT_QPA_PLATFORM");
         env.insert("HOME", dir.path());
         env.insert("XDG_CONFIG_HOME", dir.path());
         cli.setProcessEnvironment(env);
-        cli.setWorkingDirectory(dir.path());
+        cli.setWorkingDirectory(dir.path());  // the probe finds the fast script here first
         QStringList args = {"record", QString::fromStdString((work / "demo_bsq.plotvik").string()), "--seconds", "1"};
         args += extra;
         cli.start(QString::fromStdString((kBin / "plotvik-cli").string()), args);
@@ -112,27 +113,64 @@ TEST_F(RecordTrigger, TheCsvStartsAtTheEdge)
     }
 }
 
-TEST_F(RecordTrigger, OffAndWrongNames)
+TEST_F(RecordTrigger, OffWrongNamesAndABool)
 {
-    // The project's trigger is off already; "off" keeps it so and says nothing of it.
-    auto [code, output] = record({"--trigger", "off"});
-    EXPECT_EQ(code, 0) << output;
-    EXPECT_EQ(output.find("trigger:"), std::string::npos) << output;
-
-    std::tie(code, output) = record({"--trigger", "g_nosuch:rise:1"});
-    EXPECT_EQ(code, 2);
-    EXPECT_NE(output.find("g_nosuch is not a selected symbol"), std::string::npos) << output;
-    EXPECT_NE(output.find("g_motor.speed_rpm"), std::string::npos) << "the names to choose from: " << output;
-
-    for (const char* bad : {"g_sawtooth:up:1", "g_sawtooth:rise:", "g_sawtooth:rise:x", "g_sawtooth"}) {
-        std::tie(code, output) = record({"--trigger", bad});
-        EXPECT_EQ(code, 2) << bad;
-        EXPECT_NE(output.find("--trigger"), std::string::npos) << output;
+    const struct {
+        const char* trigger;
+        int code;
+        std::vector<std::string> said;  // empty: nothing of the trigger is said
+    } cases[] = {
+        {"off", 0, {}},  // the project's trigger is off already; "off" keeps it so
+        {"g_nosuch:rise:1", 2, {"g_nosuch is not a selected symbol", "g_motor.speed_rpm"}},  // and the names to choose from
+        {"g_sawtooth:up:1", 2, {"--trigger"}},
+        {"g_sawtooth:rise:", 2, {"--trigger"}},
+        {"g_sawtooth:rise:x", 2, {"--trigger"}},
+        {"g_sawtooth", 2, {"--trigger"}},
+        {"g_square:rise:1", 0, {"never fires", "trigger: did not fire"}},  // a bool is never compared
+    };
+    for (const auto& c : cases) {
+        const auto [code, output] = record({"--trigger", c.trigger});
+        EXPECT_EQ(code, c.code) << c.trigger << ": " << output;
+        if (c.said.empty()) {
+            EXPECT_EQ(output.find("trigger:"), std::string::npos) << output;
+        }
+        for (const std::string& text : c.said)
+            EXPECT_NE(output.find(text), std::string::npos) << c.trigger << ": " << output;
     }
+}
 
-    // A bool is never compared: the run says so and that it never fired.
-    std::tie(code, output) = record({"--trigger", "g_square:rise:1"});
-    EXPECT_EQ(code, 0) << output;
-    EXPECT_NE(output.find("never fires"), std::string::npos) << output;
-    EXPECT_NE(output.find("trigger: did not fire"), std::string::npos) << output;
+using RecordPicture = RecordTrigger;
+
+TEST_F(RecordPicture, PngOfTheDemoRecordingShowsTheProjectsCurveColours)
+{
+    // The curve colours the project file gives its symbols.
+    std::stringstream xml;
+    xml << std::ifstream(work / "demo_bsq.plotvik").rdbuf();
+    const QRegularExpression rgb(R"re(GraphColorRed="(\d+)" GraphColorGreen="(\d+)" GraphColorBlue="(\d+)")re");
+    std::vector<QRgb> colours;
+    for (auto it = rgb.globalMatch(QString::fromStdString(xml.str())); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        colours.push_back(qRgb(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()));
+    }
+    ASSERT_GE(colours.size(), 5u);
+
+    const fs::path png = work / "demo.png";
+    const auto [code, output] = record({"--png", QString::fromStdString(png.string())});
+    ASSERT_EQ(code, 0) << output;
+    EXPECT_NE(output.find("png: " + png.string()), std::string::npos) << output;
+    QImage image(QString::fromStdString(png.string()));
+    ASSERT_FALSE(image.isNull());
+    EXPECT_GE(image.width(), 1000);
+    std::map<QRgb, int> counts;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 10; x < image.width(); ++x)  // right of the zero markers
+            ++counts[image.pixel(x, y) | 0xFF000000u];
+    int shown = 0;
+    for (const QRgb c : colours)
+        shown += counts[c] > 100;
+    // Every curve shows, save those drawn over by a later one on the same line.
+    EXPECT_GE(shown, static_cast<int>(colours.size()) - 2) << output;
+    // The background is the graph's black, its grid lines white at alpha 60 over it.
+    EXPECT_GT(counts[qRgb(0, 0, 0)], image.width() * image.height() / 5);
+    EXPECT_GT(counts[qRgb(60, 60, 60)], image.height() * 5);
 }

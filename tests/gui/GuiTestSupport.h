@@ -1,0 +1,86 @@
+// Helpers the widget tests share: answering a modal dialog from inside its
+// loop, a detached symbol, and a main window started on the fake probe.
+#pragma once
+
+#include "app/Controller.h"
+#include "app/JobEngine.h"
+#include "gui/MainWindow.h"
+#include "tests/app/FakeSampler.h"
+
+#include <QApplication>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace guitest {
+
+// Runs `act` on the first visible top-level widget of type T, from inside
+// whatever modal loop shows it.
+template <typename T>
+void whenShown(std::function<void(T*)> act, QObject* context = qApp)
+{
+    auto* poll = new QTimer(context);  // owned by the context; deleted once it acted
+    QObject::connect(poll, &QTimer::timeout, context, [poll, act] {
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            if (auto* t = qobject_cast<T*>(w); t && t->isVisible()) {
+                poll->stop();
+                poll->deleteLater();
+                act(t);
+                return;
+            }
+        }
+    });
+    poll->start(5);
+}
+
+inline Node* newSymbol(Controller& ctl, const std::string& name, std::int32_t typeId = kTypeU32,
+                       std::uint32_t size = 4)
+{
+    Node* n = ctl.symbols().createDetachedSymbol();
+    n->Name = n->NameWithParents = name;
+    n->Size = size;
+    n->TypeID = typeId;
+    return n;
+}
+
+// Selects `count` 32-bit symbols v0, v1, ...
+inline std::vector<Node*> selectSymbols(Controller& ctl, int count, std::int32_t typeId = kTypeU32)
+{
+    std::vector<Node*> nodes;
+    for (int i = 0; i < count; ++i)
+        nodes.push_back(newSymbol(ctl, "v" + std::to_string(i), typeId));
+    ctl.symbols().setSelected(nodes);
+    return nodes;
+}
+
+// A main window on a probe, past its start-up.
+struct WindowTest : ::testing::Test {
+    JobEngine engine;
+    std::unique_ptr<Controller> ctl;
+    std::unique_ptr<MainWindow> window;
+
+    void SetUp() override { open(std::make_unique<FakeSampler>()); }
+    void open(std::unique_ptr<Sampler> sampler)
+    {
+        ctl = std::make_unique<Controller>(engine, std::move(sampler));
+        window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        // Start-up has run once the initialisation job's refresh came through.
+        ASSERT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().startsWith("Norvex Plotvik"); }, 5000));
+    }
+    void TearDown() override
+    {
+        if (!ctl)
+            return;  // skipped before the window opened
+        ctl->project().setModified(false);  // no question at exit
+        window->QMainWindow::close();  // close() alone is the bridge request, delivered later
+        EXPECT_EQ(ctl->exitState(), kExitAllowed);
+        window.reset();
+        ctl.reset();
+    }
+};
+
+}  // namespace guitest
