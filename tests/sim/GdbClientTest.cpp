@@ -3,6 +3,7 @@
 // BSQ and QTX over memory packets, a lost connection.
 #include "FakeGdbServer.h"
 #include "LoopbackPort.h"
+#include "SimTestSupport.h"
 
 #include "sim/gdb/Client.h"
 #include "sim/gdb/Packet.h"
@@ -10,11 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 using namespace sim::gdb;
+using simtest::waitFor;
 using Style = FakeGdbServer::Style;
 
 namespace {
@@ -34,16 +34,13 @@ std::vector<Event> parseAll(const std::string& bytes, bool bytewise)
     return out;
 }
 
-// Waits, bounded, until `done` holds; false if it never did.
-template <class F> bool waitFor(F done, int seconds = 20)
+// The back end on the server's end, greeted, connected and, when `go`, running.
+std::unique_ptr<Remote> connected(FakeGdbServer& server, bool go = true)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    auto remote = std::make_unique<Remote>(server.takeLink(), "fake");
+    const bool ok = remote->greet().empty() && remote->connect(false).empty() && (!go || remote->go() == 0);
+    EXPECT_TRUE(ok) << remote->lastError();
+    return ok ? std::move(remote) : nullptr;
 }
 
 } // namespace
@@ -189,26 +186,25 @@ TEST(GdbRemote, DetectsHowTheServerTreatsPacketsWhileRunningAndReadsEitherWay)
         server.slowReads = c.slow;
         const uint32_t value = 0x12345678;
         server.poke(FakeGdbServer::kRamBase + 8, &value, 4);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
+        const auto remote = connected(server, false);
+        ASSERT_TRUE(remote);
         server.slowReads = false; // only the detection is to meet it
-        EXPECT_EQ(remote.mode(), c.mode);
-        EXPECT_EQ(remote.isHalted(), 1); // as the server had it
+        EXPECT_EQ(remote->mode(), c.mode);
+        EXPECT_EQ(remote->isHalted(), 1); // as the server had it
         EXPECT_FALSE(server.running());
-        ASSERT_EQ(remote.go(), 0);
-        EXPECT_EQ(remote.isHalted(), 0);
+        ASSERT_EQ(remote->go(), 0);
+        EXPECT_EQ(remote->isHalted(), 0);
         uint32_t got = 0;
-        ASSERT_TRUE(remote.read(FakeGdbServer::kRamBase + 8, &got, 4)) << remote.lastError();
+        ASSERT_TRUE(remote->read(FakeGdbServer::kRamBase + 8, &got, 4)) << remote->lastError();
         EXPECT_EQ(got, value);
         uint8_t zeros[16];
-        ASSERT_TRUE(remote.read(FakeGdbServer::kRamBase + 0x100, zeros, sizeof zeros)); // run-length reply
+        ASSERT_TRUE(remote->read(FakeGdbServer::kRamBase + 0x100, zeros, sizeof zeros)); // run-length reply
         EXPECT_EQ(zeros[15], 0);
         EXPECT_TRUE(waitFor([&] { return server.running(); })); // still running after the read
-        EXPECT_EQ(remote.halt(), 0);
+        EXPECT_EQ(remote->halt(), 0);
         EXPECT_TRUE(waitFor([&] { return !server.running(); }));
-        EXPECT_FALSE(remote.read(0x10000000, &got, 4));
-        EXPECT_NE(remote.lastError().find("refused to read 4 bytes at 0x10000000"), std::string::npos) << remote.lastError();
+        EXPECT_FALSE(remote->read(0x10000000, &got, 4));
+        EXPECT_NE(remote->lastError().find("refused to read 4 bytes at 0x10000000"), std::string::npos) << remote->lastError();
     }
 }
 
@@ -225,16 +221,14 @@ TEST(GdbRemote, ResetUsesTheServersMonitorCommandOrSaysThereIsNone)
     for (const auto& c : cases) {
         FakeGdbServer server(Style::Background);
         server.monitor = c.monitor;
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
-        EXPECT_EQ(remote.reset(), c.result);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
+        EXPECT_EQ(remote->reset(), c.result);
         if (c.result == 0) {
-            EXPECT_EQ(remote.isHalted(), 1);
+            EXPECT_EQ(remote->isHalted(), 1);
         } else {
-            EXPECT_NE(remote.lastError().find("has no reset command"), std::string::npos);
-            EXPECT_EQ(remote.isHalted(), 0); // left as it was
+            EXPECT_NE(remote->lastError().find("has no reset command"), std::string::npos);
+            EXPECT_EQ(remote->isHalted(), 0); // left as it was
             EXPECT_TRUE(waitFor([&] { return server.running(); }));
         }
     }
@@ -256,7 +250,7 @@ TEST(GdbRemote, AttachedBesideADebuggerLeavesTheRunStateAlone)
     EXPECT_EQ(server.count("qRcmd"), 0);
 }
 
-TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
+TEST(GdbRemote, BsqMergesNeighbouringBlocksKeepsListOrderAndReportsRefusals)
 {
     for (const Style style : {Style::Background, Style::StopReply}) {
         FakeGdbServer server(style);
@@ -264,10 +258,8 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
         server.poke(FakeGdbServer::kRamBase + 0x10, &a, 4);
         server.poke(FakeGdbServer::kRamBase + 0x14, &b, 2);
         server.poke(FakeGdbServer::kRamBase + 0x300, &c, 4);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
         // Listed out of address order: records follow the list.
         const TARVO_BSQ_BLOCK blocks[] = {
             {FakeGdbServer::kRamBase + 0x300, 4, 0, 0},
@@ -275,15 +267,15 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
             {FakeGdbServer::kRamBase + 0x10, 4, 0, 0},
         };
         const int readsBefore = server.count("m");
-        ASSERT_EQ(remote.bsqStart(blocks, 3, 1000), 0);
+        ASSERT_EQ(remote->bsqStart(blocks, 3, 1000), 0);
         uint8_t rec[5 * 14];
         int got = 0;
         ASSERT_TRUE(waitFor([&] {
-            const int n = remote.bsqRead(rec + got, sizeof rec - got);
+            const int n = remote->bsqRead(rec + got, sizeof rec - got);
             got += n > 0 ? n : 0;
             return got == static_cast<int>(sizeof rec);
         }));
-        EXPECT_EQ(remote.bsqStop(), 0);
+        EXPECT_EQ(remote->bsqStop(), 0);
         uint32_t prev = 0;
         for (int r = 0; r < 5; ++r) {
             const uint8_t* p = rec + r * 14;
@@ -305,42 +297,33 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
         EXPECT_EQ(reads % 2, 0);
         EXPECT_GE(samples, 6);
         EXPECT_TRUE(waitFor([&] { return server.running(); }));
+        // A block the server refuses fails the start with the reason.
+        const TARVO_BSQ_BLOCK refused[] = {{0x30000000, 4, 0, 0}};
+        EXPECT_EQ(remote->bsqStart(refused, 1, 1000), TARVO_BSQ_ERR_GENERIC);
+        EXPECT_NE(remote->lastError().find("refused to read 4 bytes at 0x30000000"), std::string::npos);
     }
-}
-
-TEST(GdbRemote, BsqRefusedBlockFailsTheStartWithTheReason)
-{
-    FakeGdbServer server(Style::Background);
-    Remote remote(server.takeLink(), "fake");
-    ASSERT_EQ(remote.greet(), "");
-    ASSERT_EQ(remote.connect(false), "");
-    const TARVO_BSQ_BLOCK blocks[] = {{0x30000000, 4, 0, 0}};
-    EXPECT_EQ(remote.bsqStart(blocks, 1, 1000), TARVO_BSQ_ERR_GENERIC);
-    EXPECT_NE(remote.lastError().find("refused to read 4 bytes at 0x30000000"), std::string::npos);
 }
 
 TEST(GdbRemote, LostConnectionStopsSamplingAndKeepsTheData)
 {
     FakeGdbServer server(Style::StopReply);
-    Remote remote(server.takeLink(), "fake");
-    ASSERT_EQ(remote.greet(), "");
-    ASSERT_EQ(remote.connect(false), "");
-    ASSERT_EQ(remote.go(), 0);
+    const auto remote = connected(server);
+    ASSERT_TRUE(remote);
     const TARVO_BSQ_BLOCK blocks[] = {{FakeGdbServer::kRamBase, 4, 0, 0}};
     server.closeAfterReads = 10; // the trial read and nine samples
-    ASSERT_EQ(remote.bsqStart(blocks, 1, 100), 0);
+    ASSERT_EQ(remote->bsqStart(blocks, 1, 100), 0);
     uint8_t buf[8 * 100];
     int total = 0;
     int rc = 0;
     ASSERT_TRUE(waitFor([&] {
-        rc = remote.bsqRead(buf, sizeof buf);
+        rc = remote->bsqRead(buf, sizeof buf);
         total += rc > 0 ? rc : 0;
         return rc < 0;
     }));
     EXPECT_EQ(total, 9 * 8);
-    EXPECT_NE(remote.lastError().find("closed the connection; the target's state is unknown"), std::string::npos);
-    EXPECT_EQ(remote.isHalted(), -1);
-    EXPECT_EQ(remote.bsqStop(), 0);
+    EXPECT_NE(remote->lastError().find("closed the connection; the target's state is unknown"), std::string::npos);
+    EXPECT_EQ(remote->isHalted(), -1);
+    EXPECT_EQ(remote->bsqStop(), 0);
 }
 
 TEST(GdbRemote, QtxFindsTheBlockDrainsTheRingAndWritesTheReadOffsetBack)
@@ -357,22 +340,20 @@ TEST(GdbRemote, QtxFindsTheBlockDrainsTheRingAndWritesTheReadOffsetBack)
         server.poke(base + 0x100, "Plotvik_u1", 11);
         const uint8_t ring[16] = {0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xD, 0xE, 0xF};
         server.poke(base + 0x200, ring, 16);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
         const sim::qtx::Ranges ranges = {{base, 0x400}};
-        ASSERT_EQ(remote.qtxControl(TARVO_QTX_CMD_START, nullptr, ranges), 0);
+        ASSERT_EQ(remote->qtxControl(TARVO_QTX_CMD_START, nullptr, ranges), 0);
         uint32_t up = TARVO_QTX_DIR_UP;
-        EXPECT_EQ(remote.qtxControl(TARVO_QTX_CMD_GETNUMBUF, &up, ranges), 1);
+        EXPECT_EQ(remote->qtxControl(TARVO_QTX_CMD_GETNUMBUF, &up, ranges), 1);
         TARVO_QTX_CHANNEL_DESC desc{};
         desc.BufferIndex = 0;
-        ASSERT_EQ(remote.qtxControl(TARVO_QTX_CMD_GETDESC, &desc, ranges), 0);
+        ASSERT_EQ(remote->qtxControl(TARVO_QTX_CMD_GETDESC, &desc, ranges), 0);
         EXPECT_STREQ(desc.acName, "Plotvik_u1");
         EXPECT_EQ(desc.SizeOfBuffer, 16u);
         char out[32] = {};
         int n = 0;
-        ASSERT_TRUE(waitFor([&] { return (n = remote.qtxRead(0, out, sizeof out)) != 0; }));
+        ASSERT_TRUE(waitFor([&] { return (n = remote->qtxRead(0, out, sizeof out)) != 0; }));
         ASSERT_EQ(n, 6);
         EXPECT_EQ(std::vector<char>(out, out + 6), (std::vector<char>{0xD, 0xE, 0xF, 0, 1, 2}));
         uint32_t rd = 0;

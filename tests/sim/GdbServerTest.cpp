@@ -1,37 +1,26 @@
 // The simulated target's GDB server against the two clients it is for:
 // Plotvik's own GDB back end (which must find background reads) and
 // gdb-multiarch debugging the demo firmware.
+#include "SimTestSupport.h"
 #include "sim/target/GdbServer.h"
 #include "sim/gdb/Remote.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <thread>
 
 using namespace sim;
 
 namespace {
 
-constexpr uint32_t kTick = 0x20000000; // the demo's g_tick_ms
-constexpr int kPatienceSeconds = 60;   // a bound for a loaded machine, never a measure
+using simtest::kTick;
 
-template <class F> bool waitFor(F done)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kPatienceSeconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+// A bound for a loaded machine, never a measure.
+template <class F> bool waitFor(F done) { return simtest::waitFor(done, 60000); }
 
 class SimGdbServer : public ::testing::Test {
 protected:

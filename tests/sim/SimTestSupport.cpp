@@ -1,6 +1,8 @@
 #include "SimTestSupport.h"
 #include "tests/TempFolder.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -18,7 +20,7 @@ std::string writeScript(const std::string& name, const std::string& text)
     return p.string();
 }
 
-int connectWith(const std::string& scriptText, const std::string& device)
+int connectWith(const std::string& scriptText, const std::string& device, const std::string& elf)
 {
     if (TARVOARM_EMU_SelectByUSBSN(static_cast<uint32_t>(TARVOARM_GetSN())) < 0)
         return -100;
@@ -29,9 +31,12 @@ int connectWith(const std::string& scriptText, const std::string& device)
     const std::string dev = "device = " + device;
     if (TARVOARM_ExecCommand(dev.c_str(), err, sizeof err) != 0 || err[0] != '\0')
         return -102;
+    if (!elf.empty() && TARVOARM_ExecCommand(("ELFFile = " + elf).c_str(), err, sizeof err) != 0)
+        return -104;
     // Settings stay for the rest of the process: each test starts from the defaults.
-    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", "DropWhenFull = 0\n" + scriptText);
-    if (TARVOARM_ExecCommand(script.c_str(), err, sizeof err) != 0 || err[0] != '\0')
+    const std::string text = elf.empty() ? "DropWhenFull = 0\n" + scriptText : scriptText;
+    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", text);
+    if (!text.empty() && (TARVOARM_ExecCommand(script.c_str(), err, sizeof err) != 0 || err[0] != '\0'))
         return -103;
     TARVOARM_TIF_Select(TARVO_TIF_SWD);
     TARVOARM_SetSpeed(4000);
@@ -73,6 +78,40 @@ bool waitForTick(uint32_t tick)
     }
     TARVO_BSQ_Stop();
     return reached;
+}
+
+TARVO_QTX_CHANNEL_DESC firstUpChannel(int timeoutMs)
+{
+    TARVO_QTX_CHANNEL_DESC desc{};
+    uint32_t up = TARVO_QTX_DIR_UP;
+    int channels = 0;
+    if (waitFor([&] { return (channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up)) != TARVO_QTX_ERR_NOT_FOUND; },
+                timeoutMs)
+        && channels >= 1) {
+        desc.Direction = TARVO_QTX_DIR_UP;
+        EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc), 0);
+    }
+    return desc;
+}
+
+void checkQtxRecords(const std::vector<uint8_t>& stream, bool everyTick)
+{
+    ASSERT_GE(stream.size(), 200u * 15);
+    for (size_t at = 0; at + 15 <= stream.size(); at += 15) {
+        const uint8_t* r = &stream[at];
+        const uint32_t stamp = get<uint32_t>(r);
+        ASSERT_EQ(stamp % 1000, 0u) << "record " << at / 15 << " is not framed";
+        if (at > 0 && everyTick) {
+            ASSERT_EQ(stamp - get<uint32_t>(r - 15), 1000u) << "a record was lost or doubled";
+        } else if (at > 0) {
+            ASSERT_GT(stamp, get<uint32_t>(r - 15));
+        }
+        const uint32_t t = stamp / 1000;
+        EXPECT_NEAR(get<float>(r + 4), sineAt(t), 1e-3);
+        EXPECT_NEAR(get<float>(r + 8), cosineAt(t), 1e-3);
+        EXPECT_EQ(get<int16_t>(r + 12), sawtoothAt(t));
+        EXPECT_EQ(r[14], stateAt(t));
+    }
 }
 
 BsqStatus bsqStatus()
