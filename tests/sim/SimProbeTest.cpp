@@ -120,7 +120,6 @@ TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
     const auto blocks = demoBlocks();
     constexpr size_t kWant = 70000; // more than the FIFO holds
     auto run = [&](bool waitTillFull, uint32_t readSize) {
-        std::vector<uint8_t> all;
         EXPECT_EQ(connectWith("Fast = 1\n"), 0);
         EXPECT_EQ(TARVOARM_Reset(), 0); // target time 0, halted
         EXPECT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
@@ -129,14 +128,7 @@ TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
         if (waitTillFull) {
             EXPECT_TRUE(waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits at a full FIFO";
         }
-        std::vector<uint8_t> buf(readSize);
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (all.size() < kWant * kDemoRecord && std::chrono::steady_clock::now() < end) {
-            const int n = TARVO_BSQ_Read(buf.data(), readSize);
-            if (n < 0)
-                break;
-            all.insert(all.end(), buf.begin(), buf.begin() + n);
-        }
+        auto all = readBsq(kDemoRecord, kWant, 60000, readSize);
         EXPECT_EQ(bsqStatus().dropped, 0u);
         TARVO_BSQ_Stop();
         TARVOARM_Close();

@@ -43,10 +43,10 @@ int connectWith(const std::string& scriptText, const std::string& device, const 
     return TARVOARM_Connect();
 }
 
-std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs)
+std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs, uint32_t chunk)
 {
     std::vector<uint8_t> all;
-    std::vector<uint8_t> buf(recordSize * 4096);
+    std::vector<uint8_t> buf(chunk != 0 ? chunk : recordSize * 4096);
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (all.size() < want * recordSize && std::chrono::steady_clock::now() < end) {
         const int n = TARVO_BSQ_Read(buf.data(), static_cast<uint32_t>(buf.size()));

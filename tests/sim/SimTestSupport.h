@@ -47,8 +47,9 @@ std::string writeScript(const std::string& name, const std::string& text);
 int connectWith(const std::string& scriptText, const std::string& device = "PVK-SIM-M4",
                 const std::string& elf = {});
 
-// Reads BSQ records until at least `want` arrived or `timeoutMs` passed.
-std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 20000);
+// Reads BSQ records, `chunk` bytes a read (0: 4096 records), until at least
+// `want` arrived or `timeoutMs` passed.
+std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 20000, uint32_t chunk = 0);
 
 // Waits until the demo firmware has finished its start-up and counts ticks,
 // so that every record taken from now on follows its formulas. Uses (and
