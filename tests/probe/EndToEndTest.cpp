@@ -58,13 +58,15 @@ struct EndToEnd : ::testing::Test {
         return p.string();
     }
 
-    Node* find(const char* path)
+    // The demo's millisecond tick, selected alone.
+    void selectTick()
     {
-        for (Node* file : ctl->symbols().tree()->files)
-            for (Node* n = file->Children; n; n = n->Next)
-                if (n->NameWithParents == path)
-                    return n;
-        return nullptr;
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = "g_tick_ms";
+        n->Size = 4;
+        n->TypeID = kTypeU32;
+        n->Address = 0x20000000;
+        ctl->symbols().setSelected({n});
     }
 
     void openProject(ProjectSettings s)
@@ -167,10 +169,7 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
 
 TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
 {
-    ASSERT_EQ(ctl->symbols().parseElf((kBin / "demo.elf").string(), false, nullptr), 0);
-    Node* tick = find("g_tick_ms");
-    ASSERT_NE(tick, nullptr);
-    ctl->symbols().setSelected({tick});
+    selectTick();
     ProjectSettings s;
     s.SamplingPeriod = 1000;
     s.ScriptFile = script("fail.TarvoScript", "Fast = 1\nFailReadAfter = 40\n");
@@ -222,12 +221,7 @@ TEST_F(EndToEnd, AFailedProbeCallSaysWhyTheProbeFailed)
     s = ctl->project().settings();
     s.SerialNo = 42;  // the simulated probe has another serial number
     ctl->project().apply(s);
-    Node* n = ctl->symbols().createDetachedSymbol();
-    n->Name = n->NameWithParents = "v";
-    n->Size = 4;
-    n->TypeID = kTypeU32;
-    n->Address = 0x20000000;
-    ctl->symbols().setSelected({n});
+    selectTick();
     ctl->postStartReading();
     ASSERT_TRUE(ctl->waitForQueue(20000));
     EXPECT_FALSE(ctl->samplingRunning());

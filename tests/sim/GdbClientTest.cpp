@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 
 using namespace sim::gdb;
+using simtest::get;
 using simtest::waitFor;
 using Style = FakeGdbServer::Style;
 
@@ -268,20 +268,14 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksKeepsListOrderAndReportsRefusals)
             return got == static_cast<int>(sizeof rec);
         }));
         EXPECT_EQ(remote->bsqStop(), 0);
-        uint32_t prev = 0;
         for (int r = 0; r < 5; ++r) {
             const uint8_t* p = rec + r * 14;
-            uint32_t stamp, va, vc;
-            uint16_t vb;
-            std::memcpy(&stamp, p, 4);
-            std::memcpy(&vc, p + 4, 4);
-            std::memcpy(&vb, p + 8, 2);
-            std::memcpy(&va, p + 10, 4);
-            EXPECT_EQ(vc, c);
-            EXPECT_EQ(vb, b);
-            EXPECT_EQ(va, a);
-            EXPECT_GE(stamp, prev); // host microseconds, never backwards
-            prev = stamp;
+            EXPECT_EQ(get<uint32_t>(p + 4), c);
+            EXPECT_EQ(get<uint16_t>(p + 8), b);
+            EXPECT_EQ(get<uint32_t>(p + 10), a);
+            if (r > 0) {
+                EXPECT_GE(get<uint32_t>(p), get<uint32_t>(p - 14)); // host microseconds, never backwards
+            }
         }
         // Two spans a sample (0x10..0x16 merged, 0x300 apart), plus the trial read.
         const int reads = server.count("m") - readsBefore;

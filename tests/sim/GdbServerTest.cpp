@@ -78,11 +78,8 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
     ASSERT_TRUE(waitFor([&] {
         uint8_t buf[8 * 64];
         const int n = remote->bsqRead(buf, sizeof buf);
-        for (int i = 0; i + 8 <= n; i += 8) {
-            uint32_t t;
-            std::memcpy(&t, buf + i + 4, 4);
-            ticks.push_back(t);
-        }
+        for (int i = 0; i + 8 <= n; i += 8)
+            ticks.push_back(simtest::get<uint32_t>(buf + i + 4));
         return ticks.size() >= 2 && ticks.back() > ticks.front();
     })) << remote->lastError();
     EXPECT_TRUE(std::is_sorted(ticks.begin(), ticks.end()));
