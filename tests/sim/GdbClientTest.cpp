@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-
 using namespace sim::gdb;
 using simtest::get;
 using simtest::waitFor;
