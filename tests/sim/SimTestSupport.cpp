@@ -61,21 +61,17 @@ std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs, ui
 
 bool waitForTick(uint32_t tick)
 {
-    const TARVO_BSQ_BLOCK block{0x20000000, 4, 0, 0}; // g_tick_ms
+    const TARVO_BSQ_BLOCK block{kTick, 4, 0, 0};
     if (TARVO_BSQ_Start(&block, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP) != 0)
         return false;
     bool reached = false;
-    uint8_t buf[8 * 64];
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!reached && std::chrono::steady_clock::now() < end) {
+    waitFor([&] {
+        uint8_t buf[8 * 64];
         const int n = TARVO_BSQ_Read(buf, sizeof buf);
-        if (n < 0)
-            break;
         for (int at = 0; at + 8 <= n; at += 8)
             reached = reached || get<uint32_t>(buf + at + 4) >= tick;
-        if (n == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+        return reached || n < 0;
+    });
     TARVO_BSQ_Stop();
     return reached;
 }

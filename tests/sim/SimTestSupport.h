@@ -74,10 +74,7 @@ BsqStatus bsqStatus();
 
 // Polls `done` until it holds or `timeoutMs` passed.
 template <typename Pred>
-bool waitFor(Pred done, int timeoutMs = 20000);
-
-template <typename Pred>
-bool waitFor(Pred done, int timeoutMs)
+bool waitFor(Pred done, int timeoutMs = 20000)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!done()) {
