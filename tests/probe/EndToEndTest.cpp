@@ -51,10 +51,11 @@ struct EndToEnd : ::testing::Test {
         fs::remove_all(dir, ec);
     }
 
-    std::string script(const std::string& name, const std::string& extra = {}, const char* firmware = "demo.elf")
+    std::string script(const std::string& name, const std::string& extra, const char* firmware = "demo.elf")
     {
         const fs::path p = dir / name;
-        std::ofstream(p) << "Firmware = " << (kBin / firmware).string() << "\nFailReadAfter = 1000000000\n" << extra;
+        std::ofstream(p) << "Firmware = " << (kBin / firmware).string() << "\nFailReadAfter = 1000000000\n"
+                         << extra;
         return p.string();
     }
 

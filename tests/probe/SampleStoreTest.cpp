@@ -132,7 +132,8 @@ TEST(StoreTrigger, FiresOnTheChosenEdgeOfComparableTypesOnly)
         std::vector<std::int64_t> values;
         int firesAt;  // index of the firing value, -1: never
     } cases[] = {
-        {"rising: resting on the level is no edge", kTypeS16, 2, 10, true, false, {10, 11, 12, 5, 8, 9, 10, 20, 30}, 6},
+        {"rising: resting on the level is no edge", kTypeS16, 2, 10, true, false,
+         {10, 11, 12, 5, 8, 9, 10, 20, 30}, 6},
         {"falling: 0 to -1 does not cross from above", kTypeS16, 2, 0, false, true, {0, -1, 1, 0}, 3},
         {"a bool never fires", kTypeBool, 1, 0.5, true, true, {0, 1, 0}, -1},
         {"64-bit values are not compared", kTypeU64, 8, 5, true, true, {0, 10, 0, 10}, -1},
@@ -151,7 +152,7 @@ TEST(StoreTrigger, FiresOnTheChosenEdgeOfComparableTypesOnly)
             EXPECT_EQ(rig.store.recordCount(), 0u);
             continue;
         }
-        const auto kept = static_cast<std::uint32_t>(c.values.size() - static_cast<std::size_t>(c.firesAt) + 1);
+        const auto kept = static_cast<std::uint32_t>(c.values.size()) - static_cast<std::uint32_t>(c.firesAt) + 1;
         EXPECT_EQ(rig.store.writeIndex(), kept);
         for (std::uint32_t i = 0; i < kept; ++i)
             EXPECT_EQ(rig.valueAt(*n, i), static_cast<double>(c.values[c.firesAt - 1 + i])) << i;

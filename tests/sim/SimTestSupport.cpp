@@ -80,10 +80,12 @@ TARVO_QTX_CHANNEL_DESC firstUpChannel(int timeoutMs)
 {
     TARVO_QTX_CHANNEL_DESC desc{};
     uint32_t up = TARVO_QTX_DIR_UP;
-    int channels = 0;
-    if (waitFor([&] { return (channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up)) != TARVO_QTX_ERR_NOT_FOUND; },
-                timeoutMs)
-        && channels >= 1) {
+    int channels = TARVO_QTX_ERR_NOT_FOUND;
+    waitFor([&] {
+        channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up);
+        return channels != TARVO_QTX_ERR_NOT_FOUND;
+    }, timeoutMs);
+    if (channels >= 1) {
         desc.Direction = TARVO_QTX_DIR_UP;
         EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc), 0);
     }
