@@ -152,7 +152,7 @@ TEST(StoreTrigger, FiresOnTheChosenEdgeOfComparableTypesOnly)
             EXPECT_EQ(rig.store.recordCount(), 0u);
             continue;
         }
-        const auto kept = static_cast<std::uint32_t>(c.values.size()) - static_cast<std::uint32_t>(c.firesAt) + 1;
+        const auto kept = static_cast<std::uint32_t>(c.values.size() + 1) - static_cast<std::uint32_t>(c.firesAt);
         EXPECT_EQ(rig.store.writeIndex(), kept);
         for (std::uint32_t i = 0; i < kept; ++i)
             EXPECT_EQ(rig.valueAt(*n, i), static_cast<double>(c.values[c.firesAt - 1 + i])) << i;
