@@ -109,11 +109,16 @@ TEST(CliCommands, NewSelectRecordGiveTheChosenVariablesWithTheFirmwaresValues)
     ASSERT_TRUE(std::getline(csv, line));
     EXPECT_EQ(line, "Timestamp;g_tick_ms;g_sawtooth;g_motor.sensors.current_ma;g_motor.sensors.temp_c;g_channels[1].raw");
     int checked = 0;
+    unsigned long previous = ~0ul;
     while (std::getline(csv, line)) {
         const std::vector<std::string> f = split(line, ';');
         ASSERT_EQ(f.size(), 6u) << line;
         const unsigned long stamp = std::stoul(f[0]);
         const unsigned long t = std::stoul(f[1]);
+        if (previous != ~0ul) {
+            ASSERT_EQ(stamp - previous, 1000u) << "a record lost or doubled before " << line;
+        }
+        previous = stamp;
         if (t == 0)
             continue;  // the firmware may still be starting up
         // A record is taken before the firmware's update for that millisecond.
@@ -168,15 +173,13 @@ TEST(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
         ASSERT_EQ(r.code, 0) << r.output;
         const std::vector<std::string> kept = split(r.output, '\n');
         ASSERT_GE(kept.size(), 2u) << filter;
-        std::string lower = filter;
-        for (char& ch : lower)
-            ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-        for (std::size_t i = 1; i < kept.size(); ++i) {
-            std::string row = kept[i];
-            for (char& ch : row)
+        const auto lower = [](std::string s) {
+            for (char& ch : s)
                 ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-            EXPECT_NE(row.find(lower), std::string::npos) << kept[i];
-        }
+            return s;
+        };
+        for (std::size_t i = 1; i < kept.size(); ++i)
+            EXPECT_NE(lower(kept[i]).find(lower(filter)), std::string::npos) << kept[i];
     }
 }
 

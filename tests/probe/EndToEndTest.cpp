@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -52,25 +51,23 @@ struct EndToEnd : ::testing::Test {
         fs::remove_all(dir, ec);
     }
 
-    std::string script(const std::string& name, const std::string& extra = {}, bool fast = true)
+    std::string script(const std::string& name, const std::string& extra, const char* firmware = "demo.elf")
     {
         const fs::path p = dir / name;
-        std::ofstream(p) << "Firmware = " << (kBin / "demo.elf").string() << "\nFast = " << (fast ? 1 : 0) << "\n"
-                         << "FailReadAfter = 1000000000\n" << extra;
+        std::ofstream(p) << "Firmware = " << (kBin / firmware).string() << "\nFailReadAfter = 1000000000\n"
+                         << extra;
         return p.string();
     }
 
-    Node* find(const char* path)
+    // The demo's millisecond tick, selected alone.
+    void selectTick()
     {
-        for (Node* file : ctl->symbols().tree()->files)
-            for (Node* n = file->Children; n; n = n->Next) {
-                if (n->NameWithParents == path)
-                    return n;
-                for (Node* c = n->Children; c; c = c->Next)
-                    if (c->NameWithParents == path)
-                        return c;
-            }
-        return nullptr;
+        Node* n = ctl->symbols().createDetachedSymbol();
+        n->Name = n->NameWithParents = "g_tick_ms";
+        n->Size = 4;
+        n->TypeID = kTypeU32;
+        n->Address = 0x20000000;
+        ctl->symbols().setSelected({n});
     }
 
     void openProject(ProjectSettings s)
@@ -97,55 +94,12 @@ struct EndToEnd : ::testing::Test {
 
 }  // namespace
 
-TEST_F(EndToEnd, BsqRecordsFollowTheFirmwareTickByTick)
-{
-    ASSERT_EQ(ctl->symbols().parseElf((kBin / "demo.elf").string(), false, nullptr), 0);
-    Node* tick = find("g_tick_ms");
-    Node* saw = find("g_sawtooth");
-    Node* sine = find("g_sine");
-    ASSERT_TRUE(tick && saw && sine);
-    ctl->symbols().setSelected({tick, saw, sine});
-
-    ProjectSettings s;
-    s.SamplingPeriod = 1000;
-    s.ScriptFile = script("bsq.TarvoScript");
-    openProject(s);
-    ASSERT_EQ(ctl->postStartReading(), 0);
-    ASSERT_TRUE(ctl->waitForQueue(20000));
-    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 2000 || !ctl->samplingRunning(); }));
-    ctl->postReadStop();
-    ASSERT_TRUE(ctl->waitForQueue(10000));
-    EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
-
-    const SampleStore& st = ctl->store();
-    const std::uint32_t n = st.recordCount();
-    ASSERT_GE(n, 2000u);
-    // Sampling may start before the firmware's start-up has run (a record at
-    // target time 0 sees zeroed memory): the formulas hold from its first tick on.
-    std::uint32_t first = 0;
-    while (first < n && *st.valueSlotAt(*tick, first) == 0)
-        ++first;
-    ASSERT_LT(first, 1001u) << "the firmware never counted";
-    for (std::uint32_t i = first + 1; i < n; ++i) {
-        ASSERT_EQ(st.timeStampAt(i) - st.timeStampAt(i - 1), 1000u) << "record " << i;
-        const auto t0 = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i - 1));
-        const auto t1 = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i));
-        ASSERT_EQ(t1, t0 + 1) << "a lost or doubled sample at record " << i;
-    }
-    for (std::uint32_t i = first; i < n; i += 97) {
-        const auto t = static_cast<std::uint32_t>(*st.valueSlotAt(*tick, i));
-        EXPECT_EQ(sampleToDouble(saw->TypeID, *st.valueSlotAt(*saw, i)), static_cast<double>(int(t % 200) - 100));
-        EXPECT_NEAR(sampleToDouble(kTypeFloat, *st.valueSlotAt(*sine, i)),
-                    100.0 * std::sin(6.28318530718 * t / 1000.0), 1e-3);
-    }
-}
-
 TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
 {
     ProjectSettings s;
     s.IsQTXSession = true;
     // Fast mode: the simulated core waits while the drained channel is half full.
-    s.ScriptFile = script("qtx.TarvoScript");
+    s.ScriptFile = script("qtx.TarvoScript", "Fast = 1\n");
     openProject(s);
     // The symbols a QTX project file lists: those at the channel's places
     // with the channel's names keep their colours and scales.
@@ -216,13 +170,10 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
 
 TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
 {
-    ASSERT_EQ(ctl->symbols().parseElf((kBin / "demo.elf").string(), false, nullptr), 0);
-    Node* tick = find("g_tick_ms");
-    ASSERT_NE(tick, nullptr);
-    ctl->symbols().setSelected({tick});
+    selectTick();
     ProjectSettings s;
     s.SamplingPeriod = 1000;
-    s.ScriptFile = script("fail.TarvoScript", "FailReadAfter = 40\n");
+    s.ScriptFile = script("fail.TarvoScript", "Fast = 1\nFailReadAfter = 40\n");
     openProject(s);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
@@ -245,9 +196,7 @@ TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
         tarvo::Close();
     ProjectSettings s;
     s.IsQTXSession = true;
-    const fs::path p = dir / "empty.TarvoScript";
-    std::ofstream(p) << "Firmware = " << (kBin / "qtx_no_symbols.elf").string() << "\nFast = 0\n";
-    s.ScriptFile = p.string();
+    s.ScriptFile = script("empty.TarvoScript", "Fast = 0\n", "qtx_no_symbols.elf");
     openProject(s);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
@@ -268,17 +217,12 @@ TEST_F(EndToEnd, AFailedProbeCallSaysWhyTheProbeFailed)
 {
     ProjectSettings s;
     s.SamplingPeriod = 1000;
-    s.ScriptFile = script("reason.TarvoScript");
+    s.ScriptFile = script("reason.TarvoScript", "Fast = 1\n");
     openProject(s);
     s = ctl->project().settings();
     s.SerialNo = 42;  // the simulated probe has another serial number
     ctl->project().apply(s);
-    Node* n = ctl->symbols().createDetachedSymbol();
-    n->Name = n->NameWithParents = "v";
-    n->Size = 4;
-    n->TypeID = kTypeU32;
-    n->Address = 0x20000000;
-    ctl->symbols().setSelected({n});
+    selectTick();
     ctl->postStartReading();
     ASSERT_TRUE(ctl->waitForQueue(20000));
     EXPECT_FALSE(ctl->samplingRunning());

@@ -14,12 +14,13 @@
 
 namespace {
 
-struct StoreFixture : ::testing::Test {
+// A store over its own symbols and project, filled the way the read loops fill it.
+struct Rig {
     SymbolDatabase symbols;
     SampleStore store{symbols};
     Project project;
 
-    Node* addSymbol(std::uint32_t size, std::int32_t typeId, const char* name)
+    Node* addSymbol(std::uint32_t size, std::int32_t typeId, const char* name = "v")
     {
         Node* n = symbols.createDetachedSymbol();
         n->Name = name;
@@ -39,17 +40,19 @@ struct StoreFixture : ::testing::Test {
         store.setOpen(true);
     }
 
-    // Records of a time stamp and one 2-byte signed value each.
-    void feed(const std::vector<std::int16_t>& values, std::uint32_t firstTs = 0)
+    // Records of a time stamp (1000 apart) and `perRecord` values of `size` bytes each.
+    void feed(const std::vector<std::int64_t>& values, std::uint32_t firstTs = 0, std::uint32_t size = 2,
+              std::size_t perRecord = 1)
     {
         std::vector<std::uint8_t> bytes;
-        std::uint32_t ts = firstTs;
-        for (std::int16_t v : values) {
-            std::uint8_t rec[6];
-            std::memcpy(rec, &ts, 4);
-            std::memcpy(rec + 4, &v, 2);
-            bytes.insert(bytes.end(), rec, rec + 6);
-            ts += 1000;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            if (i % perRecord == 0) {
+                const std::uint32_t ts = firstTs + static_cast<std::uint32_t>(i / perRecord) * 1000;
+                bytes.insert(bytes.end(), reinterpret_cast<const std::uint8_t*>(&ts),
+                             reinterpret_cast<const std::uint8_t*>(&ts) + 4);
+            }
+            const auto* v = reinterpret_cast<const std::uint8_t*>(&values[i]);
+            bytes.insert(bytes.end(), v, v + size);
         }
         store.storeRecords(bytes.data(), bytes.size());
     }
@@ -68,18 +71,20 @@ struct StoreFixture : ::testing::Test {
     double valueAt(const Node& n, std::uint32_t i) { return sampleToDouble(n.TypeID, *store.valueSlotAt(n, i)); }
 };
 
+struct StoreFixture : ::testing::Test, Rig {};
+
 }  // namespace
 
 TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
 {
-    Node* n = addSymbol(2, kTypeS16, "v");
+    Node* n = addSymbol(2, kTypeS16);
     start();
     feed({1, 2, 3});
     EXPECT_EQ(store.recordCount(), 2u) << "the newest record is not counted before the wrap";
     EXPECT_EQ(store.writeIndex(), 3u);
     EXPECT_EQ(store.timeStampAt(1), 1000u);
 
-    std::vector<std::int16_t> rest(SampleStore::kCapacity - 3);
+    std::vector<std::int64_t> rest(SampleStore::kCapacity - 3);
     for (std::size_t i = 0; i < rest.size(); ++i)
         rest[i] = static_cast<std::int16_t>(i + 4);
     feed(rest, 3000);
@@ -87,8 +92,11 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
     EXPECT_EQ(store.oldestIndex(), 1u);
     EXPECT_EQ(store.recordCount(), SampleStore::kCapacity);
 
-    // One more record overwrites slot 0; the oldest index moves past it.
+    // One more record overwrites slot 0; the oldest index moves past it. A
+    // trigger armed now compares it with the ring's last slot (0 there).
+    setTrigger(n, -7, false, true);
     feed({-7}, SampleStore::kCapacity * 1000u);
+    EXPECT_TRUE(project.settings().TriggerFired);
     EXPECT_EQ(store.oldestIndex(), 2u);
     EXPECT_EQ(store.timeStampAt(0), 2000u);
     EXPECT_EQ(store.timeStampAt(SampleStore::kCapacity - 2), SampleStore::kCapacity * 1000u);
@@ -99,7 +107,7 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
 
 TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
 {
-    addSymbol(1, kTypeU8, "b");
+    addSymbol(1, kTypeU8);
     start(false);
     EXPECT_EQ(store.recordSize(), 1u);
     const std::uint8_t bytes[] = {5, 6, 7, 8};
@@ -111,88 +119,43 @@ TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
     EXPECT_EQ(store.currentTimeStamp(), 300u);
 }
 
-TEST_F(StoreFixture, RisingTriggerFiresWhenTheLevelIsReachedFromBelow)
+// While the trigger waits only the record before and the current one are
+// kept; recording goes on from the record in which the edge was seen.
+TEST(StoreTrigger, FiresOnTheChosenEdgeOfComparableTypesOnly)
 {
-    Node* n = addSymbol(2, kTypeS16, "v");
-    start();
-    setTrigger(n, 10, true, false);
-    feed({10, 11, 12, 5, 8});  // never from below 10 to 10 or above
-    EXPECT_EQ(store.writeIndex(), 1u) << "while waiting only two samples are kept";
-    EXPECT_FALSE(project.settings().TriggerFired);
-    feed({9, 10, 20, 30});
-    EXPECT_TRUE(project.settings().TriggerFired);
-    // Recording goes on from the record in which the edge was seen.
-    EXPECT_EQ(valueAt(*n, 0), 9.0);
-    EXPECT_EQ(valueAt(*n, 1), 10.0);
-    EXPECT_EQ(valueAt(*n, 2), 20.0);
-    EXPECT_EQ(store.writeIndex(), 4u);
-}
-
-TEST_F(StoreFixture, FallingTriggerAndTypesThatNeverFire)
-{
-    Node* n = addSymbol(2, kTypeS16, "v");
-    start();
-    setTrigger(n, 0, false, true);
-    feed({0, -1});
-    EXPECT_FALSE(project.settings().TriggerFired) << "0 to -1 does not cross from above";
-    feed({1, 0});
-    EXPECT_TRUE(project.settings().TriggerFired);
-
-    SymbolDatabase symbols2;
-    SampleStore store2{symbols2};
-    Project project2;
-    Node* b = symbols2.createDetachedSymbol();
-    b->Size = 1;
-    b->TypeID = kTypeBool;
-    symbols2.setSelected({b});
-    store2.setProject(&project2);
-    store2.layOut(true);
-    ASSERT_TRUE(store2.prepareFreshStart());
-    store2.setOpen(true);
-    ProjectSettings s;
-    s.TriggerSymbol = b;
-    s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
-    s.TriggerLevel = 0.5;
-    project2.apply(s);
-    const std::uint8_t recs[] = {0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 2, 0, 0, 0, 0};
-    store2.storeRecords(recs, sizeof recs);
-    EXPECT_FALSE(project2.settings().TriggerFired) << "a bool never fires";
-    EXPECT_EQ(store2.writeIndex(), 1u);
-}
-
-// 64-bit values are not compared: whatever they do, recording never starts.
-TEST_F(StoreFixture, TriggerOnA64BitSymbolNeverFires)
-{
-    for (const std::int32_t typeId : {kTypeU64, kTypeS64}) {
-        SCOPED_TRACE(typeId);
-        SymbolDatabase own;
-        SampleStore s64{own};
-        Project p;
-        Node* n = own.createDetachedSymbol();
-        n->Size = 8;
-        n->TypeID = typeId;
-        own.setSelected({n});
-        s64.setProject(&p);
-        s64.layOut(true);
-        ASSERT_TRUE(s64.prepareFreshStart());
-        s64.setOpen(true);
-        ProjectSettings s;
-        s.TriggerSymbol = n;
-        s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
-        s.TriggerLevel = 5;
-        p.apply(s);
-        // 0, 10, 0, 10: both edges cross the level each record.
-        std::vector<std::uint8_t> recs;
-        for (std::uint32_t r = 0; r < 4; ++r) {
-            const std::uint32_t ts = r * 1000;
-            const std::uint64_t v = (r % 2) * 10;
-            recs.insert(recs.end(), reinterpret_cast<const std::uint8_t*>(&ts), reinterpret_cast<const std::uint8_t*>(&ts) + 4);
-            recs.insert(recs.end(), reinterpret_cast<const std::uint8_t*>(&v), reinterpret_cast<const std::uint8_t*>(&v) + 8);
+    const struct {
+        const char* what;
+        std::int32_t typeId;
+        std::uint32_t size;
+        double level;
+        bool rise, fall;
+        std::vector<std::int64_t> values;
+        int firesAt;  // index of the firing value, -1: never
+    } cases[] = {
+        {"rising: resting on the level is no edge", kTypeS16, 2, 10, true, false,
+         {10, 11, 12, 5, 8, 9, 10, 20, 30}, 6},
+        {"falling: 0 to -1 does not cross from above", kTypeS16, 2, 0, false, true, {0, -1, 1, 0}, 3},
+        {"a bool never fires", kTypeBool, 1, 0.5, true, true, {0, 1, 0}, -1},
+        {"64-bit values are not compared", kTypeU64, 8, 5, true, true, {0, 10, 0, 10}, -1},
+        {"signed 64-bit neither", kTypeS64, 8, 5, true, true, {0, 10, 0, 10}, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Rig rig;
+        Node* n = rig.addSymbol(c.size, c.typeId);
+        rig.start();
+        rig.setTrigger(n, c.level, c.rise, c.fall);
+        rig.feed(c.values, 0, c.size);
+        EXPECT_EQ(rig.project.settings().TriggerFired, c.firesAt >= 0);
+        if (c.firesAt < 0) {
+            EXPECT_EQ(rig.store.writeIndex(), 1u);
+            EXPECT_EQ(rig.store.recordCount(), 0u);
+            continue;
         }
-        s64.storeRecords(recs.data(), recs.size());
-        EXPECT_FALSE(p.settings().TriggerFired);
-        EXPECT_EQ(s64.writeIndex(), 1u);
-        EXPECT_EQ(s64.recordCount(), 0u);
+        const auto kept = static_cast<std::uint32_t>(c.values.size() + 1) - static_cast<std::uint32_t>(c.firesAt);
+        EXPECT_EQ(rig.store.writeIndex(), kept);
+        for (std::uint32_t i = 0; i < kept; ++i)
+            EXPECT_EQ(rig.valueAt(*n, i), static_cast<double>(c.values[c.firesAt - 1 + i])) << i;
     }
 }
 
@@ -206,18 +169,7 @@ TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
     Node* after = addSymbol(2, kTypeS16, "after");
     start();
     setTrigger(trigger, 10, true, false);
-    const auto rec = [](std::uint32_t ts, std::int16_t a, std::int16_t b, std::int16_t c) {
-        std::vector<std::uint8_t> r(10);
-        std::memcpy(r.data(), &ts, 4);
-        std::memcpy(r.data() + 4, &a, 2);
-        std::memcpy(r.data() + 6, &b, 2);
-        std::memcpy(r.data() + 8, &c, 2);
-        return r;
-    };
-    std::vector<std::uint8_t> bytes = rec(1000, 100, 0, 200);
-    for (const auto& r : {rec(2000, 101, 5, 201), rec(3000, 102, 10, 202), rec(4000, 103, 11, 203)})
-        bytes.insert(bytes.end(), r.begin(), r.end());
-    store.storeRecords(bytes.data(), bytes.size());
+    feed({100, 0, 200, 101, 5, 201, 102, 10, 202, 103, 11, 203}, 1000, 2, 3);
     ASSERT_TRUE(project.settings().TriggerFired);
     EXPECT_EQ(store.triggerTimeStamp(), 3000u);
     // Slot 0 holds the record before the edge, slot 1 the firing record.
@@ -237,13 +189,12 @@ TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
 
 // A bit-field's part of the record is its whole structure; wherever the field
 // sits in it, the stored sample shows the field's true value.
-TEST_F(StoreFixture, BitFieldsAnywhereInTheirStructureKeepTheirValue)
+TEST(StoreBitFields, AnywhereInTheirStructureKeepTheirValue)
 {
-    struct Case {
+    const struct {
         const char* what;
         std::uint32_t structSize, bitOffset, bitSize;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"first word", 12, 3, 3},
         {"third word, past the first 64 bits", 12, 65, 3},
         {"last bit of the structure", 12, 95, 1},
@@ -251,22 +202,15 @@ TEST_F(StoreFixture, BitFieldsAnywhereInTheirStructureKeepTheirValue)
         {"crossing into the third word", 12, 62, 5},
         {"a whole word", 12, 32, 32},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        SymbolDatabase own;
-        SampleStore st{own};
-        Node* n = own.createDetachedSymbol();
-        n->TypeID = kTypeBitField;
-        n->Size = c.structSize;
+        Rig rig;
+        Node* n = rig.addSymbol(c.structSize, kTypeBitField);
         n->BitOffset = c.bitOffset;
         n->BitSize = c.bitSize;
-        own.setSelected({n});
-        st.layOut(true);
-        ASSERT_TRUE(st.prepareFreshStart());
-        st.setOpen(true);
+        rig.start();
         // Every other bit set, and the field holding its largest value but one.
-        const std::uint64_t fieldMask = c.bitSize >= 64 ? ~0ull : (1ull << c.bitSize) - 1;
-        const std::uint64_t value = fieldMask - 1;
+        const std::uint64_t value = (1ull << c.bitSize) - 2;
         std::vector<std::uint8_t> bytes(4 + c.structSize, 0xFF);
         for (std::uint32_t b = 0; b < c.bitSize; ++b) {
             const std::uint32_t bit = c.bitOffset + b;
@@ -275,16 +219,17 @@ TEST_F(StoreFixture, BitFieldsAnywhereInTheirStructureKeepTheirValue)
         }
         std::vector<std::uint8_t> two = bytes;
         two.insert(two.end(), bytes.begin(), bytes.end());
-        st.storeRecords(two.data(), two.size());
-        ASSERT_NE(st.valueSlotAt(*n, 0), nullptr);
-        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 0)), static_cast<double>(value));
-        EXPECT_EQ(graphValue(*n, *st.valueSlotAt(*n, 1)), static_cast<double>(value));
+        rig.store.storeRecords(two.data(), two.size());
+        for (std::uint32_t i : {0u, 1u}) {
+            ASSERT_NE(rig.store.valueSlotAt(*n, i), nullptr);
+            EXPECT_EQ(graphValue(*n, *rig.store.valueSlotAt(*n, i)), static_cast<double>(value));
+        }
     }
 }
 
 TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
 {
-    addSymbol(2, 11, "v");
+    addSymbol(2, kTypeS16);
     start();
     feed({1, 2, 3});
     std::atomic<bool> inside{false}, release{false};
@@ -311,7 +256,7 @@ TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
 
 TEST_F(StoreFixture, RunningMeanMinimumAndMaximumSinceTheStart)
 {
-    Node* n = addSymbol(2, kTypeS16, "v");
+    Node* n = addSymbol(2, kTypeS16);
     start();
     store.resetStatistics();
     // The first record of an empty store only marks the latest slot.

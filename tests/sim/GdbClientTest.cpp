@@ -2,7 +2,7 @@
 // pair: framing, acks, the servers' ways while the core runs, run control,
 // BSQ and QTX over memory packets, a lost connection.
 #include "FakeGdbServer.h"
-#include "LoopbackPort.h"
+#include "SimTestSupport.h"
 
 #include "sim/gdb/Client.h"
 #include "sim/gdb/Packet.h"
@@ -10,11 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstring>
-#include <thread>
-
 using namespace sim::gdb;
+using simtest::get;
+using simtest::waitFor;
 using Style = FakeGdbServer::Style;
 
 namespace {
@@ -34,16 +32,13 @@ std::vector<Event> parseAll(const std::string& bytes, bool bytewise)
     return out;
 }
 
-// Waits, bounded, until `done` holds; false if it never did.
-template <class F> bool waitFor(F done, int seconds = 20)
+// The back end on the server's end, greeted, connected and, when `go`, running.
+std::unique_ptr<Remote> connected(FakeGdbServer& server, bool go = true)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    auto remote = std::make_unique<Remote>(server.takeLink(), "fake");
+    const bool ok = remote->greet().empty() && remote->connect(false).empty() && (!go || remote->go() == 0);
+    EXPECT_TRUE(ok) << remote->lastError();
+    return ok ? std::move(remote) : nullptr;
 }
 
 } // namespace
@@ -149,25 +144,18 @@ TEST(GdbClient, ResendsAfterANakAndReadsThePacketSize)
     EXPECT_EQ(client.request("?").value_or("none"), "T05");
 }
 
-TEST(GdbClient, NoServerOrAnotherProtocolIsReported)
+TEST(GdbClient, AnotherProtocolIsReported)
 {
+    // A peer that says something else and hangs up; nothing listening at
+    // all is the probe tests' case.
     int fds[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
-    {
-        // A peer that says something else and hangs up.
-        Client client(std::make_unique<Link>(fds[0]));
-        const std::string banner = "SSH-2.0-other\r\n";
-        ASSERT_EQ(::write(fds[1], banner.data(), banner.size()), static_cast<ssize_t>(banner.size()));
-        ::close(fds[1]);
-        EXPECT_NE(client.greet(), "");
-        EXPECT_TRUE(client.lost());
-    }
-    // Nothing listening.
-    const uint16_t port = freeLoopbackPort();
-    ASSERT_NE(port, 0);
-    std::string error;
-    EXPECT_EQ(Remote::open("127.0.0.1", port, error), nullptr);
-    EXPECT_NE(error.find("No GDB server is listening at 127.0.0.1:"), std::string::npos) << error;
+    Client client(std::make_unique<Link>(fds[0]));
+    const std::string banner = "SSH-2.0-other\r\n";
+    ASSERT_EQ(::write(fds[1], banner.data(), banner.size()), static_cast<ssize_t>(banner.size()));
+    ::close(fds[1]);
+    EXPECT_NE(client.greet(), "");
+    EXPECT_TRUE(client.lost());
 }
 
 TEST(GdbRemote, DetectsHowTheServerTreatsPacketsWhileRunningAndReadsEitherWay)
@@ -189,26 +177,25 @@ TEST(GdbRemote, DetectsHowTheServerTreatsPacketsWhileRunningAndReadsEitherWay)
         server.slowReads = c.slow;
         const uint32_t value = 0x12345678;
         server.poke(FakeGdbServer::kRamBase + 8, &value, 4);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
+        const auto remote = connected(server, false);
+        ASSERT_TRUE(remote);
         server.slowReads = false; // only the detection is to meet it
-        EXPECT_EQ(remote.mode(), c.mode);
-        EXPECT_EQ(remote.isHalted(), 1); // as the server had it
+        EXPECT_EQ(remote->mode(), c.mode);
+        EXPECT_EQ(remote->isHalted(), 1); // as the server had it
         EXPECT_FALSE(server.running());
-        ASSERT_EQ(remote.go(), 0);
-        EXPECT_EQ(remote.isHalted(), 0);
+        ASSERT_EQ(remote->go(), 0);
+        EXPECT_EQ(remote->isHalted(), 0);
         uint32_t got = 0;
-        ASSERT_TRUE(remote.read(FakeGdbServer::kRamBase + 8, &got, 4)) << remote.lastError();
+        ASSERT_TRUE(remote->read(FakeGdbServer::kRamBase + 8, &got, 4)) << remote->lastError();
         EXPECT_EQ(got, value);
         uint8_t zeros[16];
-        ASSERT_TRUE(remote.read(FakeGdbServer::kRamBase + 0x100, zeros, sizeof zeros)); // run-length reply
+        ASSERT_TRUE(remote->read(FakeGdbServer::kRamBase + 0x100, zeros, sizeof zeros)); // run-length reply
         EXPECT_EQ(zeros[15], 0);
         EXPECT_TRUE(waitFor([&] { return server.running(); })); // still running after the read
-        EXPECT_EQ(remote.halt(), 0);
+        EXPECT_EQ(remote->halt(), 0);
         EXPECT_TRUE(waitFor([&] { return !server.running(); }));
-        EXPECT_FALSE(remote.read(0x10000000, &got, 4));
-        EXPECT_NE(remote.lastError().find("refused to read 4 bytes at 0x10000000"), std::string::npos) << remote.lastError();
+        EXPECT_FALSE(remote->read(0x10000000, &got, 4));
+        EXPECT_NE(remote->lastError().find("refused to read 4 bytes at 0x10000000"), std::string::npos) << remote->lastError();
     }
 }
 
@@ -225,16 +212,14 @@ TEST(GdbRemote, ResetUsesTheServersMonitorCommandOrSaysThereIsNone)
     for (const auto& c : cases) {
         FakeGdbServer server(Style::Background);
         server.monitor = c.monitor;
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
-        EXPECT_EQ(remote.reset(), c.result);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
+        EXPECT_EQ(remote->reset(), c.result);
         if (c.result == 0) {
-            EXPECT_EQ(remote.isHalted(), 1);
+            EXPECT_EQ(remote->isHalted(), 1);
         } else {
-            EXPECT_NE(remote.lastError().find("has no reset command"), std::string::npos);
-            EXPECT_EQ(remote.isHalted(), 0); // left as it was
+            EXPECT_NE(remote->lastError().find("has no reset command"), std::string::npos);
+            EXPECT_EQ(remote->isHalted(), 0); // left as it was
             EXPECT_TRUE(waitFor([&] { return server.running(); }));
         }
     }
@@ -256,7 +241,7 @@ TEST(GdbRemote, AttachedBesideADebuggerLeavesTheRunStateAlone)
     EXPECT_EQ(server.count("qRcmd"), 0);
 }
 
-TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
+TEST(GdbRemote, BsqMergesNeighbouringBlocksKeepsListOrderAndReportsRefusals)
 {
     for (const Style style : {Style::Background, Style::StopReply}) {
         FakeGdbServer server(style);
@@ -264,10 +249,8 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
         server.poke(FakeGdbServer::kRamBase + 0x10, &a, 4);
         server.poke(FakeGdbServer::kRamBase + 0x14, &b, 2);
         server.poke(FakeGdbServer::kRamBase + 0x300, &c, 4);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
         // Listed out of address order: records follow the list.
         const TARVO_BSQ_BLOCK blocks[] = {
             {FakeGdbServer::kRamBase + 0x300, 4, 0, 0},
@@ -275,29 +258,23 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
             {FakeGdbServer::kRamBase + 0x10, 4, 0, 0},
         };
         const int readsBefore = server.count("m");
-        ASSERT_EQ(remote.bsqStart(blocks, 3, 1000), 0);
+        ASSERT_EQ(remote->bsqStart(blocks, 3, 1000), 0);
         uint8_t rec[5 * 14];
         int got = 0;
         ASSERT_TRUE(waitFor([&] {
-            const int n = remote.bsqRead(rec + got, sizeof rec - got);
+            const int n = remote->bsqRead(rec + got, sizeof rec - got);
             got += n > 0 ? n : 0;
             return got == static_cast<int>(sizeof rec);
         }));
-        EXPECT_EQ(remote.bsqStop(), 0);
-        uint32_t prev = 0;
+        EXPECT_EQ(remote->bsqStop(), 0);
         for (int r = 0; r < 5; ++r) {
             const uint8_t* p = rec + r * 14;
-            uint32_t stamp, va, vc;
-            uint16_t vb;
-            std::memcpy(&stamp, p, 4);
-            std::memcpy(&vc, p + 4, 4);
-            std::memcpy(&vb, p + 8, 2);
-            std::memcpy(&va, p + 10, 4);
-            EXPECT_EQ(vc, c);
-            EXPECT_EQ(vb, b);
-            EXPECT_EQ(va, a);
-            EXPECT_GE(stamp, prev); // host microseconds, never backwards
-            prev = stamp;
+            EXPECT_EQ(get<uint32_t>(p + 4), c);
+            EXPECT_EQ(get<uint16_t>(p + 8), b);
+            EXPECT_EQ(get<uint32_t>(p + 10), a);
+            if (r > 0) {
+                EXPECT_GE(get<uint32_t>(p), get<uint32_t>(p - 14)); // host microseconds, never backwards
+            }
         }
         // Two spans a sample (0x10..0x16 merged, 0x300 apart), plus the trial read.
         const int reads = server.count("m") - readsBefore;
@@ -305,42 +282,33 @@ TEST(GdbRemote, BsqMergesNeighbouringBlocksAndKeepsListOrder)
         EXPECT_EQ(reads % 2, 0);
         EXPECT_GE(samples, 6);
         EXPECT_TRUE(waitFor([&] { return server.running(); }));
+        // A block the server refuses fails the start with the reason.
+        const TARVO_BSQ_BLOCK refused[] = {{0x30000000, 4, 0, 0}};
+        EXPECT_EQ(remote->bsqStart(refused, 1, 1000), TARVO_BSQ_ERR_GENERIC);
+        EXPECT_NE(remote->lastError().find("refused to read 4 bytes at 0x30000000"), std::string::npos);
     }
-}
-
-TEST(GdbRemote, BsqRefusedBlockFailsTheStartWithTheReason)
-{
-    FakeGdbServer server(Style::Background);
-    Remote remote(server.takeLink(), "fake");
-    ASSERT_EQ(remote.greet(), "");
-    ASSERT_EQ(remote.connect(false), "");
-    const TARVO_BSQ_BLOCK blocks[] = {{0x30000000, 4, 0, 0}};
-    EXPECT_EQ(remote.bsqStart(blocks, 1, 1000), TARVO_BSQ_ERR_GENERIC);
-    EXPECT_NE(remote.lastError().find("refused to read 4 bytes at 0x30000000"), std::string::npos);
 }
 
 TEST(GdbRemote, LostConnectionStopsSamplingAndKeepsTheData)
 {
     FakeGdbServer server(Style::StopReply);
-    Remote remote(server.takeLink(), "fake");
-    ASSERT_EQ(remote.greet(), "");
-    ASSERT_EQ(remote.connect(false), "");
-    ASSERT_EQ(remote.go(), 0);
+    const auto remote = connected(server);
+    ASSERT_TRUE(remote);
     const TARVO_BSQ_BLOCK blocks[] = {{FakeGdbServer::kRamBase, 4, 0, 0}};
     server.closeAfterReads = 10; // the trial read and nine samples
-    ASSERT_EQ(remote.bsqStart(blocks, 1, 100), 0);
+    ASSERT_EQ(remote->bsqStart(blocks, 1, 100), 0);
     uint8_t buf[8 * 100];
     int total = 0;
     int rc = 0;
     ASSERT_TRUE(waitFor([&] {
-        rc = remote.bsqRead(buf, sizeof buf);
+        rc = remote->bsqRead(buf, sizeof buf);
         total += rc > 0 ? rc : 0;
         return rc < 0;
     }));
     EXPECT_EQ(total, 9 * 8);
-    EXPECT_NE(remote.lastError().find("closed the connection; the target's state is unknown"), std::string::npos);
-    EXPECT_EQ(remote.isHalted(), -1);
-    EXPECT_EQ(remote.bsqStop(), 0);
+    EXPECT_NE(remote->lastError().find("closed the connection; the target's state is unknown"), std::string::npos);
+    EXPECT_EQ(remote->isHalted(), -1);
+    EXPECT_EQ(remote->bsqStop(), 0);
 }
 
 TEST(GdbRemote, QtxFindsTheBlockDrainsTheRingAndWritesTheReadOffsetBack)
@@ -357,22 +325,20 @@ TEST(GdbRemote, QtxFindsTheBlockDrainsTheRingAndWritesTheReadOffsetBack)
         server.poke(base + 0x100, "Plotvik_u1", 11);
         const uint8_t ring[16] = {0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xD, 0xE, 0xF};
         server.poke(base + 0x200, ring, 16);
-        Remote remote(server.takeLink(), "fake");
-        ASSERT_EQ(remote.greet(), "");
-        ASSERT_EQ(remote.connect(false), "");
-        ASSERT_EQ(remote.go(), 0);
+        const auto remote = connected(server);
+        ASSERT_TRUE(remote);
         const sim::qtx::Ranges ranges = {{base, 0x400}};
-        ASSERT_EQ(remote.qtxControl(TARVO_QTX_CMD_START, nullptr, ranges), 0);
+        ASSERT_EQ(remote->qtxControl(TARVO_QTX_CMD_START, nullptr, ranges), 0);
         uint32_t up = TARVO_QTX_DIR_UP;
-        EXPECT_EQ(remote.qtxControl(TARVO_QTX_CMD_GETNUMBUF, &up, ranges), 1);
+        EXPECT_EQ(remote->qtxControl(TARVO_QTX_CMD_GETNUMBUF, &up, ranges), 1);
         TARVO_QTX_CHANNEL_DESC desc{};
         desc.BufferIndex = 0;
-        ASSERT_EQ(remote.qtxControl(TARVO_QTX_CMD_GETDESC, &desc, ranges), 0);
+        ASSERT_EQ(remote->qtxControl(TARVO_QTX_CMD_GETDESC, &desc, ranges), 0);
         EXPECT_STREQ(desc.acName, "Plotvik_u1");
         EXPECT_EQ(desc.SizeOfBuffer, 16u);
         char out[32] = {};
         int n = 0;
-        ASSERT_TRUE(waitFor([&] { return (n = remote.qtxRead(0, out, sizeof out)) != 0; }));
+        ASSERT_TRUE(waitFor([&] { return (n = remote->qtxRead(0, out, sizeof out)) != 0; }));
         ASSERT_EQ(n, 6);
         EXPECT_EQ(std::vector<char>(out, out + 6), (std::vector<char>{0xD, 0xE, 0xF, 0, 1, 2}));
         uint32_t rd = 0;

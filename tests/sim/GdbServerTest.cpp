@@ -1,37 +1,26 @@
 // The simulated target's GDB server against the two clients it is for:
 // Plotvik's own GDB back end (which must find background reads) and
 // gdb-multiarch debugging the demo firmware.
+#include "SimTestSupport.h"
 #include "sim/target/GdbServer.h"
 #include "sim/gdb/Remote.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <thread>
 
 using namespace sim;
 
 namespace {
 
-constexpr uint32_t kTick = 0x20000000; // the demo's g_tick_ms
-constexpr int kPatienceSeconds = 60;   // a bound for a loaded machine, never a measure
+using simtest::kTick;
 
-template <class F> bool waitFor(F done)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kPatienceSeconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+// A bound for a loaded machine, never a measure.
+template <class F> bool waitFor(F done) { return simtest::waitFor(done, 60000); }
 
 class SimGdbServer : public ::testing::Test {
 protected:
@@ -89,11 +78,8 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
     ASSERT_TRUE(waitFor([&] {
         uint8_t buf[8 * 64];
         const int n = remote->bsqRead(buf, sizeof buf);
-        for (int i = 0; i + 8 <= n; i += 8) {
-            uint32_t t;
-            std::memcpy(&t, buf + i + 4, 4);
-            ticks.push_back(t);
-        }
+        for (int i = 0; i + 8 <= n; i += 8)
+            ticks.push_back(simtest::get<uint32_t>(buf + i + 4));
         return ticks.size() >= 2 && ticks.back() > ticks.front();
     })) << remote->lastError();
     EXPECT_TRUE(std::is_sorted(ticks.begin(), ticks.end()));

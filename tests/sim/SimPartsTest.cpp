@@ -30,13 +30,8 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
     EXPECT_EQ(s.sliceInstructions.value_or(0), 500u);
     EXPECT_EQ(s.dropWhenFull.value_or(false), true);
     EXPECT_EQ(s.gdbServerPort.value_or(0), 3334);
-}
-
-TEST(SimScript, AbsoluteFirmwarePathStays)
-{
-    Script s;
     ASSERT_EQ(parseScript("firmware = /abs/x.elf", "/other", s), "");
-    EXPECT_EQ(s.firmware.value_or(""), "/abs/x.elf");
+    EXPECT_EQ(s.firmware.value_or(""), "/abs/x.elf") << "an absolute path stays";
 }
 
 TEST(SimScript, ErrorsNameTheLine)
@@ -76,37 +71,56 @@ TEST(SimScript, MergeKeepsEarlierSettingsNotNamedAgain)
 
 namespace {
 
-std::vector<uint8_t> tinyElf(uint16_t machine, uint8_t cls = 1)
+struct TestSegment {
+    uint32_t address; // where it is loaded
+    std::vector<uint8_t> bytes;
+    uint32_t memSize = 0;    // 0: as many as bytes
+    uint32_t runAddress = 0; // 0: the load address
+};
+
+// An executable of the given segments, entry 9 bytes into the first.
+std::vector<uint8_t> armElf(const std::vector<TestSegment>& segments, uint16_t machine = 40, uint8_t cls = 1)
 {
-    std::vector<uint8_t> f(52 + 32 + 8, 0);
+    const size_t headers = 52 + 32 * segments.size();
+    size_t size = headers;
+    for (const auto& s : segments)
+        size += s.bytes.size();
+    std::vector<uint8_t> f(size, 0);
     const uint8_t ident[] = {0x7F, 'E', 'L', 'F', cls, 1, 1};
     std::memcpy(f.data(), ident, sizeof ident);
     auto put16 = [&](size_t o, uint16_t v) { std::memcpy(&f[o], &v, 2); };
     auto put32 = [&](size_t o, uint32_t v) { std::memcpy(&f[o], &v, 4); };
     put16(16, 2);
     put16(18, machine);
-    put32(24, 0x41);
+    put32(24, segments.front().address + 9);
     put32(28, 52);
     put16(42, 32);
-    put16(44, 1);
-    put32(52, 1);          // PT_LOAD
-    put32(52 + 4, 84);     // offset
-    put32(52 + 8, 0x1000); // vaddr
-    put32(52 + 12, 0x40);  // paddr
-    put32(52 + 16, 8);     // filesz
-    put32(52 + 20, 16);    // memsz
-    for (int i = 0; i < 8; ++i)
-        f[84 + size_t(i)] = uint8_t(i + 1);
+    put16(44, static_cast<uint16_t>(segments.size()));
+    size_t offset = headers;
+    for (size_t i = 0; i < segments.size(); ++i) {
+        const size_t ph = 52 + 32 * i;
+        const auto& s = segments[i];
+        put32(ph, 1); // PT_LOAD
+        put32(ph + 4, static_cast<uint32_t>(offset));
+        put32(ph + 8, s.runAddress != 0 ? s.runAddress : s.address);
+        put32(ph + 12, s.address);
+        put32(ph + 16, static_cast<uint32_t>(s.bytes.size()));
+        put32(ph + 20, s.memSize != 0 ? s.memSize : static_cast<uint32_t>(s.bytes.size()));
+        std::memcpy(&f[offset], s.bytes.data(), s.bytes.size());
+        offset += s.bytes.size();
+    }
     return f;
 }
+
+const std::vector<TestSegment> kTiny = {{0x40, {1, 2, 3, 4, 5, 6, 7, 8}, 16, 0x1000}};
 
 } // namespace
 
 TEST(SimElf, LoadsSegmentsAtTheirLoadAddress)
 {
     ElfImage image;
-    ASSERT_EQ(parseElf(tinyElf(40), image), "");
-    EXPECT_EQ(image.entry, 0x41u);
+    ASSERT_EQ(parseElf(armElf(kTiny), image), "");
+    EXPECT_EQ(image.entry, 0x49u);
     ASSERT_EQ(image.segments.size(), 1u);
     EXPECT_EQ(image.segments[0].address, 0x40u);
     EXPECT_EQ(image.segments[0].bytes, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
@@ -115,10 +129,10 @@ TEST(SimElf, LoadsSegmentsAtTheirLoadAddress)
 TEST(SimElf, RejectsWhatIsNoArmExecutable)
 {
     ElfImage image;
-    EXPECT_NE(parseElf(tinyElf(62), image), "");
-    EXPECT_NE(parseElf(tinyElf(40, 2), image), "");
+    EXPECT_NE(parseElf(armElf(kTiny, 62), image), "");
+    EXPECT_NE(parseElf(armElf(kTiny, 40, 2), image), "");
     EXPECT_NE(parseElf({'n', 'o'}, image), "");
-    auto cut = tinyElf(40);
+    auto cut = armElf(kTiny);
     cut.resize(88);
     EXPECT_NE(parseElf(cut, image), "") << "segment beyond the end of the file";
 }
@@ -137,46 +151,6 @@ TEST(SimElf, DemoFirmwareHasItsVectorTableAtZero)
 #endif
 
 namespace {
-
-struct TestSegment {
-    uint32_t address;
-    std::vector<uint8_t> bytes;
-    uint32_t memSize; // 0: as many as bytes
-};
-
-// An ARM executable of the given segments (run address = load address).
-std::vector<uint8_t> armElf(const std::vector<TestSegment>& segments)
-{
-    const size_t headers = 52 + 32 * segments.size();
-    size_t size = headers;
-    for (const auto& s : segments)
-        size += s.bytes.size();
-    std::vector<uint8_t> f(size, 0);
-    const uint8_t ident[] = {0x7F, 'E', 'L', 'F', 1, 1, 1};
-    std::memcpy(f.data(), ident, sizeof ident);
-    auto put16 = [&](size_t o, uint16_t v) { std::memcpy(&f[o], &v, 2); };
-    auto put32 = [&](size_t o, uint32_t v) { std::memcpy(&f[o], &v, 4); };
-    put16(16, 2);
-    put16(18, 40);
-    put32(24, segments.front().address + 9);
-    put32(28, 52);
-    put16(42, 32);
-    put16(44, static_cast<uint16_t>(segments.size()));
-    size_t offset = headers;
-    for (size_t i = 0; i < segments.size(); ++i) {
-        const size_t ph = 52 + 32 * i;
-        const auto& s = segments[i];
-        put32(ph, 1);
-        put32(ph + 4, static_cast<uint32_t>(offset));
-        put32(ph + 8, s.address);
-        put32(ph + 12, s.address);
-        put32(ph + 16, static_cast<uint32_t>(s.bytes.size()));
-        put32(ph + 20, s.memSize != 0 ? s.memSize : static_cast<uint32_t>(s.bytes.size()));
-        std::memcpy(&f[offset], s.bytes.data(), s.bytes.size());
-        offset += s.bytes.size();
-    }
-    return f;
-}
 
 // A board firmware linked for flash at `flash`: its vector table there, then
 // a loop counting in RAM at 0x20000000 that writes and reads a peripheral
@@ -199,7 +173,7 @@ std::vector<uint8_t> boardFirmware(uint32_t flash, size_t flashBytes)
     std::memcpy(code.data() + 8, thumb, sizeof thumb);
     const uint32_t literals[] = {0x40021000, 0x20000000};
     std::memcpy(code.data() + 0x18, literals, sizeof literals);
-    return armElf({{flash, code, 0}});
+    return armElf({{flash, code}});
 }
 
 } // namespace
@@ -252,11 +226,11 @@ TEST(SimTarget, RefusesFirmwareOutsideSaneMemoryWithTheReason)
         std::vector<TestSegment> segments;
         const char* reason;
     } cases[] = {
-        {"a segment among the peripherals", {{0, vectors, 0}, {0x40010000, {1, 2, 3, 4}, 0}},
+        {"a segment among the peripherals", {{0, vectors}, {0x40010000, {1, 2, 3, 4}}},
          "firmware segment at 0x40010000 (4 bytes) outside target memory"},
-        {"a segment in the system space", {{0, vectors, 0}, {0xE0100000, {1, 2, 3, 4}, 0}}, "outside target memory"},
-        {"a region of 100 MB", {{0, vectors, 0}, {0x60000000, {1}, 100u * 1024 * 1024}}, "larger than the simulated target allows"},
-        {"no vector table", {{0x08000000, {1, 2, 3, 4}, 0}}, "no vector table at address 0x08000000"},
+        {"a segment in the system space", {{0, vectors}, {0xE0100000, {1, 2, 3, 4}}}, "outside target memory"},
+        {"a region of 100 MB", {{0, vectors}, {0x60000000, {1}, 100u * 1024 * 1024}}, "larger than the simulated target allows"},
+        {"no vector table", {{0x08000000, {1, 2, 3, 4}}}, "no vector table at address 0x08000000"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

@@ -1,6 +1,8 @@
 #include "SimTestSupport.h"
 #include "tests/TempFolder.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -18,7 +20,7 @@ std::string writeScript(const std::string& name, const std::string& text)
     return p.string();
 }
 
-int connectWith(const std::string& scriptText, const std::string& device)
+int connectWith(const std::string& scriptText, const std::string& device, const std::string& elf)
 {
     if (TARVOARM_EMU_SelectByUSBSN(static_cast<uint32_t>(TARVOARM_GetSN())) < 0)
         return -100;
@@ -29,19 +31,22 @@ int connectWith(const std::string& scriptText, const std::string& device)
     const std::string dev = "device = " + device;
     if (TARVOARM_ExecCommand(dev.c_str(), err, sizeof err) != 0 || err[0] != '\0')
         return -102;
+    if (!elf.empty() && TARVOARM_ExecCommand(("ELFFile = " + elf).c_str(), err, sizeof err) != 0)
+        return -104;
     // Settings stay for the rest of the process: each test starts from the defaults.
-    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", "DropWhenFull = 0\n" + scriptText);
-    if (TARVOARM_ExecCommand(script.c_str(), err, sizeof err) != 0 || err[0] != '\0')
+    const std::string text = elf.empty() ? "DropWhenFull = 0\n" + scriptText : scriptText;
+    const std::string script = "ScriptFile = " + writeScript("test.TarvoScript", text);
+    if (!text.empty() && (TARVOARM_ExecCommand(script.c_str(), err, sizeof err) != 0 || err[0] != '\0'))
         return -103;
     TARVOARM_TIF_Select(TARVO_TIF_SWD);
     TARVOARM_SetSpeed(4000);
     return TARVOARM_Connect();
 }
 
-std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs)
+std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs, uint32_t chunk)
 {
     std::vector<uint8_t> all;
-    std::vector<uint8_t> buf(recordSize * 4096);
+    std::vector<uint8_t> buf(chunk != 0 ? chunk : recordSize * 4096);
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (all.size() < want * recordSize && std::chrono::steady_clock::now() < end) {
         const int n = TARVO_BSQ_Read(buf.data(), static_cast<uint32_t>(buf.size()));
@@ -56,23 +61,55 @@ std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs)
 
 bool waitForTick(uint32_t tick)
 {
-    const TARVO_BSQ_BLOCK block{0x20000000, 4, 0, 0}; // g_tick_ms
+    const TARVO_BSQ_BLOCK block{kTick, 4, 0, 0};
     if (TARVO_BSQ_Start(&block, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP) != 0)
         return false;
     bool reached = false;
-    uint8_t buf[8 * 64];
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!reached && std::chrono::steady_clock::now() < end) {
+    waitFor([&] {
+        uint8_t buf[8 * 64];
         const int n = TARVO_BSQ_Read(buf, sizeof buf);
-        if (n < 0)
-            break;
         for (int at = 0; at + 8 <= n; at += 8)
             reached = reached || get<uint32_t>(buf + at + 4) >= tick;
-        if (n == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+        return reached || n < 0;
+    });
     TARVO_BSQ_Stop();
     return reached;
+}
+
+TARVO_QTX_CHANNEL_DESC firstUpChannel(int timeoutMs)
+{
+    TARVO_QTX_CHANNEL_DESC desc{};
+    uint32_t up = TARVO_QTX_DIR_UP;
+    int channels = TARVO_QTX_ERR_NOT_FOUND;
+    waitFor([&] {
+        channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up);
+        return channels != TARVO_QTX_ERR_NOT_FOUND;
+    }, timeoutMs);
+    if (channels >= 1) {
+        desc.Direction = TARVO_QTX_DIR_UP;
+        EXPECT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc), 0);
+    }
+    return desc;
+}
+
+void checkQtxRecords(const std::vector<uint8_t>& stream, bool everyTick)
+{
+    ASSERT_GE(stream.size(), 200u * 15);
+    for (size_t at = 0; at + 15 <= stream.size(); at += 15) {
+        const uint8_t* r = &stream[at];
+        const uint32_t stamp = get<uint32_t>(r);
+        ASSERT_EQ(stamp % 1000, 0u) << "record " << at / 15 << " is not framed";
+        if (at > 0 && everyTick) {
+            ASSERT_EQ(stamp - get<uint32_t>(r - 15), 1000u) << "a record was lost or doubled";
+        } else if (at > 0) {
+            ASSERT_GT(stamp, get<uint32_t>(r - 15));
+        }
+        const uint32_t t = stamp / 1000;
+        EXPECT_NEAR(get<float>(r + 4), sineAt(t), 1e-3);
+        EXPECT_NEAR(get<float>(r + 8), cosineAt(t), 1e-3);
+        EXPECT_EQ(get<int16_t>(r + 12), sawtoothAt(t));
+        EXPECT_EQ(r[14], stateAt(t));
+    }
 }
 
 BsqStatus bsqStatus()

@@ -42,16 +42,28 @@ T get(const uint8_t* p)
 std::string writeScript(const std::string& name, const std::string& text);
 
 // Selects, opens and connects the probe to `device` with a script of `scriptText`.
-// Returns the Connect result (0 = connected).
-int connectWith(const std::string& scriptText, const std::string& device = "PVK-SIM-M4");
+// Given `elf`, names it as the program's ELF file, and loads a script only when
+// `scriptText` is not empty. Returns the Connect result (0 = connected).
+int connectWith(const std::string& scriptText, const std::string& device = "PVK-SIM-M4",
+                const std::string& elf = {});
 
-// Reads BSQ records until at least `want` arrived or `timeoutMs` passed.
-std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 20000);
+// Reads BSQ records, `chunk` bytes a read (0: 4096 records), until at least
+// `want` arrived or `timeoutMs` passed.
+std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeoutMs = 20000, uint32_t chunk = 0);
 
 // Waits until the demo firmware has finished its start-up and counts ticks,
 // so that every record taken from now on follows its formulas. Uses (and
 // stops) a BSQ of the tick. False when the tick never reached `tick`.
 bool waitForTick(uint32_t tick);
+
+// The first up-channel's description, once the firmware has set up its
+// control block (an empty name when it never did).
+TARVO_QTX_CHANNEL_DESC firstUpChannel(int timeoutMs = 20000);
+
+// Checks a stream of the demo's QTX records ("Plotvik_t4f4f4i2u1", 15 bytes):
+// framed, in time order (a millisecond apart when `everyTick`), with the
+// firmware's values for their time stamps.
+void checkQtxRecords(const std::vector<uint8_t>& stream, bool everyTick);
 
 struct BsqStatus {
     uint64_t queued = 0;
@@ -62,10 +74,7 @@ BsqStatus bsqStatus();
 
 // Polls `done` until it holds or `timeoutMs` passed.
 template <typename Pred>
-bool waitFor(Pred done, int timeoutMs = 20000);
-
-template <typename Pred>
-bool waitFor(Pred done, int timeoutMs)
+bool waitFor(Pred done, int timeoutMs = 20000)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!done()) {
