@@ -214,21 +214,18 @@ TEST_F(ProjectFileTest, SavedDocumentHasTheFixedLayoutAndReloadsAsSaved)
     EXPECT_EQ(saved(), replaced(expected, "YAvgSampled=\"0.25\"", "YAvgSampled=\"0\""));
 }
 
-TEST_F(ProjectFileTest, EmptySelectionIsWrittenAndReloadsEmpty)
+// An empty selection replaces the current one; an absent one keeps it, and
+// the trigger is found in it.
+TEST_F(ProjectFileTest, EmptySelectionIsWrittenAndAnAbsentOneKeepsTheCurrentOne)
 {
     project.apply(ProjectSettings{});
     EXPECT_NE(saved().find("<SelectedSymbols/>"), std::string::npos);
-    select("stale", 4, kTypeU32);  // a previous selection is replaced by the empty one
-    ASSERT_EQ(LoadProject(path("out.plotvik"), project, symbols), 0);
-    EXPECT_TRUE(symbols.selected().empty());
-}
-
-TEST_F(ProjectFileTest, AbsentSelectionKeepsTheCurrentOneAndFindsTheTriggerInIt)
-{
     Node* kept = select("speed", 4, kTypeFloat);
     ASSERT_EQ(loadText(without(kBaseDocument, "SelectedSymbols")), 0);
     EXPECT_EQ(symbols.selected(), std::vector<Node*>{kept});
     EXPECT_EQ(project.settings().TriggerSymbol, kept);
+    ASSERT_EQ(LoadProject(path("out.plotvik"), project, symbols), 0);
+    EXPECT_TRUE(symbols.selected().empty());
 }
 
 TEST_F(ProjectFileTest, RawFileIsRecordedOnlyBesideADataFile)
@@ -334,8 +331,9 @@ TEST_F(ProjectFileTest, InterfaceNamesAreCaseSensitive)
     }
 }
 
-TEST_F(ProjectFileTest, ExistingSessionIsWrittenAsFourAndReloadsAsUsb)
+TEST_F(ProjectFileTest, ConnectionKinds)
 {
+    // An existing session is written as 4 and reloads as USB.
     ProjectSettings s;
     s.Connection = kConnectionTcpIp;
     s.IP = "1.2.3.4";
@@ -348,10 +346,8 @@ TEST_F(ProjectFileTest, ExistingSessionIsWrittenAsFourAndReloadsAsUsb)
     EXPECT_EQ(project.settings().SerialNo, 77u);
     EXPECT_TRUE(project.settings().IP.empty());
     EXPECT_FALSE(project.settings().ExistingSession);
-}
 
-TEST_F(ProjectFileTest, TcpIpNeedsTheAddressAndSkipsTheSerialNumber)
-{
+    // Only TCP/IP needs the address, and it skips the serial number.
     const std::string doc = replaced(kBaseDocument, "Connection=\"1\"", "Connection=\"2\"");
     ASSERT_EQ(loadText(replaced(doc, "IP=\"\"", "IP=\"192.168.1.9\"")), 0);
     EXPECT_EQ(project.settings().Connection, kConnectionTcpIp);
@@ -437,8 +433,6 @@ TEST_F(ProjectFileTest, AddressAndNumberParsing)
     EXPECT_EQ(parseNumber("0xz"), std::nullopt);
     EXPECT_EQ(parseNumber("x"), std::nullopt);
     EXPECT_EQ(projectfile::truncatedToInteger(-0.5), 0);
-    EXPECT_EQ(projectfile::truncatedToInteger(18446744073709551616.0), INT64_MAX);
-    EXPECT_EQ(projectfile::formatAddress(0xABCDEF), "0x00ABCDEF");
 }
 
 TEST_F(ProjectFileTest, FailedSaveLeavesTheOldFileUntouched)
