@@ -13,13 +13,17 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Jobs of the tests: a number to record, a gate the first job may wait on.
+// What the jobs of a test did, in order, and the gate a job may wait on.
+struct Record {
+    std::mutex mutex;
+    std::vector<int> ran, completed;
+    std::atomic<bool> gate{false};
+};
+
 struct TestJob : Job {
     int id = 0;
-    std::vector<int>* ran = nullptr;
-    std::vector<int>* completed = nullptr;
-    std::mutex* mutex = nullptr;
-    std::atomic<bool>* gate = nullptr;
+    bool gated = false;
+    Record* record = nullptr;
     JobEngine* engine = nullptr;
     std::vector<TestJob*>* repost = nullptr;  // posted by the completion
 };
@@ -27,19 +31,18 @@ struct TestJob : Job {
 void recordRun(Job* j)
 {
     auto* job = static_cast<TestJob*>(j);
-    if (job->gate)
-        while (!job->gate->load())
-            std::this_thread::sleep_for(1ms);
-    std::lock_guard l(*job->mutex);
-    job->ran->push_back(job->id);
+    while (job->gated && !job->record->gate.load())
+        std::this_thread::sleep_for(1ms);
+    std::lock_guard l(job->record->mutex);
+    job->record->ran.push_back(job->id);
 }
 
 void recordCompletion(Job* j)
 {
     auto* job = static_cast<TestJob*>(j);
     {
-        std::lock_guard l(*job->mutex);
-        job->completed->push_back(job->id);
+        std::lock_guard l(job->record->mutex);
+        job->record->completed.push_back(job->id);
     }
     if (job->repost)
         for (TestJob* next : *job->repost)
@@ -63,12 +66,9 @@ void waitOrEnd(Done done, const char* what)
     }
 }
 
-struct Fixture : ::testing::Test {
+struct Fixture : ::testing::Test, Record {
     JobEngine engine;
-    std::vector<int> ran, completed;
-    std::mutex mutex;
     std::vector<std::unique_ptr<TestJob>> jobs;
-    std::atomic<bool> gate{false};
 
     void SetUp() override { engine.setJobTable(kTable, 3); }
 
@@ -77,9 +77,7 @@ struct Fixture : ::testing::Test {
         auto j = std::make_unique<TestJob>();
         j->id = id;
         j->type = type;
-        j->ran = &ran;
-        j->completed = &completed;
-        j->mutex = &mutex;
+        j->record = this;
         j->engine = &engine;
         j->completion = &recordCompletion;
         jobs.push_back(std::move(j));
@@ -89,7 +87,7 @@ struct Fixture : ::testing::Test {
     TestJob* gated(int id)
     {
         TestJob* j = job(id);
-        j->gate = &gate;
+        j->gated = true;
         return j;
     }
 
