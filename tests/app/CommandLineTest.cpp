@@ -48,7 +48,8 @@ TEST(CommandLine, ProjectPathsAndOptions)
 TEST(CommandLine, QtxSearchRangesBecomeAProbeCommand)
 {
     Strings commands;
-    CommandLine cl({[&](const std::string& cmd) { commands.push_back(cmd); }, [](const std::string&) { return 0; }});
+    CommandLine cl(
+        {[&](const std::string& cmd) { commands.push_back(cmd); }, [](const std::string&) { return 0; }});
     EXPECT_EQ(cl.parse({"plotvik", "-QTXSearchRanges,0x20000000,0x1000"}, 1), 0);
     EXPECT_EQ(cl.qtxSearchRangeCommand(), "SetQTXSearchRanges 0x20000000 0x1000");
     // The probe's own boxes do not wait while options run, and wait again after.

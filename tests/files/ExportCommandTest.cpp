@@ -50,7 +50,8 @@ TEST_F(ExportCommandTest, ExportsAskForTheFileAndRememberIt)
     EXPECT_EQ(ctl->project().settings().DataFile, bridge.savePath);
     EXPECT_TRUE(ctl->project().settings().RawFile.empty());
     EXPECT_TRUE(ctl->project().isModified());
-    EXPECT_EQ(lines(readAll(bridge.savePath)), (std::vector<std::string>{"Timestamp;level", "0;0", "1;11", "2;22"}));
+    EXPECT_EQ(lines(readAll(bridge.savePath)),
+              (std::vector<std::string>{"Timestamp;level", "0;0", "1;11", "2;22"}));
 
     bridge.savePath = dir.filePath("a.praw").toStdString();
     ASSERT_EQ(ExportRawCommand(*ctl), 0);

@@ -372,8 +372,12 @@ TEST_F(ProjectFileTest, OptionalTarvoValuesHaveDefaults)
 
 TEST_F(ProjectFileTest, MalformedOrIncompleteDocumentsFail)
 {
-    const std::string malformed[] = {"", "not xml at all", "<Other/>", "<PlotvikProject><FileVersion major=\"1\"",
-                                     "<PlotvikProject/>", kBaseDocument.substr(0, kBaseDocument.size() / 2)};
+    const std::string malformed[] = {"",
+                                     "not xml at all",
+                                     "<Other/>",
+                                     "<PlotvikProject><FileVersion major=\"1\"",
+                                     "<PlotvikProject/>",
+                                     kBaseDocument.substr(0, kBaseDocument.size() / 2)};
     for (const std::string& in : malformed)
         EXPECT_EQ(loadText(in), -1) << in;
     EXPECT_EQ(LoadProject(path("missing.plotvik"), project, symbols), -1);
