@@ -63,32 +63,25 @@ struct ControllerFixture : ::testing::Test {
         ctl->setBridge(nullptr);
     }
 
-    // Runs a job to its end by posting a marker behind it.
-    void drain()
-    {
-        std::atomic<bool> done{false};
-        struct Marker : Job {
-            std::atomic<bool>* done;
-        };
-        static const auto complete = [](Job* j) { *static_cast<Marker*>(j)->done = true; };
-        Marker m;
-        m.done = &done;
-        m.type = 99;  // beyond the table: only the completion runs
-        m.completion = complete;
-        ASSERT_EQ(engine->post(&m), 0);
-        ASSERT_TRUE(waitUntil([&] { return done.load(); }));
-    }
+    // Runs the jobs posted so far to their end.
+    void drain() { ASSERT_TRUE(ctl->waitForQueue(5000)); }
 };
 
 }  // namespace
 
 TEST_F(ControllerFixture, StartRunsTheReadLoopAndPauseKeepsTheBuffers)
 {
+    EXPECT_EQ(ctl->haltTarget(), -1) << "target operations need a connection";
+    EXPECT_EQ(ctl->runTarget(), -1);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 9; }));
     EXPECT_TRUE(ctl->samplingRunning());
     EXPECT_FALSE(ctl->displayPaused());
     EXPECT_TRUE(ctl->probeConnected());
+    EXPECT_EQ(ctl->haltTarget(), 0);
+    EXPECT_TRUE(ctl->targetHalted());
+    EXPECT_EQ(ctl->runTarget(), 0);
+    EXPECT_FALSE(ctl->targetHalted());
 
     ctl->postReadPause();
     ASSERT_TRUE(waitUntil([&] { return ctl->displayPaused(); }));
@@ -189,18 +182,6 @@ TEST_F(ControllerFixture, ExitWhileSamplingStopsAndDisconnects)
     EXPECT_FALSE(ctl->samplingRunning());
     EXPECT_FALSE(ctl->probeConnected());
     EXPECT_EQ(sampler->stops.load(), 1);
-}
-
-TEST_F(ControllerFixture, TargetOperationsNeedAConnection)
-{
-    EXPECT_EQ(ctl->haltTarget(), -1);
-    EXPECT_EQ(ctl->runTarget(), -1);
-    ctl->postStartReading();
-    ASSERT_TRUE(waitUntil([&] { return ctl->probeConnected(); }));
-    EXPECT_EQ(ctl->haltTarget(), 0);
-    EXPECT_TRUE(ctl->targetHalted());
-    EXPECT_EQ(ctl->runTarget(), 0);
-    EXPECT_FALSE(ctl->targetHalted());
 }
 
 TEST_F(ControllerFixture, InitProjSettingsAppliesDefaultsAndAsksForSymbols)

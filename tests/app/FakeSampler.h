@@ -12,12 +12,7 @@
 class FakeSampler : public Sampler {
 public:
     int openProbe(const ProjectSettings&) override { return failOpen ? -1 : (open = true, 0); }
-    int setUpTarget(ProjectSettings& s) override
-    {
-        if (!chooseDevice.empty())
-            s.TargetDevice = chooseDevice;
-        return 0;
-    }
+    int setUpTarget(ProjectSettings&) override { return 0; }
     int startSource(ProjectSettings&, SymbolDatabase&, SampleStore&) override
     {
         ++starts;
@@ -63,5 +58,4 @@ public:
     std::atomic<bool> failOpen{false}, open{false}, bsq{false}, halted{false};
     std::atomic<int> reads{0}, failReadAt{0}, starts{0}, stops{0};
     std::atomic<std::uint32_t> counter{0};
-    std::string chooseDevice;
 };

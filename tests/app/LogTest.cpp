@@ -9,24 +9,22 @@ namespace {
 struct LogFixture : ::testing::Test {
     TestBridge bridge;
     std::vector<std::string> lines;
+    Log& log = Log::instance();
     void SetUp() override
     {
         report::setBridge(&bridge);
-        Log::instance().setWriter([this](const std::string& l) { lines.push_back(l); });
+        log.setWriter([this](const std::string& l) { lines.push_back(l); });
     }
     void TearDown() override
     {
         report::setBridge(nullptr);
-        Log::instance().setWriter({});
-        Log::instance().setLevel(3);
+        log.setWriter({});
+        log.setLevel(3);
     }
 };
 
-}  // namespace
-
 TEST_F(LogFixture, ErrorsOfNestedSectionsReachTheUserOnceTogether)
 {
-    Log& log = Log::instance();
     log.beginSection("outer");
     log.error("first failure");
     log.beginSection("inner");
@@ -41,15 +39,17 @@ TEST_F(LogFixture, ErrorsOfNestedSectionsReachTheUserOnceTogether)
     EXPECT_EQ(boxes[0].caption, report::errorCaption());
     EXPECT_EQ(log.depth(), 0);
 
-    // The next operation starts with an empty collection.
+    // The next operation starts with an empty collection, which holds at most
+    // 4095 characters.
     log.beginSection("again");
+    log.error(std::string(4096, 'e'));
+    EXPECT_EQ(log.collected(), std::string(4095, 'e'));
     log.endSection("fine");
-    EXPECT_EQ(bridge.shown().size(), 1u);
+    EXPECT_EQ(bridge.shown().size(), 2u);
 }
 
 TEST_F(LogFixture, LevelsDecideWhatIsWritten)
 {
-    Log& log = Log::instance();
     log.setLevel(3);
     log.line("top");  // depth 0: written
     log.beginSection("s1");
@@ -58,13 +58,15 @@ TEST_F(LogFixture, LevelsDecideWhatIsWritten)
     log.line("depth two");  // 3 < 4: not written
     log.error("err two");   // 3 >= 3: written
     log.endSection({});
+    log.setLevel(2);
+    log.line("at two");  // 2 >= 2: written
     log.endSection({});
-    EXPECT_EQ(lines, std::vector<std::string>({"top", "s1", "depth one", "s2", "ERROR: err two"}));
+    EXPECT_EQ(lines, std::vector<std::string>({"top", "s1", "depth one", "s2", "ERROR: err two", "at two"}));
 
-    lines.clear();
     log.setLevel(0);
     EXPECT_EQ(log.level(), 1);
     log.setLevel(12);
     EXPECT_EQ(log.level(), 9);
-    bridge.boxes.clear();
 }
+
+}  // namespace

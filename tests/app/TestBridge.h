@@ -18,7 +18,6 @@ public:
     }
     void updateGui() override { ++guiUpdates; }
     void updateData() override { ++dataUpdates; }
-    void reset() override { ++resets; }
     void showSymbolSelection() override { ++symbolSelections; }
     void symbolsChanged() override { ++symbolChanges; }
     MessageBoxAnswer messageBox(const MessageBoxRequest& r) override
@@ -27,8 +26,16 @@ public:
         boxes.push_back(r);
         return {answer, r.checkState};
     }
-    std::string openFileDialog(const FileDialogRequest&) override { return openPath; }
-    std::string saveFileDialog(const FileDialogRequest&) override { return savePath; }
+    std::string openFileDialog(const FileDialogRequest& r) override
+    {
+        dialogs.push_back(r);
+        return openPath;
+    }
+    std::string saveFileDialog(const FileDialogRequest& r) override
+    {
+        dialogs.push_back(r);
+        return savePath;
+    }
     int progress(int, const std::string&, int, int) override { return 0; }
 
     std::vector<MessageBoxRequest> shown()
@@ -36,11 +43,19 @@ public:
         std::lock_guard l(m);
         return boxes;
     }
+    std::vector<std::string> texts()
+    {
+        std::vector<std::string> out;
+        for (const auto& b : shown())
+            out.push_back(b.text);
+        return out;
+    }
 
     std::mutex m;
     std::string title;
     std::vector<MessageBoxRequest> boxes;
+    std::vector<FileDialogRequest> dialogs;
     int answer = 0;
     std::string openPath, savePath;
-    std::atomic<int> guiUpdates{0}, dataUpdates{0}, resets{0}, symbolSelections{0}, symbolChanges{0};
+    std::atomic<int> guiUpdates{0}, dataUpdates{0}, symbolSelections{0}, symbolChanges{0};
 };

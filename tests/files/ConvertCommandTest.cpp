@@ -1,16 +1,12 @@
 #include "FilesTestSupport.h"
+#include "StoreFixture.h"
 
-#include "base/Text.h"
 #include "files/Project.h"
-#include "symbols/Node.h"
-#include "symbols/SymbolDatabase.h"
 
 #include <QProcess>
 #include <QStringList>
 
 #include <gtest/gtest.h>
-
-#include <cstring>
 
 namespace {
 
@@ -31,15 +27,7 @@ CliRun runCli(const QStringList& args)
     return r;
 }
 
-std::string record(std::uint32_t ts, std::int16_t v)
-{
-    std::string r(6, '\0');
-    std::memcpy(r.data(), &ts, 4);
-    std::memcpy(r.data() + 4, &v, 2);
-    return r;
-}
-
-struct ConvertCommandTest : ::testing::Test {
+struct ConvertCommandTest : ::testing::Test, StoreFixture {
     QTemporaryDir dir;
     QString project = dir.filePath("p.plotvik");
     QString raw = dir.filePath("r.praw");
@@ -47,37 +35,28 @@ struct ConvertCommandTest : ::testing::Test {
 
     void SetUp() override
     {
+        select("temp", 2, kTypeS16)->NameWithParents = "sensor.temp";
         Project p;
-        SymbolDatabase symbols;
-        Node* n = symbols.createDetachedSymbol();
-        n->Name = "temp";
-        n->NameWithParents = "sensor.temp";
-        n->Type = text::intern("short");
-        n->File = text::intern("/src/s.c");
-        n->Size = 2;
-        n->TypeID = kTypeS16;
-        symbols.setSelected({n});
-        ProjectSettings s;
-        s.TargetDevice = "DEV";
-        p.apply(s);
+        p.apply(ProjectSettings{});
         ASSERT_EQ(SaveProject(project.toStdString(), p, symbols), 0);
     }
 };
 
 TEST_F(ConvertCommandTest, ConvertsARecordingWithTheProjectSelection)
 {
-    writeAll(raw.toStdString(), record(10, -5) + record(20, 6) + record(30, 7));
-    const CliRun r = runCli({raw, "--project", project, "--csv", csv});
+    const std::string data =
+        record(10u, std::int16_t{-5}) + record(20u, std::int16_t{6}) + record(30u, std::int16_t{7});
+    writeAll(raw.toStdString(), data);
+    CliRun r = runCli({raw, "--project", project, "--csv", csv});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_TRUE(r.err.empty()) << r.err;
     // As in the GUI, the store's newest slot is not exported.
-    EXPECT_EQ(lines(readAll(csv.toStdString())), (std::vector<std::string>{"Timestamp;sensor.temp", "10;-5", "20;6"}));
-}
+    EXPECT_EQ(lines(readAll(csv.toStdString())),
+              (std::vector<std::string>{"Timestamp;sensor.temp", "10;-5", "20;6"}));
 
-TEST_F(ConvertCommandTest, WarningsGoToStandardErrorAndDoNotStopTheConversion)
-{
-    writeAll(raw.toStdString(), record(10, 1) + record(20, 2) + record(30, 3) + "X");
-    const CliRun r = runCli({"--csv", csv, raw, "--project", project});
+    // Warnings go to standard error and do not stop the conversion.
+    writeAll(raw.toStdString(), data + "X");
+    r = runCli({"--csv", csv, raw, "--project", project});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.err.find("File size does not align with selected symbols!\nFile size: 19 Bytes\n"
                          "Size of selected symbols + timestamp: 6 Bytes"),
@@ -88,7 +67,7 @@ TEST_F(ConvertCommandTest, WarningsGoToStandardErrorAndDoNotStopTheConversion)
 
 TEST_F(ConvertCommandTest, FailuresExitNonZero)
 {
-    writeAll(raw.toStdString(), record(10, 1));
+    writeAll(raw.toStdString(), record(10u, std::int16_t{1}));
     EXPECT_NE(runCli({raw, "--project", dir.filePath("none.plotvik"), "--csv", csv}).exitCode, 0);
     const CliRun missingRaw = runCli({dir.filePath("none.praw"), "--project", project, "--csv", csv});
     EXPECT_NE(missingRaw.exitCode, 0);

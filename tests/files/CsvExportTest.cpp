@@ -47,29 +47,18 @@ TEST_F(CsvExportTest, FormatsEachTypeAndLeavesOut64BitFields)
     EXPECT_EQ(l[1], "5;1;200;-5;-300;-1;-123456;3.125000");
 }
 
-TEST_F(CsvExportTest, HeaderOnlyForOneOrNoRecord)
+// The header names symbols by their dotted names.
+TEST_F(CsvExportTest, HeaderOnlyForOneOrNoRecordAndUnwritablePathsFail)
 {
-    select("x", 2, kTypeS16);
+    select("x", 2, kTypeS16)->NameWithParents = "state.x";
     ASSERT_EQ(ExportCsv(out, store, symbols), 0);
-    EXPECT_EQ(readAll(out), "Timestamp;x\n");
+    EXPECT_EQ(readAll(out), "Timestamp;state.x\n");
     sample(record(1u, std::int16_t{3}));
     ASSERT_EQ(store.writeIndex(), 1u);
     ASSERT_EQ(ExportCsv(out, store, symbols), 0);
-    EXPECT_EQ(readAll(out), "Timestamp;x\n");
-}
-
-TEST_F(CsvExportTest, UsesTheDottedNameInTheHeader)
-{
-    Node* n = select("x", 2, kTypeS16);
-    n->NameWithParents = "state.x";
-    ASSERT_EQ(ExportCsv(out, store, symbols), 0);
     EXPECT_EQ(readAll(out), "Timestamp;state.x\n");
-}
 
-TEST_F(CsvExportTest, UnwritablePathFails)
-{
     ScopedBridge scoped;
-    select("x", 2, kTypeS16);
     const std::string bad = dir.filePath("no/dir/out.csv").toStdString();
     EXPECT_EQ(ExportCsv(bad, store, symbols), -1);
     ASSERT_EQ(scoped.bridge.boxes.size(), 1u);
