@@ -173,10 +173,15 @@ TEST_F(EndToEnd, AProbeFailureStopsSamplingAndKeepsTheData)
     selectTick();
     ProjectSettings s;
     s.SamplingPeriod = 1000;
-    s.ScriptFile = script("fail.TarvoScript", "Fast = 1\nFailReadAfter = 40\n");
+    s.ScriptFile = script("fail.TarvoScript", "Fast = 1\n");
     openProject(s);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
+    // The reads fail from the moment records are in, however slow the host.
+    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() > 0; }));
+    const fs::path failNow = dir / "fail_now.TarvoScript";
+    std::ofstream(failNow) << "FailReadAfter = 0\n";
+    ASSERT_EQ(tarvo::ExecCommand(("ScriptFile = " + failNow.string()).c_str(), nullptr, 0), 0);
     ASSERT_TRUE(waitUntil([&] { return !ctl->samplingRunning(); }));
     ASSERT_TRUE(ctl->waitForQueue(10000));
     EXPECT_FALSE(ctl->probeConnected());
