@@ -180,16 +180,20 @@ TEST_F(GraphTest, CurvesFollowTheirSettingsAndStopAtTheTopOfTheGrid)
     tall->symbol().ManualYResolution = true;
     fill(own, 2000, [](std::uint32_t i) { return i * 500; },
          [](std::size_t, std::uint32_t i) -> std::uint64_t { return (i / 10) % 2 ? 1000 : 0; });
+    std::size_t drawn[2] = {};
     for (const std::int32_t style : {0, 1}) {
         tall->symbol().DrawStyle = style;
         graph.invalidate();
         std::set<int> rows;
         for (const QPoint& p : pixelsOf(frame(graph), Qt::red))
-            if (p.x() >= 40)  // right of the zero marker's column
+            if (p.x() >= 40) {  // right of the zero marker's column
                 rows.insert(p.y());
+                ++drawn[style];
+            }
         ASSERT_FALSE(rows.empty()) << style;
         EXPECT_GE(*rows.begin(), 25) << style;
     }
+    EXPECT_GT(drawn[0], 2 * drawn[1]) << "lines join the jumps, points do not";
 }
 
 // The automatic range steps the resolution of shown curves up; a resolution
