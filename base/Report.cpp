@@ -31,34 +31,21 @@ std::string withReason(const std::string& message, const std::string& reason)
     return message + "\n" + reason;
 }
 
-void error(const std::string& text)
+namespace {
+// A message with one button; what the user answers does not matter.
+void notice(const std::string& caption, const std::string& text, const char* button, int icon)
 {
     MessageBoxRequest r;
-    r.caption = errorCaption();
+    r.caption = caption;
     r.text = text;
-    r.button0 = "O.K.";
-    r.icon = kIconWarning;
+    r.button0 = button;
+    r.icon = icon;
     ask(r);
 }
+}  // namespace
 
-void warning(const std::string& text)
-{
-    MessageBoxRequest r;
-    r.caption = warningCaption();
-    r.text = text;
-    r.button0 = "O.K.";
-    r.icon = kIconWarning;
-    ask(r);
-}
-
-void information(const std::string& text)
-{
-    MessageBoxRequest r;
-    r.caption = product::shortName();
-    r.text = text;
-    r.button0 = "OK";
-    r.icon = kIconInformation;
-    ask(r);
-}
+void error(const std::string& text) { notice(errorCaption(), text, "O.K.", kIconWarning); }
+void warning(const std::string& text) { notice(warningCaption(), text, "O.K.", kIconWarning); }
+void information(const std::string& text) { notice(product::shortName(), text, "OK", kIconInformation); }
 
 }  // namespace report
