@@ -21,7 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 
 template <typename Pred>
-bool waitUntil(Pred pred, int ms = 3000)
+bool waitUntil(Pred pred, int ms = 20000)
 {
     for (int i = 0; i < ms; ++i) {
         if (pred())
