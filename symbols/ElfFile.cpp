@@ -1,4 +1,5 @@
 #include "symbols/ElfFile.h"
+#include "symbols/ElfImage.h"
 #include "symbols/UnitRepair.h"
 
 #include "base/Clock.h"
@@ -96,48 +97,6 @@ void dispatch(const ErrorRecord& r)
         defaultHandler(r);
 }
 
-// Little helpers over the in-memory image, bounds-checked.
-struct Image {
-    const unsigned char* data;
-    std::uint64_t size;
-    bool big;
-    std::uint64_t get(std::uint64_t off, int n) const
-    {
-        if (off > size || size - off < static_cast<std::uint64_t>(n))
-            return 0;
-        std::uint64_t v = 0;
-        for (int i = 0; i < n; ++i) {
-            const std::uint64_t b = data[off + static_cast<std::uint64_t>(i)];
-            v |= big ? b << (8 * (n - 1 - i)) : b << (8 * i);
-        }
-        return v;
-    }
-};
-
-// The section header table of an image whose ELF header was checked: where
-// it is, and the fields of one header that are 4 bytes wide in ELF32 and 8 in
-// ELF64 (offsets given for both forms).
-struct SectionTable {
-    Image img;
-    bool is64;
-    std::uint64_t shoff, shentsize, shnum, shstrndx;
-
-    SectionTable(const unsigned char* d, std::uint64_t size)
-        : img{d, size, d[5] == 2}, is64(d[4] == 2),
-          shoff(is64 ? img.get(40, 8) : img.get(32, 4)),
-          shentsize(img.get(is64 ? 58 : 46, 2)),
-          shnum(img.get(is64 ? 60 : 48, 2)),
-          shstrndx(img.get(is64 ? 62 : 50, 2))
-    {
-    }
-    bool empty() const { return shoff == 0 || shentsize == 0; }
-    std::uint64_t header(std::uint64_t index) const { return shoff + index * shentsize; }
-    std::uint64_t field(std::uint64_t at, int off32, int off64) const
-    {
-        return is64 ? img.get(at + static_cast<std::uint64_t>(off64), 8) : img.get(at + static_cast<std::uint64_t>(off32), 4);
-    }
-};
-
 // Header checks; 0 when the file is an executable ELF of a known form.
 int checkHeader(const unsigned char* d, std::uint64_t size)
 {
@@ -167,12 +126,9 @@ std::uint32_t countElfSymbols(const unsigned char* d, std::uint64_t size)
     if (t.empty())
         return 0;
     for (std::uint64_t i = 0; i < t.shnum; ++i) {
-        const std::uint64_t sh = t.header(i);
-        if (t.img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
-            continue;
-        const std::uint64_t secSize = t.field(sh, 20, 32);
-        const std::uint64_t entSize = t.field(sh, 36, 56);
-        return entSize ? static_cast<std::uint32_t>(secSize / entSize) : 0;
+        const SectionHeader h = t[i];
+        if (h.type == 2 /*SHT_SYMTAB*/)
+            return h.entrySize ? static_cast<std::uint32_t>(h.size / h.entrySize) : 0;
     }
     return 0;
 }
@@ -194,19 +150,16 @@ ZeroSymbols symbolsAtZero(const unsigned char* d, std::uint64_t size)
         return out;
     const bool is64 = t.is64;
     const Image& img = t.img;
-    const std::uint64_t shnum = t.shnum;
-    const auto field = [&t](std::uint64_t at, int off32, int off64) { return t.field(at, off32, off64); };
-    for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = t.header(i);
-        if (img.get(sh + 4, 4) != 2 /*SHT_SYMTAB*/)
+    for (std::uint64_t i = 0; i < t.shnum; ++i) {
+        const SectionHeader symtab = t[i];
+        if (symtab.type != 2 /*SHT_SYMTAB*/)
             continue;
         out.present = true;
-        const std::uint64_t start = field(sh, 16, 24), length = field(sh, 20, 32), entSize = field(sh, 36, 56);
-        const std::uint64_t link = img.get(sh + (is64 ? 40 : 24), 4);
-        if (link >= shnum || entSize < (is64 ? 24u : 16u) || start > size)
+        const std::uint64_t start = symtab.offset, length = symtab.size, entSize = symtab.entrySize;
+        if (symtab.link >= t.shnum || entSize < (is64 ? 24u : 16u) || start > size)
             return out;
-        const std::uint64_t strings = field(t.header(link), 16, 24);
-        const std::uint64_t stringsSize = field(t.header(link), 20, 32);
+        const SectionHeader names = t[symtab.link];
+        const std::uint64_t strings = names.offset, stringsSize = names.size;
         if (strings > size || stringsSize > size - strings)
             return out;
         const std::uint64_t count = std::min(length, size - start) / entSize;
@@ -279,12 +232,10 @@ bool listHeadersReadable(const unsigned char* d, std::uint64_t size)
     if (t.empty() || t.shstrndx >= t.shnum)
         return true;  // no sections libdwarf could find either
     const Image& img = t.img;
-    const std::uint64_t shnum = t.shnum;
-    const auto field = [&t](std::uint64_t at, int off32, int off64) { return t.field(at, off32, off64); };
-    const std::uint64_t names = field(t.header(t.shstrndx), 16, 24);
-    for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = t.header(i);
-        const std::uint64_t nameOff = names + img.get(sh, 4);
+    const std::uint64_t names = t[t.shstrndx].offset;
+    for (std::uint64_t i = 0; i < t.shnum; ++i) {
+        const SectionHeader h = t[i];
+        const std::uint64_t nameOff = names + h.nameAt;
         if (nameOff >= size)
             continue;
         const char* name = reinterpret_cast<const char*>(d + nameOff);
@@ -295,10 +246,9 @@ bool listHeadersReadable(const unsigned char* d, std::uint64_t size)
         };
         if (!named(".debug_rnglists") && !named(".debug_loclists"))
             continue;
-        if (field(sh, 8, 8) & 0x800 /*SHF_COMPRESSED*/)
+        if (h.flags & 0x800 /*SHF_COMPRESSED*/)
             continue;  // libdwarf reads the inflated bytes, not these
-        const std::uint64_t start = field(sh, 16, 24);
-        const std::uint64_t length = field(sh, 20, 32);
+        const std::uint64_t start = h.offset, length = h.size;
         if (start > size || length > size - start)
             return false;
         for (std::uint64_t off = 0; off < length;) {

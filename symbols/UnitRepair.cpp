@@ -1,4 +1,5 @@
 #include "symbols/UnitRepair.h"
+#include "symbols/ElfImage.h"
 
 #include "base/Log.h"
 #include "base/Text.h"
@@ -19,34 +20,11 @@ namespace {
 constexpr std::uint64_t kCompressed = 0x800;  // SHF_COMPRESSED
 constexpr std::uint64_t kNoBits = 8;          // SHT_NOBITS
 
-struct Reader {
-    const unsigned char* data;
-    std::uint64_t size;
-    bool big;
-    // 0 when the field lies outside the bytes.
-    std::uint64_t get(std::uint64_t off, unsigned n) const
-    {
-        if (off > size || size - off < n)
-            return 0;
-        std::uint64_t v = 0;
-        for (unsigned i = 0; i < n; ++i) {
-            const std::uint64_t b = data[off + i];
-            v |= big ? b << (8 * (n - 1 - i)) : b << (8 * i);
-        }
-        return v;
-    }
-    void put(unsigned char* to, std::uint64_t v, unsigned n) const
-    {
-        for (unsigned i = 0; i < n; ++i)
-            to[big ? n - 1 - i : i] = static_cast<unsigned char>(v >> (8 * i));
-    }
-};
-
 std::string hex(std::uint64_t v) { return text::format(64, "0x%llX", static_cast<unsigned long long>(v)); }
 
 // Why libdwarf would refuse the header of the unit at `at` whose contents
 // (after the length field) take `length` bytes; empty when it reads.
-std::string headerTrouble(const Reader& r, std::uint64_t at, std::uint64_t length, unsigned offsetSize,
+std::string headerTrouble(const Image& r, std::uint64_t at, std::uint64_t length, unsigned offsetSize,
                           std::uint64_t abbrevSize)
 {
     const std::uint64_t version = r.get(at, 2);
@@ -152,40 +130,23 @@ std::unique_ptr<RepairedImage> RepairedImage::make(const unsigned char* d, std::
     std::unique_ptr<RepairedImage> img(new RepairedImage());
     img->m_data = d;
     img->m_size = size;
-    img->m_big = d[5] == 2;
-    img->m_is64 = d[4] == 2;
-    const Reader r{d, size, img->m_big};
-    const bool is64 = img->m_is64;
-    const std::uint64_t shoff = is64 ? r.get(40, 8) : r.get(32, 4);
-    const std::uint64_t shentsize = r.get(is64 ? 58 : 46, 2);
-    const std::uint64_t shnum = r.get(is64 ? 60 : 48, 2);
-    const std::uint64_t shstrndx = r.get(is64 ? 62 : 50, 2);
-    if (shoff == 0 || shentsize < (is64 ? 64u : 40u) || shnum == 0 || shstrndx >= shnum || shoff > size ||
+    const SectionTable t(d, size);
+    img->m_big = t.img.big;
+    img->m_is64 = t.is64;
+    const bool is64 = t.is64;
+    const std::uint64_t shoff = t.shoff, shentsize = t.shentsize, shnum = t.shnum;
+    if (shoff == 0 || shentsize < (is64 ? 64u : 40u) || shnum == 0 || t.shstrndx >= shnum || shoff > size ||
         shnum * shentsize > size - shoff)
         return nullptr;  // no sections, or more than 64K of them: libdwarf reads the file itself
-    const auto field = [&](std::uint64_t sh, unsigned off32, unsigned off64) {
-        return is64 ? r.get(sh + off64, 8) : r.get(sh + off32, 4);
-    };
-    const std::uint64_t names = field(shoff + shstrndx * shentsize, 16, 24);
-    const std::uint64_t namesSize = field(shoff + shstrndx * shentsize, 20, 32);
-    if (names > size || namesSize > size - names || namesSize == 0 || d[names + namesSize - 1] != 0)
+    const SectionHeader names = t[t.shstrndx];
+    if (names.offset > size || names.size > size - names.offset || names.size == 0 ||
+        d[names.offset + names.size - 1] != 0)
         return nullptr;
     std::uint64_t abbrevSize = 0;
     bool haveInfo = false;
     for (std::uint64_t i = 0; i < shnum; ++i) {
-        const std::uint64_t sh = shoff + i * shentsize;
-        Section s;
-        const std::uint64_t name = r.get(sh, 4);
-        s.name = name < namesSize ? reinterpret_cast<const char*>(d + names + name) : "";
-        s.type = r.get(sh + 4, 4);
-        s.flags = field(sh, 8, 8);
-        s.addr = field(sh, 12, 16);
-        s.offset = field(sh, 16, 24);
-        s.size = field(sh, 20, 32);
-        s.link = r.get(sh + (is64 ? 40 : 24), 4);
-        s.info = r.get(sh + (is64 ? 44 : 28), 4);
-        s.align = field(sh, 32, 48);
-        s.entrySize = field(sh, 36, 56);
+        Section s{t[i]};
+        s.name = s.nameAt < names.size ? reinterpret_cast<const char*>(d + names.offset + s.nameAt) : "";
         const bool debug = std::strncmp(s.name, ".debug_", 7) == 0 || std::strncmp(s.name, ".zdebug_", 8) == 0;
         // What is compressed is read inflated: only libdwarf's own reader does that.
         if (debug && (s.flags & kCompressed || s.name[1] == 'z'))
@@ -206,7 +167,7 @@ std::unique_ptr<RepairedImage> RepairedImage::make(const unsigned char* d, std::
     const Section& info = img->m_sections[img->m_infoIndex];
     img->m_info.assign(d + info.offset, d + info.offset + info.size);
     unsigned char* bytes = img->m_info.data();
-    const Reader unit{bytes, info.size, img->m_big};
+    const Image unit{bytes, info.size, img->m_big};
     for (std::uint64_t at = 0; at < info.size;) {
         std::uint64_t length = unit.get(at, 4);
         unsigned lengthSize = 4, offsetSize = 4;

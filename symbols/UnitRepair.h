@@ -5,6 +5,8 @@
 // the same length: the units after it stay where they are and are read.
 #pragma once
 
+#include "symbols/ElfImage.h"
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -41,8 +43,7 @@ public:
     // every object, and init() swaps in ours for the time of its call.
     static std::mutex& initMutex();
 
-    struct Section {
-        std::uint64_t addr = 0, type = 0, flags = 0, offset = 0, size = 0, link = 0, info = 0, align = 0, entrySize = 0;
+    struct Section : SectionHeader {
         const char* name = "";
     };
 
