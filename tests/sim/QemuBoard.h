@@ -2,8 +2,12 @@
 // loopback port: started halted, stopped (or killed) when the object goes.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
+
+// A loopback TCP port nobody listens on right now: bound and released again.
+uint16_t freeLoopbackPort();
 
 class QemuBoard {
 public:
@@ -11,7 +15,7 @@ public:
     static std::string qemuPath();
 
     explicit QemuBoard(const std::string& elf);
-    ~QemuBoard();
+    ~QemuBoard() { kill(); }
     QemuBoard(const QemuBoard&) = delete;
     QemuBoard& operator=(const QemuBoard&) = delete;
 

@@ -1,14 +1,11 @@
 // The simulated probe through its C API, running the demo firmware.
-#include "LoopbackPort.h"
+#include "QemuBoard.h"
 #include "SimTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
-#include <set>
-#include <string>
-#include <thread>
+#include <tuple>
 
 using namespace simtest;
 
@@ -83,11 +80,8 @@ TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
         ASSERT_EQ(data.size() % kDemoRecord, 0u);
         EXPECT_EQ(get<uint32_t>(&data[0]) % period, 0u);
         checkPeriod(data, kDemoRecord, period);
-        for (size_t at = 0; at < data.size(); at += kDemoRecord) {
+        for (size_t at = 0; at < data.size() && !HasFailure(); at += kDemoRecord)
             checkDemoRecord(&data[at]);
-            if (HasFatalFailure() || HasNonfatalFailure())
-                return;
-        }
         EXPECT_EQ(TARVO_BSQ_Stop(), 0);
     }
 }
@@ -152,8 +146,7 @@ TEST_F(SimProbe, BsqReadDeliversWholeRecordsOnly)
     ASSERT_EQ(TARVO_BSQ_Start(blocks, 2, 1000, 1), 0);
     ASSERT_TRUE(waitFor([] { return bsqStatus().queued >= 2; }));
     uint8_t small[25];
-    const int n = TARVO_BSQ_Read(small, sizeof small);
-    EXPECT_EQ(n, 20) << "two 10-byte records fit into 25 bytes";
+    EXPECT_EQ(TARVO_BSQ_Read(small, sizeof small), 20) << "two 10-byte records fit into 25 bytes";
     EXPECT_EQ(TARVO_BSQ_Read(small, 9), 0);
 }
 
@@ -167,22 +160,22 @@ TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
     TARVOARM_Go();
     const TARVO_QTX_CHANNEL_DESC desc = firstUpChannel();
-    EXPECT_STREQ(desc.acName, "Plotvik_t4f4f4i2u1");
-    EXPECT_EQ(desc.SizeOfBuffer, 4096u);
+    EXPECT_EQ(std::tuple(std::string(desc.acName), desc.SizeOfBuffer), std::tuple("Plotvik_t4f4f4i2u1", 4096u));
 
     // Odd read sizes cut records anywhere; the stream must still frame.
     std::vector<uint8_t> stream;
-    const uint32_t sizes[] = {7, 13, 1, 29, 15, 64};
+    const int sizes[] = {7, 13, 1, 29, 15, 64};
     char buf[64];
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (size_t i = 0; stream.size() < 300 * 15 && std::chrono::steady_clock::now() < end; ++i) {
-        const int n = TARVO_QTXTERMINAL_Read(0, buf, sizes[i % 6]);
-        ASSERT_GE(n, 0);
-        ASSERT_LE(n, int(sizes[i % 6]));
-        stream.insert(stream.end(), buf, buf + n);
-        if (n == 0 || i % 100 == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(n == 0 ? 1 : 20));
-    }
+    size_t i = 0;
+    waitFor([&] {
+        const int size = sizes[i++ % 6];
+        const int n = TARVO_QTXTERMINAL_Read(0, buf, size);
+        EXPECT_TRUE(n >= 0 && n <= size) << n;
+        stream.insert(stream.end(), buf, buf + std::clamp(n, 0, size));
+        if (i % 100 == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return stream.size() >= 300 * 15 || n < 0;
+    });
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr), 0);
     checkQtxRecords(stream, true);
     EXPECT_LT(TARVO_QTXTERMINAL_Read(0, buf, sizeof buf), 0) << "no reads after stop";
@@ -340,9 +333,6 @@ TEST_F(SimProbe, CommandStringsAnswerWithErrorTexts)
     EXPECT_NE(TARVO_ExecCommand("MakeCoffee = 1", nullptr, 0), 0);
     EXPECT_EQ(TARVOARM_TIF_Select(TARVO_TIF_JTAG), 0);
     EXPECT_LT(TARVOARM_TIF_Select(7), 0);
-    EXPECT_GE(TARVOARM_GetDLLVersion(), TARVO_DLL_VERSION_BSQ_CAPS);
-    ASSERT_NE(TARVOARM_GetCompileDateTime(), nullptr);
-    EXPECT_GT(std::strlen(TARVOARM_GetCompileDateTime()), 10u);
 }
 
 TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
@@ -355,12 +345,12 @@ TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
     ASSERT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
     EXPECT_LT(TARVOARM_Connect(), 0) << "no device";
     EXPECT_EQ(TARVOARM_IsConnected(), 0);
-    TARVOARM_Close();
-    EXPECT_LT(connectWith("Firmware = missing.elf\n"), 0);
-    TARVOARM_Close();
-    const std::string notElf = writeScript("not.elf", "this is no ELF file");
-    EXPECT_LT(connectWith("Firmware = not.elf\n"), 0);
-    EXPECT_EQ(TARVOARM_IsConnected(), 0);
+    writeScript("not.elf", "this is no ELF file");
+    for (const char* script : {"Firmware = missing.elf\n", "Firmware = not.elf\n"}) {
+        TARVOARM_Close();
+        EXPECT_LT(connectWith(script), 0) << script;
+        EXPECT_EQ(TARVOARM_IsConnected(), 0);
+    }
 }
 
 // The program names its ELF file at every target set-up; the target runs it
@@ -385,9 +375,7 @@ TEST_F(SimProbe, TargetRunsTheProgramsElfFileUnlessThisConnectionsScriptNamesOne
     };
     for (const Step& s : steps) {
         EXPECT_EQ(connectWith(s.script, "PVK-SIM-M4", s.elf) == 0, s.connects) << s.what;
-        if (s.connects && s.elf == own) {
-            EXPECT_TRUE(waitForTick(3)) << "the program's firmware runs";
-        }
+        EXPECT_TRUE(!s.connects || waitForTick(3)) << "the firmware runs: " << s.what;
         TARVOARM_Close();
     }
     char err[256] = "";
@@ -399,25 +387,16 @@ TEST_F(SimProbe, DeviceListAndDialog)
 {
     const int count = TARVOARM_DEVICE_GetInfo(-1, nullptr);
     ASSERT_GE(count, 30);
-    std::set<std::string> makers;
-    int withoutBsq = 0;
-    for (int i = 0; i < count; ++i) {
-        TARVO_DEVICE_INFO info{};
-        info.SizeOfStruct = sizeof info;
-        ASSERT_EQ(TARVOARM_DEVICE_GetInfo(i, &info), 0);
-        ASSERT_NE(info.sName, nullptr);
-        ASSERT_NE(info.sManu, nullptr);
-        EXPECT_LT(std::strlen(info.sName), 128u);
-        EXPECT_GE(info.NumCores, 1u);
-        EXPECT_NE(info.aCoreId[info.NumCores - 1], 0u);
-        makers.insert(info.sManu);
-        withoutBsq += info.HasBSQ == 0;
-    }
-    EXPECT_GE(makers.size(), 4u);
-    EXPECT_TRUE(makers.count("Unspecified"));
-    EXPECT_GT(withoutBsq, 0);
     TARVO_DEVICE_INFO info{};
     info.SizeOfStruct = sizeof info;
+    int withoutBsq = 0;
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(TARVOARM_DEVICE_GetInfo(i, &info), 0);
+        ASSERT_TRUE(info.sName && info.sManu && info.NumCores >= 1) << i;
+        EXPECT_NE(info.aCoreId[info.NumCores - 1], 0u) << info.sName;
+        withoutBsq += info.HasBSQ == 0;
+    }
+    EXPECT_GT(withoutBsq, 0);
     EXPECT_LT(TARVOARM_DEVICE_GetInfo(count, &info), 0);
 
     char err[256];
@@ -430,6 +409,5 @@ TEST_F(SimProbe, DeviceListAndDialog)
     const int index = pick("KS40-512");
     ASSERT_GE(index, 0);
     ASSERT_EQ(TARVOARM_DEVICE_GetInfo(index, &info), 0);
-    EXPECT_STREQ(info.sName, "KS40-512");
-    EXPECT_EQ(info.FlashSize, 512u * 1024);
+    EXPECT_EQ(std::tuple(std::string(info.sName), info.FlashSize), std::tuple("KS40-512", 512u * 1024));
 }
