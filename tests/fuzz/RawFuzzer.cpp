@@ -67,10 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     settings.IsQTXWithTimeStamp = trigger & 0x40;
     w.project.apply(settings);
 
-    fuzz::MemFile file(in.rest(), in.remaining());
-    if (!file.ok())
-        return 0;
-    const auto recording = ReadRawRecording(file.path(), w.symbols);
+    const auto recording = ReadRawRecording(fuzz::asFile(in.rest(), in.remaining()), w.symbols);
     FUZZ_CHECK(recording.has_value());
     FUZZ_CHECK(recording->recordSize == RawRecordSize(w.symbols));
     FUZZ_CHECK(recording->bytes.size() % recording->recordSize == 0);
