@@ -16,15 +16,10 @@ protected:
     void TearDown() override { TARVOARM_Close(); }
 };
 
-std::vector<TARVO_BSQ_BLOCK> demoBlocks()
-{
-    return {
-        {kTick, 4, 0, 0}, {kSine, 4, 0, 0}, {kCosine, 4, 0, 0}, {kSawtooth, 2, 0, 0},
-        {kSquare, 1, 0, 0}, {kState, 1, 0, 0}, {kCounter64, 8, 0, 0}, {kMotor, 12, 0, 0},
-        {kChannels, 32, 0, 0},
-    };
-}
-
+const TARVO_BSQ_BLOCK kDemoBlocks[] = {
+    {kTick, 4, 0, 0},  {kSine, 4, 0, 0},       {kCosine, 4, 0, 0}, {kSawtooth, 2, 0, 0},  {kSquare, 1, 0, 0},
+    {kState, 1, 0, 0}, {kCounter64, 8, 0, 0}, {kMotor, 12, 0, 0}, {kChannels, 32, 0, 0},
+};
 constexpr uint32_t kDemoRecord = 4 + 4 + 4 + 4 + 2 + 1 + 1 + 8 + 12 + 32;
 
 void checkDemoRecord(const uint8_t* r)
@@ -56,9 +51,8 @@ void checkDemoRecord(const uint8_t* r)
 
 void checkPeriod(const std::vector<uint8_t>& data, uint32_t recordSize, uint32_t period)
 {
-    for (size_t at = recordSize; at + recordSize <= data.size(); at += recordSize) {
+    for (size_t at = recordSize; at + recordSize <= data.size(); at += recordSize)
         ASSERT_EQ(get<uint32_t>(&data[at]) - get<uint32_t>(&data[at - recordSize]), period) << "record " << at / recordSize;
-    }
 }
 
 } // namespace
@@ -73,8 +67,7 @@ TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
     // 250: samples between the firmware's milliseconds see its last update.
     for (const uint32_t period : {250u, 1000u, 5000u}) {
         SCOPED_TRACE(period);
-        const auto blocks = demoBlocks();
-        ASSERT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), period, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        ASSERT_EQ(TARVO_BSQ_Start(kDemoBlocks, 9, period, TARVO_BSQ_FLAG_TIMESTAMP), 0);
         const auto data = readBsq(kDemoRecord, 600);
         ASSERT_GE(data.size(), 600u * kDemoRecord);
         ASSERT_EQ(data.size() % kDemoRecord, 0u);
@@ -111,17 +104,14 @@ TEST_F(SimProbe, BsqFifoIsBoundedAndCountsWhatItDrops)
 
 TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
 {
-    const auto blocks = demoBlocks();
     constexpr size_t kWant = 70000; // more than the FIFO holds
     auto run = [&](bool waitTillFull, uint32_t readSize) {
         EXPECT_EQ(connectWith("Fast = 1\n"), 0);
         EXPECT_EQ(TARVOARM_Reset(), 0); // target time 0, halted
-        EXPECT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        EXPECT_EQ(TARVO_BSQ_Start(kDemoBlocks, 9, 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
         TARVOARM_Go();
         const size_t capacity = (4u * 1024 * 1024) / kDemoRecord;
-        if (waitTillFull) {
-            EXPECT_TRUE(waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits at a full FIFO";
-        }
+        EXPECT_TRUE(!waitTillFull || waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits";
         auto all = readBsq(kDemoRecord, kWant, 60000, readSize);
         EXPECT_EQ(bsqStatus().dropped, 0u);
         TARVO_BSQ_Stop();
@@ -134,8 +124,6 @@ TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
     ASSERT_EQ(eager.size(), kWant * kDemoRecord);
     EXPECT_EQ(get<uint32_t>(eager.data()), 0u);
     checkPeriod(eager, kDemoRecord, 100);
-    for (size_t at = 10 * kDemoRecord; at < eager.size(); at += 997 * kDemoRecord)
-        checkDemoRecord(&eager[at]);
     EXPECT_TRUE(eager == late) << "the records depend on the script and the reads only";
 }
 
