@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 using namespace sim;
 
@@ -35,16 +36,11 @@ TEST(SimScript, ErrorsNameTheLine)
         const char* text;
         const char* needle;
     } cases[] = {
-        {"Fast = 2\n", "line 1"},
-        {"Fast = 1\nnonsense\n", "line 2"},
-        {"\n\nClockHz = 12\n", "line 3"},
-        {"SerialNumber = 0\n", "SerialNumber"},
-        {"Colour = red\n", "Colour"},
-        {"Device =\n", "Device"},
-        {"FailReadAfter = x\n", "FailReadAfter"},
-        {"DropWhenFull = 2\n", "DropWhenFull"},
-        {"GdbServerPort = 0\n", "GdbServerPort"},
-        {"GdbServerPort = 70000\n", "GdbServerPort"},
+        {"Fast = 2\n", "line 1"},           {"Fast = 1\nnonsense\n", "line 2"},
+        {"\n\nClockHz = 12\n", "line 3"},    {"SerialNumber = 0\n", "SerialNumber"},
+        {"Colour = red\n", "Colour"},        {"Device =\n", "Device"},
+        {"FailReadAfter = x\n", "FailReadAfter"}, {"DropWhenFull = 2\n", "DropWhenFull"},
+        {"GdbServerPort = 0\n", "GdbServerPort"}, {"GdbServerPort = 70000\n", "GdbServerPort"},
     };
     for (const auto& c : cases) {
         Script s;
@@ -55,13 +51,10 @@ TEST(SimScript, ErrorsNameTheLine)
 
 TEST(SimScript, MergeKeepsEarlierSettingsNotNamedAgain)
 {
-    Script base;
-    ASSERT_EQ(parseScript("SerialNumber = 9\nFast = 1\n", "", base), "");
-    Script top;
-    ASSERT_EQ(parseScript("Fast = 0\n", "", top), "");
+    Script base, top;
+    ASSERT_EQ(parseScript("SerialNumber = 9\nFast = 1\n", "", base) + parseScript("Fast = 0\n", "", top), "");
     mergeScript(base, top);
-    EXPECT_EQ(base.serialNumber.value_or(0), 9u);
-    EXPECT_EQ(base.fast.value_or(true), false);
+    EXPECT_EQ(std::tuple(base.serialNumber.value_or(0), base.fast.value_or(true)), std::tuple(9u, false));
 }
 
 namespace {
@@ -109,25 +102,6 @@ std::vector<uint8_t> armElf(const std::vector<TestSegment>& segments, uint16_t m
 
 const std::vector<TestSegment> kTiny = {{0x40, {1, 2, 3, 4, 5, 6, 7, 8}, 16, 0x1000}};
 
-} // namespace
-
-TEST(SimElf, LoadsSegmentsAtTheirLoadAddressAndRejectsWhatIsNoArmExecutable)
-{
-    ElfImage image;
-    ASSERT_EQ(parseElf(armElf(kTiny), image), "");
-    EXPECT_EQ(image.entry, 0x49u);
-    ASSERT_EQ(image.segments.size(), 1u);
-    EXPECT_EQ(image.segments[0].address, 0x40u);
-    EXPECT_EQ(image.segments[0].bytes, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
-
-    auto cut = armElf(kTiny);
-    cut.resize(88); // a segment beyond the end of the file
-    for (const auto& bad : {armElf(kTiny, 62), armElf(kTiny, 40, 2), std::vector<uint8_t>{'n', 'o'}, cut})
-        EXPECT_NE(parseElf(bad, image), "") << bad.size();
-}
-
-namespace {
-
 // A board firmware linked for flash at `flash`: its vector table there, then
 // a loop counting in RAM at 0x20000000 that writes and reads a peripheral
 // register at 0x40021000 (a clock controller's place on many parts).
@@ -153,6 +127,21 @@ std::vector<uint8_t> boardFirmware(uint32_t flash, size_t flashBytes)
 }
 
 } // namespace
+
+TEST(SimElf, LoadsSegmentsAtTheirLoadAddressAndRejectsWhatIsNoArmExecutable)
+{
+    ElfImage image;
+    ASSERT_EQ(parseElf(armElf(kTiny), image), "");
+    EXPECT_EQ(image.entry, 0x49u);
+    ASSERT_EQ(image.segments.size(), 1u);
+    EXPECT_EQ(image.segments[0].address, 0x40u);
+    EXPECT_EQ(image.segments[0].bytes, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
+
+    auto cut = armElf(kTiny);
+    cut.resize(88); // a segment beyond the end of the file
+    for (const auto& bad : {armElf(kTiny, 62), armElf(kTiny, 40, 2), std::vector<uint8_t>{'n', 'o'}, cut})
+        EXPECT_NE(parseElf(bad, image), "") << bad.size();
+}
 
 TEST(SimTarget, RunsFirmwareBuiltForRealBoardsWithPeripheralsReadingZero)
 {
