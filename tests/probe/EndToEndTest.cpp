@@ -83,23 +83,14 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     openProject(s, "Fast = 1\n");
     // The symbols a QTX project file lists: those at the channel's places
     // with the channel's names keep their colours and scales.
-    struct Saved {
-        const char* name;
-        Rgb colour;
-        std::uint32_t resolution;
-    };
-    const Saved saved[] = {{"4 Byte float QTX Data", {1, 2, 3, 255}, 20},
-                           {"4 Byte float QTX Data", {4, 5, 6, 255}, 50},
-                           {"renamed", {7, 8, 9, 255}, 100},
-                           {"1 Byte unsigned QTX Data", {10, 11, 12, 255}, 200}};
+    const char* saved[] = {"4 Byte float QTX Data", "4 Byte float QTX Data", "renamed", "1 Byte unsigned QTX Data"};
     std::vector<Node*> before;
-    for (const Saved& v : saved) {
+    for (std::uint8_t i = 0; i < 4; ++i) {
         Node* n = ctl->symbols().createDetachedSymbol();
-        n->Name = n->NameWithParents = v.name;
-        n->symbol().GraphColor = v.colour;
-        n->symbol().HasGraphColor = true;
-        n->symbol().YResolution = v.resolution;
-        n->symbol().ManualYResolution = true;
+        n->Name = n->NameWithParents = saved[i];
+        n->symbol().GraphColor = Rgb{i, i, i, 255};
+        n->symbol().YResolution = 10u * (i + 1);
+        n->symbol().HasGraphColor = n->symbol().ManualYResolution = true;
         before.push_back(n);
     }
     ctl->symbols().setSelected(before);
@@ -117,10 +108,10 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     EXPECT_EQ(std::tuple(sel[0]->Name, sel[2]->Name, sel[3]->Name),
               std::tuple("4 Byte float QTX Data", "2 Byte signed QTX Data", "1 Byte unsigned QTX Data"));
     EXPECT_EQ(ctl->store().recordSize(), 15u);
-    for (std::size_t i : {0u, 1u, 3u}) {
+    for (std::uint8_t i : {0, 1, 3}) {
         const SelectedSymbol& d = sel[i]->symbol();
-        EXPECT_TRUE(d.GraphColor == saved[i].colour && d.HasGraphColor) << i;
-        EXPECT_TRUE(d.YResolution == saved[i].resolution && d.ManualYResolution) << i;
+        EXPECT_TRUE(d.GraphColor == (Rgb{i, i, i, 255}) && d.HasGraphColor) << int(i);
+        EXPECT_TRUE(d.YResolution == 10u * (i + 1) && d.ManualYResolution) << int(i);
     }
     EXPECT_FALSE(sel[2]->symbol().HasGraphColor) << "another name at that place: the views colour it afresh";
     EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
@@ -136,9 +127,7 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
         // The firmware runs from the connect on: what its 4 KiB ring (273
         // records) could not hold before the session's start is lost, as on a
         // real target. From then on the simulated core waits for the reader.
-        if (i > 300) {
-            ASSERT_EQ(st.timeStampAt(i) - st.timeStampAt(i - 1), 1000u) << "a record lost at " << i;
-        }
+        ASSERT_EQ(i > 300 ? st.timeStampAt(i) - st.timeStampAt(i - 1) : 1000u, 1000u) << "a record lost at " << i;
         ASSERT_EQ(st.timeStampAt(i) % 1000, 0u) << "framing lost at record " << i;
         const std::uint32_t t = st.timeStampAt(i) / 1000;
         ASSERT_EQ(sampleToDouble(kTypeS16, *st.valueSlotAt(*sel[2], i)), static_cast<double>(int(t % 200) - 100));
