@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 extern char** environ;
 
@@ -62,13 +61,9 @@ QemuBoard::QemuBoard(const std::string& elf)
     for (int attempt = 0; attempt < 5 && !m_ready && !qemu.empty(); ++attempt) {
         m_port = freeLoopbackPort();
         const std::string gdb = "tcp:127.0.0.1:" + std::to_string(m_port);
-        std::vector<std::string> args = {qemu,   "-M",     "mps2-an386", "-nographic", "-monitor", "none", "-serial",
-                                         "none", "-kernel", elf,        "-S",         "-gdb",     gdb};
-        std::vector<char*> argv;
-        for (auto& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        if (::posix_spawn(&m_pid, qemu.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+        const char* argv[] = {qemu.c_str(), "-M",      "mps2-an386", "-nographic", "-monitor", "none",      "-serial",
+                              "none",       "-kernel", elf.c_str(),  "-S",         "-gdb",     gdb.c_str(), nullptr};
+        if (::posix_spawn(&m_pid, qemu.c_str(), nullptr, nullptr, const_cast<char* const*>(argv), environ) != 0) {
             m_pid = -1;
             return;
         }
