@@ -6,6 +6,7 @@
 #include "sim/gdb/Link.h"
 #include "sim/gdb/Packet.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -66,10 +67,7 @@ public:
     int count(const std::string& prefix) const
     {
         std::lock_guard lk(m_mutex);
-        int n = 0;
-        for (const auto& p : m_log)
-            n += p.rfind(prefix, 0) == 0 ? 1 : 0;
-        return n;
+        return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](auto& p) { return p.rfind(prefix, 0) == 0; }));
     }
 
     // Behaviour switches, set before use.
