@@ -19,7 +19,7 @@ public:
     QemuBoard(const QemuBoard&) = delete;
     QemuBoard& operator=(const QemuBoard&) = delete;
 
-    // True once the gdbstub accepts connections (bounded wait).
+    // True once the gdbstub answers (bounded wait).
     bool ready() const { return m_ready; }
     unsigned port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
