@@ -108,17 +108,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     const std::size_t records = script.delivered / recordSize;
     FUZZ_CHECK(store.writeIndex() == records);
-    for (std::size_t r = 0; r < records; ++r) {
+    for (std::uint32_t r = 0; r < records; ++r) {
         const std::uint8_t* rec = script.stream + r * recordSize;
-        if (store.withTimeStamp()) {
-            std::uint32_t ts;
-            std::memcpy(&ts, rec, 4);
-            FUZZ_CHECK(store.timeStampAt(static_cast<std::uint32_t>(r)) == ts);
-        }
+        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == fuzz::Cursor(rec, 4).u32());
         for (const Node* n : symbols.selected()) {
             std::uint64_t expected = 0;
             std::memcpy(&expected, rec + n->symbol().Offset, n->Size);
-            FUZZ_CHECK(*store.valueSlotAt(*n, static_cast<std::uint32_t>(r)) == expected);
+            FUZZ_CHECK(*store.valueSlotAt(*n, r) == expected);
         }
     }
     return 0;

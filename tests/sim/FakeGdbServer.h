@@ -67,7 +67,8 @@ public:
     int count(const std::string& prefix) const
     {
         std::lock_guard lk(m_mutex);
-        return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](auto& p) { return p.rfind(prefix, 0) == 0; }));
+        const auto starts = [&](const std::string& p) { return p.rfind(prefix, 0) == 0; };
+        return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), starts));
     }
 
     // Behaviour switches, set before use.

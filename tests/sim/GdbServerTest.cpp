@@ -110,7 +110,6 @@ TEST_F(SimGdbServer, GdbMultiarchAttachesAndReadsADemoVariable)
     const unsigned long seen = std::strtoul(out.c_str() + at + 5, nullptr, 10);
     EXPECT_GE(seen, 5u) << out;
     EXPECT_NE(out.find("$2 = 0x20000000"), std::string::npos) << out;
-    EXPECT_GE(m_server->clients(), 1u);
     // Detaching let the core run on.
     EXPECT_TRUE(waitFor([&] { return tick() > seen; }));
 }

@@ -48,7 +48,8 @@ bool answers(uint16_t port)
     pollfd p{s, POLLIN, 0};
     char ack = 0;
     const bool ok = ::connect(s, reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0
-                    && ::send(s, "$?#3f", 5, MSG_NOSIGNAL) == 5 && ::poll(&p, 1, 20000) == 1 && ::recv(s, &ack, 1, 0) == 1;
+                    && ::send(s, "$?#3f", 5, MSG_NOSIGNAL) == 5 && ::poll(&p, 1, 20000) == 1
+                    && ::recv(s, &ack, 1, 0) == 1;
     ::close(s);
     return ok;
 }

@@ -132,8 +132,10 @@ inline TARVO_QTX_CHANNEL_DESC firstUpChannel(int timeoutMs = 20000)
     TARVO_QTX_CHANNEL_DESC desc{};
     uint32_t up = TARVO_QTX_DIR_UP;
     int channels = TARVO_QTX_ERR_NOT_FOUND;
-    waitFor([&] { return (channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up)) != TARVO_QTX_ERR_NOT_FOUND; },
-            timeoutMs);
+    waitFor([&] {
+        channels = TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETNUMBUF, &up);
+        return channels != TARVO_QTX_ERR_NOT_FOUND;
+    }, timeoutMs);
     desc.Direction = TARVO_QTX_DIR_UP;
     EXPECT_TRUE(channels < 1 || TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_GETDESC, &desc) == 0);
     return desc;
