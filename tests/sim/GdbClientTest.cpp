@@ -277,10 +277,8 @@ TEST(GdbRemote, QtxFindsTheBlockDrainsTheRingAndWritesTheReadOffsetBack)
         // Control block at +0x40, one up-channel, its name at +0x100, ring of 16 at +0x200.
         const uint32_t base = FakeGdbServer::kRamBase;
         server.poke(base + 0x40, sim::qtx::kId, 16);
-        const uint32_t header[2] = {1, 0};
-        server.poke(base + 0x50, header, 8);
-        const uint32_t ch[7] = {base + 0x100, base + 0x200, 16, 3, 13, 0, 0}; // wraps: 13..15, 0..2
-        server.poke(base + 0x58, ch, sizeof ch);
+        const uint32_t counts[9] = {1, 0, base + 0x100, base + 0x200, 16, 3, 13, 0, 0}; // then the channel: 13..15, 0..2
+        server.poke(base + 0x50, counts, sizeof counts);
         server.poke(base + 0x100, "Plotvik_u1", 11);
         const uint8_t ring[16] = {0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xD, 0xE, 0xF};
         server.poke(base + 0x200, ring, 16);
