@@ -8,17 +8,15 @@
 #include "tests/app/TestBridge.h"
 
 #include <QStandardPaths>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 namespace {
 
-using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 const fs::path kBin = PLOTVIK_BIN_DIR;
@@ -60,17 +58,6 @@ struct EndToEnd : ::testing::Test {
         ctl->project().apply(s);
         ctl->project().setOpen(true);
     }
-
-    template <typename Pred>
-    bool waitUntil(Pred pred, int ms = 20000)
-    {
-        for (int i = 0; i < ms / 5; ++i) {
-            if (pred())
-                return true;
-            std::this_thread::sleep_for(5ms);
-        }
-        return pred();
-    }
 };
 
 }  // namespace
@@ -96,7 +83,8 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
     ctl->symbols().setSelected(before);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
-    ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); }));
+    const auto filled = [&] { return ctl->store().recordCount() >= 500 || !ctl->samplingRunning(); };
+    ASSERT_TRUE(QTest::qWaitFor(filled, 20000));
     // The firmware runs while it sends: the start asked the probe, so the tool
     // bar offers to halt it and the stop leaves it halted, as after BSQ.
     EXPECT_FALSE(ctl->targetHalted());
@@ -155,7 +143,8 @@ TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
     EXPECT_EQ(ctl->store().recordSize(), 0u);
     // Many read jobs later it still runs.
     const int before = bridge.dataUpdates.load();
-    ASSERT_TRUE(waitUntil([&] { return bridge.dataUpdates.load() >= before + 20 || !ctl->samplingRunning(); }));
+    const auto ranOn = [&] { return bridge.dataUpdates.load() >= before + 20 || !ctl->samplingRunning(); };
+    ASSERT_TRUE(QTest::qWaitFor(ranOn, 20000));
     EXPECT_TRUE(ctl->samplingRunning());
     EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
     EXPECT_EQ(ctl->store().recordCount(), 0u);
