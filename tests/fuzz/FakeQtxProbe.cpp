@@ -6,18 +6,16 @@
 #include <cstring>
 
 namespace {
-FakeQtxScript g_script;
-std::size_t g_delivered = 0;
+FakeQtxScript g_none;
+FakeQtxScript* g_script = &g_none;
 std::size_t g_chunk = 0;
 }  // namespace
 
-TARVO_API void FakeQtxPlay(const FakeQtxScript* script)
+TARVO_API void FakeQtxPlay(FakeQtxScript* script)
 {
-    g_script = *script;
-    g_delivered = 0;
+    g_script = script;
     g_chunk = 0;
 }
-TARVO_API std::size_t FakeQtxDelivered() { return g_delivered; }
 
 TARVO_API const char* TARVOARM_OpenEx(TARVO_LOG*, TARVO_LOG*) { return nullptr; }
 TARVO_API void TARVOARM_Close() {}
@@ -36,12 +34,12 @@ TARVO_API int TARVOARM_EMU_HasCapEx(int) { return 0; }
 TARVO_API int TARVO_QTXTERMINAL_Control(uint32_t command, void* argument)
 {
     switch (command) {
-    case TARVO_QTX_CMD_GETNUMBUF: return g_script.channels;
+    case TARVO_QTX_CMD_GETNUMBUF: return g_script->channels;
     case TARVO_QTX_CMD_GETDESC: {
         auto* desc = static_cast<TARVO_QTX_CHANNEL_DESC*>(argument);
-        if (desc->BufferIndex < 0 || desc->BufferIndex >= g_script.channels)
+        if (desc->BufferIndex < 0 || desc->BufferIndex >= g_script->channels)
             return -1;
-        const char* name = desc->BufferIndex == g_script.formatChannel ? g_script.name : "Terminal";
+        const char* name = desc->BufferIndex == g_script->formatChannel ? g_script->name : "Terminal";
         std::memset(desc->acName, 0, sizeof desc->acName);
         std::memcpy(desc->acName, name, strnlen(name, sizeof desc->acName - 1));
         desc->SizeOfBuffer = 1024;
@@ -54,15 +52,16 @@ TARVO_API int TARVO_QTXTERMINAL_Control(uint32_t command, void* argument)
 
 TARVO_API int TARVO_QTXTERMINAL_Read(uint32_t channel, char* buffer, uint32_t size)
 {
-    if (static_cast<int>(channel) != g_script.formatChannel)
+    FakeQtxScript& s = *g_script;
+    if (static_cast<int>(channel) != s.formatChannel)
         return -1;
-    if (g_chunk >= g_script.chunkCount)
+    if (g_chunk >= s.chunkCount)
         return 0;
-    std::size_t n = g_script.chunks[g_chunk++];
+    std::size_t n = s.chunks[g_chunk++];
     if (n == 0)
         return -1;
-    n = std::min({n, std::size_t{size}, g_script.streamSize - g_delivered});
-    std::memcpy(buffer, g_script.stream + g_delivered, n);
-    g_delivered += n;
+    n = std::min({n, std::size_t{size}, s.streamSize - s.delivered});
+    std::memcpy(buffer, s.stream + s.delivered, n);
+    s.delivered += n;
     return static_cast<int>(n);
 }

@@ -14,11 +14,8 @@ struct FakeQtxScript {
     std::size_t streamSize = 0;
     const std::uint8_t* chunks = nullptr;  // not owned: bytes per read, 0 = the read fails
     std::size_t chunkCount = 0;
+    std::size_t delivered = 0; // bytes of the stream handed out so far, kept by the library
 };
 
-extern "C" {
-// Replaces the script; the library keeps the pointers until the next call.
-using FakeQtxPlay_fn = void(const FakeQtxScript*);
-// Bytes of the stream handed out so far.
-using FakeQtxDelivered_fn = std::size_t();
-}
+// Replaces the script; the library keeps the pointer until the next call.
+extern "C" using FakeQtxPlay_fn = void(FakeQtxScript*);

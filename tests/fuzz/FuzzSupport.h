@@ -1,6 +1,5 @@
-// Helpers shared by the fuzz harnesses: the readers under test take paths,
-// so an input becomes an anonymous in-memory file named /proc/self/fd/N; and
-// a cursor that splits an input into the small decisions a harness makes.
+// Helpers shared by the fuzz harnesses: an input as a file, and a cursor that
+// splits an input into the small decisions a harness makes.
 #pragma once
 
 #include <cstddef>
@@ -14,32 +13,15 @@
 
 namespace fuzz {
 
-class MemFile {
-public:
-    MemFile(const std::uint8_t* data, std::size_t size)
-        : m_fd(memfd_create("fuzz-input", MFD_CLOEXEC))
-    {
-        for (std::size_t done = 0; m_fd >= 0 && done < size;) {
-            const ssize_t n = ::write(m_fd, data + done, size - done);
-            if (n <= 0)
-                break;
-            done += static_cast<std::size_t>(n);
-        }
-    }
-    ~MemFile()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    MemFile(const MemFile&) = delete;
-    MemFile& operator=(const MemFile&) = delete;
-
-    bool ok() const { return m_fd >= 0; }
-    std::string path() const { return "/proc/self/fd/" + std::to_string(m_fd); }
-
-private:
-    int m_fd;
-};
+// The input as a file: the readers under test take paths. One in-memory
+// file, rewritten for each input.
+inline std::string asFile(const std::uint8_t* data, std::size_t size)
+{
+    static const int fd = memfd_create("fuzz-input", MFD_CLOEXEC);
+    if (fd < 0 || ::ftruncate(fd, 0) != 0 || ::pwrite(fd, data, size, 0) != static_cast<ssize_t>(size))
+        std::abort();
+    return "/proc/self/fd/" + std::to_string(fd);
+}
 
 // Takes bytes from the front of an input; past its end every value reads as 0.
 class Cursor {

@@ -9,12 +9,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    fuzz::MemFile file(data, size);
-    if (!file.ok())
-        return 0;
     Project project;
     SymbolDatabase symbols;
-    const int result = LoadProject(file.path(), project, symbols);
+    const int result = LoadProject(fuzz::asFile(data, size), project, symbols);
     FUZZ_CHECK(result == 0 || result == -1);
     for (const Node* n : symbols.selected())
         FUZZ_CHECK(n != nullptr);

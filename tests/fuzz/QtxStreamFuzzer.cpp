@@ -18,7 +18,6 @@
 namespace {
 
 FakeQtxPlay_fn* g_play = nullptr;
-FakeQtxDelivered_fn* g_delivered = nullptr;
 
 }  // namespace
 
@@ -31,8 +30,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char*** argv)
     const std::string path = (std::filesystem::absolute((*argv)[0]).parent_path() / tarvo::kLibraryFile).string();
     void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
     g_play = module ? reinterpret_cast<FakeQtxPlay_fn*>(dlsym(module, "FakeQtxPlay")) : nullptr;
-    g_delivered = module ? reinterpret_cast<FakeQtxDelivered_fn*>(dlsym(module, "FakeQtxDelivered")) : nullptr;
-    if (!g_play || !g_delivered) {
+    if (!g_play) {
         std::fprintf(stderr, "the scripted probe library is not %s\n", path.c_str());
         std::abort();
     }
@@ -96,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i <= script.chunkCount; ++i) {
         failed += sampler.read(s, store) < 0;
         if (firstPiece == 0)
-            firstPiece = g_delivered();
+            firstPiece = script.delivered;
     }
     sampler.close();
 
@@ -108,19 +106,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // writes whole records, so a probe's first read holds at least one.
     if (recordSize == 0 || failed || firstPiece < recordSize)
         return 0;
-    const std::size_t records = g_delivered() / recordSize;
+    const std::size_t records = script.delivered / recordSize;
     FUZZ_CHECK(store.writeIndex() == records);
-    for (std::size_t r = 0; r < records; ++r) {
+    for (std::uint32_t r = 0; r < records; ++r) {
         const std::uint8_t* rec = script.stream + r * recordSize;
-        if (store.withTimeStamp()) {
-            std::uint32_t ts;
-            std::memcpy(&ts, rec, 4);
-            FUZZ_CHECK(store.timeStampAt(static_cast<std::uint32_t>(r)) == ts);
-        }
+        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == fuzz::Cursor(rec, 4).u32());
         for (const Node* n : symbols.selected()) {
             std::uint64_t expected = 0;
             std::memcpy(&expected, rec + n->symbol().Offset, n->Size);
-            FUZZ_CHECK(*store.valueSlotAt(*n, static_cast<std::uint32_t>(r)) == expected);
+            FUZZ_CHECK(*store.valueSlotAt(*n, r) == expected);
         }
     }
     return 0;

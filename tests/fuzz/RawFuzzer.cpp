@@ -8,6 +8,7 @@
 #include "probe/SampleStore.h"
 #include "symbols/SymbolDatabase.h"
 
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -59,18 +60,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     settings.TriggerFall = trigger & 4;
     settings.TriggerFired = false;
     settings.TriggerSymbol = trigger & 8 ? selection[(trigger >> 4) % selection.size()] : nullptr;
-    const std::uint32_t level = in.u32();
-    float f;
-    std::memcpy(&f, &level, sizeof f);
-    settings.TriggerLevel = f;
+    settings.TriggerLevel = std::bit_cast<float>(in.u32());
     settings.IsQTXSession = trigger & 0x80;
     settings.IsQTXWithTimeStamp = trigger & 0x40;
     w.project.apply(settings);
 
-    fuzz::MemFile file(in.rest(), in.remaining());
-    if (!file.ok())
-        return 0;
-    const auto recording = ReadRawRecording(file.path(), w.symbols);
+    const auto recording = ReadRawRecording(fuzz::asFile(in.rest(), in.remaining()), w.symbols);
     FUZZ_CHECK(recording.has_value());
     FUZZ_CHECK(recording->recordSize == RawRecordSize(w.symbols));
     FUZZ_CHECK(recording->bytes.size() % recording->recordSize == 0);
@@ -80,11 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t records = recording->bytes.size() / recording->recordSize;
     if (!settings.TriggerOn) {
         FUZZ_CHECK(w.store.writeIndex() == records % SampleStore::kCapacity);
-        if (records > 0) {
-            std::uint32_t first;
-            std::memcpy(&first, in.rest(), 4);
-            FUZZ_CHECK(w.store.timeStampAt(0) == first);
-        }
+        FUZZ_CHECK(records == 0 || w.store.timeStampAt(0) == fuzz::Cursor(in.rest(), 4).u32());
     }
     return 0;
 }

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -38,11 +37,10 @@ int main(int argc, char** argv)
     std::sort(inputs.begin(), inputs.end());
     for (const auto& path : inputs) {
         std::fprintf(stderr, "%s\n", path.c_str());
-        std::ifstream in(path, std::ios::binary);
-        const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        // A copy of exactly the input's size, so reads past its end are caught.
-        std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
-        LLVMFuzzerTestOneInput(copy.data(), copy.size());
+        // Exactly the input's size, so reads past its end are caught.
+        std::vector<std::uint8_t> bytes(std::filesystem::file_size(path));
+        std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(bytes.data()), std::ssize(bytes));
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }
     std::fprintf(stderr, "%zu inputs replayed\n", inputs.size());
     return 0;

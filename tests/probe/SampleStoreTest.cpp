@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -80,17 +81,15 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
     Node* n = addSymbol(2, kTypeS16);
     start();
     feed({1, 2, 3});
-    EXPECT_EQ(store.recordCount(), 2u) << "the newest record is not counted before the wrap";
-    EXPECT_EQ(store.writeIndex(), 3u);
-    EXPECT_EQ(store.timeStampAt(1), 1000u);
+    // The newest record is not counted before the wrap.
+    EXPECT_EQ(std::tuple(store.recordCount(), store.writeIndex(), store.timeStampAt(1)), std::tuple(2u, 3u, 1000u));
 
     std::vector<std::int64_t> rest(SampleStore::kCapacity - 3);
     for (std::size_t i = 0; i < rest.size(); ++i)
         rest[i] = static_cast<std::int16_t>(i + 4);
     feed(rest, 3000);
-    EXPECT_EQ(store.writeIndex(), 0u);
-    EXPECT_EQ(store.oldestIndex(), 1u);
-    EXPECT_EQ(store.recordCount(), SampleStore::kCapacity);
+    EXPECT_EQ(std::tuple(store.recordCount(), store.writeIndex(), store.oldestIndex()),
+              std::tuple(SampleStore::kCapacity, 0u, 1u));
 
     // One more record overwrites slot 0; the oldest index moves past it. A
     // trigger armed now compares it with the ring's last slot (0 there).
@@ -98,11 +97,11 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
     feed({-7}, SampleStore::kCapacity * 1000u);
     EXPECT_TRUE(project.settings().TriggerFired);
     EXPECT_EQ(store.oldestIndex(), 2u);
-    EXPECT_EQ(store.timeStampAt(0), 2000u);
-    EXPECT_EQ(store.timeStampAt(SampleStore::kCapacity - 2), SampleStore::kCapacity * 1000u);
+    EXPECT_EQ(std::tuple(store.timeStampAt(0), store.timeStampAt(SampleStore::kCapacity - 2)),
+              std::tuple(2000u, SampleStore::kCapacity * 1000u));
     EXPECT_EQ(valueAt(*n, SampleStore::kCapacity - 2), -7.0);
-    EXPECT_EQ(n->symbol().YMinSampled, -32768.0) << "statistics follow every value stored";
-    EXPECT_EQ(n->symbol().YMaxSampled, 32767.0);
+    // Statistics follow every value stored.
+    EXPECT_EQ(std::tuple(n->symbol().YMinSampled, n->symbol().YMaxSampled), std::tuple(-32768.0, 32767.0));
 }
 
 TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
@@ -113,10 +112,9 @@ TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)
     const std::uint8_t bytes[] = {5, 6, 7, 8};
     store.storeRecords(bytes, 3);
     store.storeRecords(bytes + 3, 1);
-    EXPECT_EQ(store.timeStampAt(0), 0u);
-    EXPECT_EQ(store.timeStampAt(1), 100u);
-    EXPECT_EQ(store.timeStampAt(2), 200u);
-    EXPECT_EQ(store.currentTimeStamp(), 300u);
+    EXPECT_EQ((std::vector<std::uint32_t>{store.timeStampAt(0), store.timeStampAt(1), store.timeStampAt(2),
+                                          store.currentTimeStamp()}),
+              (std::vector<std::uint32_t>{0, 100, 200, 300}));
 }
 
 // While the trigger waits only the record before and the current one are
@@ -148,14 +146,13 @@ TEST(StoreTrigger, FiresOnTheChosenEdgeOfComparableTypesOnly)
         rig.feed(c.values, 0, c.size);
         EXPECT_EQ(rig.project.settings().TriggerFired, c.firesAt >= 0);
         if (c.firesAt < 0) {
-            EXPECT_EQ(rig.store.writeIndex(), 1u);
-            EXPECT_EQ(rig.store.recordCount(), 0u);
+            EXPECT_EQ(std::tuple(rig.store.writeIndex(), rig.store.recordCount()), std::tuple(1u, 0u));
             continue;
         }
-        const auto kept = static_cast<std::uint32_t>(c.values.size() + 1) - static_cast<std::uint32_t>(c.firesAt);
-        EXPECT_EQ(rig.store.writeIndex(), kept);
-        for (std::uint32_t i = 0; i < kept; ++i)
-            EXPECT_EQ(rig.valueAt(*n, i), static_cast<double>(c.values[c.firesAt - 1 + i])) << i;
+        std::vector<double> kept;
+        for (std::uint32_t i = 0; i < rig.store.writeIndex(); ++i)
+            kept.push_back(rig.valueAt(*n, i));
+        EXPECT_EQ(kept, std::vector<double>(c.values.begin() + c.firesAt - 1, c.values.end())) << "from the one before";
     }
 }
 
@@ -172,19 +169,19 @@ TEST_F(StoreFixture, SymbolsBeforeTheTriggerSymbolAreShiftedInTheFiringRecord)
     feed({100, 0, 200, 101, 5, 201, 102, 10, 202, 103, 11, 203}, 1000, 2, 3);
     ASSERT_TRUE(project.settings().TriggerFired);
     EXPECT_EQ(store.triggerTimeStamp(), 3000u);
-    // Slot 0 holds the record before the edge, slot 1 the firing record.
-    EXPECT_EQ(valueAt(*trigger, 0), 5.0);
-    EXPECT_EQ(valueAt(*trigger, 1), 10.0);
-    EXPECT_EQ(valueAt(*after, 0), 201.0);
-    EXPECT_EQ(valueAt(*after, 1), 202.0);
-    EXPECT_EQ(valueAt(*before, 0), 102.0) << "shifted: the firing record's value moved into the previous slot";
-    EXPECT_EQ(valueAt(*before, 1), 102.0);
-    EXPECT_EQ(store.timeStampAt(0), 3000u) << "the time stamp is shifted with it";
-    EXPECT_EQ(valueAt(*before, 2), 103.0) << "the next record is stored";
+    // Slot 0 holds the record before the edge, slot 1 the firing record;
+    // `before`'s firing value moved into slot 0, with the time stamp.
+    const auto slots = [&](const Node* n) {
+        return std::vector<double>{valueAt(*n, 0), valueAt(*n, 1), valueAt(*n, 2)};
+    };
+    EXPECT_EQ(slots(trigger), (std::vector<double>{5, 10, 11}));
+    EXPECT_EQ(slots(after), (std::vector<double>{201, 202, 203}));
+    EXPECT_EQ(slots(before), (std::vector<double>{102, 102, 103}));
+    EXPECT_EQ(store.timeStampAt(0), 3000u);
     // The statistics saw only what was kept.
-    EXPECT_EQ(before->symbol().YMinSampled, 103.0);
-    EXPECT_EQ(after->symbol().YMinSampled, 202.0);
-    EXPECT_EQ(trigger->symbol().YMinSampled, 10.0);
+    EXPECT_EQ((std::vector<double>{before->symbol().YMinSampled, after->symbol().YMinSampled,
+                                   trigger->symbol().YMinSampled}),
+              (std::vector<double>{103, 202, 10}));
 }
 
 // A bit-field's part of the record is its whole structure; wherever the field
@@ -257,25 +254,21 @@ TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
 TEST_F(StoreFixture, RunningMeanMinimumAndMaximumSinceTheStart)
 {
     Node* n = addSymbol(2, kTypeS16);
+    const auto stats = [n] {
+        const auto& s = n->symbol();
+        return std::tuple(s.SamplesSinceStart, s.YAvgSampled, s.YMinSampled, s.YMaxSampled);
+    };
     start();
     store.resetStatistics();
     // The first record of an empty store only marks the latest slot.
     feed({100, -4, 10, 6}, 0);
-    EXPECT_EQ(n->symbol().SamplesSinceStart, 3u);
-    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, (-4 + 10 + 6) / 3.0);
-    EXPECT_DOUBLE_EQ(n->symbol().YMinSampled, -4.0);
-    EXPECT_DOUBLE_EQ(n->symbol().YMaxSampled, 10.0);
+    EXPECT_EQ(stats(), std::tuple(3u, 4.0, -4.0, 10.0));
     feed({12}, 4000);
-    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, (-4 + 10 + 6 + 12) / 4.0);
+    EXPECT_EQ(stats(), std::tuple(4u, 6.0, -4.0, 12.0));
 
     // A new start (also after a pause) starts the statistics again.
     store.resetStatistics();
-    EXPECT_EQ(n->symbol().SamplesSinceStart, 0u);
-    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, 0.0);
-    EXPECT_EQ(n->symbol().YMaxSampled, std::numeric_limits<double>::lowest());
-    EXPECT_EQ(n->symbol().YMinSampled, std::numeric_limits<double>::max());
+    EXPECT_EQ(stats(), std::tuple(0u, 0.0, std::numeric_limits<double>::max(), std::numeric_limits<double>::lowest()));
     feed({-8}, 5000);
-    EXPECT_DOUBLE_EQ(n->symbol().YAvgSampled, -8.0);
-    EXPECT_DOUBLE_EQ(n->symbol().YMinSampled, -8.0);
-    EXPECT_DOUBLE_EQ(n->symbol().YMaxSampled, -8.0);
+    EXPECT_EQ(stats(), std::tuple(1u, -8.0, -8.0, -8.0));
 }

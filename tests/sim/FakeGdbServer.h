@@ -1,24 +1,25 @@
 // A scripted GDB server on one end of a socket pair: a little target memory,
 // a run state, and the ways real servers treat packets while the core runs.
+// The simulator's own server (sim/target/GdbServer) behaves as OpenOCD only.
 #pragma once
 
 #include "sim/gdb/Link.h"
 #include "sim/gdb/Packet.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstring>
-#include <poll.h>
-#include <utility>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 class FakeGdbServer {
@@ -28,6 +29,7 @@ public:
         StopReply,  // stops and drops the packet, answering a stop reply (QEMU 7.2)
         Silent,     // drops every byte but the interrupt while running (Black Magic Probe)
     };
+    static constexpr uint32_t kRamBase = 0x20000000;
 
     explicit FakeGdbServer(Style style) : m_style(style)
     {
@@ -36,7 +38,6 @@ public:
             std::abort();
         m_clientFd = fds[0];
         m_fd = fds[1];
-        m_ram.assign(0x400, 0);
         m_thread = std::thread([this] { serve(); });
     }
     ~FakeGdbServer()
@@ -50,57 +51,39 @@ public:
     // The client's end, handed over once.
     std::unique_ptr<sim::gdb::Link> takeLink() { return std::make_unique<sim::gdb::Link>(std::exchange(m_clientFd, -1)); }
 
-    static constexpr uint32_t kRamBase = 0x20000000;
     void poke(uint32_t address, const void* src, size_t n)
     {
         std::lock_guard lk(m_mutex);
         std::memcpy(m_ram.data() + (address - kRamBase), src, n);
     }
-    void peek(uint32_t address, void* dst, size_t n)
+    uint32_t peek32(uint32_t address)
     {
         std::lock_guard lk(m_mutex);
-        std::memcpy(dst, m_ram.data() + (address - kRamBase), n);
+        uint32_t v;
+        std::memcpy(&v, m_ram.data() + (address - kRamBase), 4);
+        return v;
     }
     bool running() const { return m_running; }
     int count(const std::string& prefix) const
     {
         std::lock_guard lk(m_mutex);
-        int n = 0;
-        for (const auto& p : m_log)
-            n += p.rfind(prefix, 0) == 0 ? 1 : 0;
-        return n;
+        const auto starts = [&](const std::string& p) { return p.rfind(prefix, 0) == 0; };
+        return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), starts));
     }
 
     // Behaviour switches, set before use.
     std::string supported = "PacketSize=400";
-    std::map<std::string, std::string> monitor; // command -> console output ("" = unknown command)
-    bool nakFirst = false;       // the first packet is answered with "-"
-    bool runLength = false;      // memory replies use run-length where they can
-    std::atomic<bool> slowReads{false}; // while running, a read is answered only when the interrupt comes (a loaded host)
+    std::map<std::string, std::string> monitor; // command -> console output
+    bool nakFirst = false;                      // the first packet is answered with "-"
+    std::atomic<bool> slowReads{false};   // while running, a read is answered only at the interrupt (a loaded host)
     std::atomic<int> closeAfterReads{-1}; // drop the connection after this many "m" packets
 
 private:
+    void reply(const std::string& payload) { send(sim::gdb::framePacket(payload)); }
     void send(const std::string& bytes)
     {
         if (m_fd >= 0)
             (void)::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
-    void reply(const std::string& payload)
-    {
-        std::string framed = sim::gdb::framePacket(payload);
-        // Repeat counts 6 and 7 would be "#" and "$": servers never send those.
-        if (runLength && payload.size() >= 16 && payload.size() <= 90 && payload.find_first_not_of('0') == std::string::npos) {
-            // "0" followed by "*" and the repeat count + 29, checksum over what is sent.
-            std::string body = "0*";
-            body += static_cast<char>(29 + payload.size() - 1);
-            uint8_t sum = 0;
-            for (const char c : body)
-                sum = static_cast<uint8_t>(sum + c);
-            char cs[3];
-            std::snprintf(cs, sizeof cs, "%02x", sum);
-            framed = "$" + body + "#" + cs;
-        }
-        send(framed);
     }
 
     void serve()
@@ -114,23 +97,19 @@ private:
             const ssize_t n = ::recv(m_fd, buf, sizeof buf, 0);
             if (n <= 0)
                 break;
-            for (ssize_t i = 0; i < n; ++i) {
+            for (ssize_t i = 0; i < n && m_fd >= 0; ++i) {
                 if (buf[i] == 0x03) {
                     if (!m_heldRead.empty()) // answered late, but before the stop it now handles
                         answer(std::exchange(m_heldRead, {}));
-                    if (m_running) {
-                        m_running = false;
+                    if (m_running.exchange(false))
                         reply("T02");
-                    }
                     continue;
                 }
                 parser.feed(&buf[i], 1);
-                while (parser.hasEvent()) {
+                while (parser.hasEvent() && m_fd >= 0) {
                     auto e = parser.takeEvent();
                     if (e.kind == sim::gdb::Event::Kind::Packet)
                         handle(e.payload);
-                    if (m_fd < 0)
-                        return;
                 }
             }
         }
@@ -140,11 +119,8 @@ private:
     {
         if (m_running && m_style == Style::Silent)
             return;
-        if (nakFirst) {
-            nakFirst = false;
-            send("-");
-            return;
-        }
+        if (std::exchange(nakFirst, false))
+            return send("-");
         send("+");
         {
             std::lock_guard lk(m_mutex);
@@ -152,8 +128,7 @@ private:
         }
         if (m_running && m_style == Style::StopReply) {
             m_running = false;
-            reply("T02thread:01;");
-            return;
+            return reply("T02thread:01;");
         }
         if (packet.rfind("qSupported", 0) == 0)
             return reply(supported);
@@ -174,12 +149,11 @@ private:
     {
         if (packet[0] == 'm' || packet[0] == 'M') {
             if (packet[0] == 'm' && closeAfterReads >= 0 && closeAfterReads-- == 0) {
-                ::close(m_fd);
-                m_fd = -1;
+                ::close(std::exchange(m_fd, -1));
                 return;
             }
-            const uint32_t address = static_cast<uint32_t>(std::strtoul(packet.c_str() + 1, nullptr, 16));
-            const uint32_t size = static_cast<uint32_t>(std::strtoul(packet.c_str() + packet.find(',') + 1, nullptr, 16));
+            const auto address = static_cast<uint32_t>(std::strtoul(packet.c_str() + 1, nullptr, 16));
+            const auto size = static_cast<uint32_t>(std::strtoul(packet.c_str() + packet.find(',') + 1, nullptr, 16));
             if (address == 0 && packet[0] == 'm')
                 return reply(std::string(size * 2, '0')); // the vector table
             if (address < kRamBase || address + size > kRamBase + m_ram.size())
@@ -208,7 +182,7 @@ private:
     std::atomic<bool> m_quit{false};
     std::atomic<bool> m_running{false};
     mutable std::mutex m_mutex;
-    std::vector<uint8_t> m_ram;
+    std::vector<uint8_t> m_ram = std::vector<uint8_t>(0x400, 0);
     std::vector<std::string> m_log;
     std::string m_heldRead; // a read kept back by slowReads
     std::thread m_thread;

@@ -9,15 +9,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <memory>
 
 using namespace sim;
+using simtest::kTick;
 
 namespace {
-
-using simtest::kTick;
 
 // A bound for a loaded machine, never a measure.
 template <class F> bool waitFor(F done) { return simtest::waitFor(done, 60000); }
@@ -38,14 +35,7 @@ protected:
         std::string error;
         m_server = GdbServer::start(*m_target, 0, error);
         ASSERT_NE(m_server, nullptr) << error;
-        ASSERT_NE(m_server->port(), 0);
     }
-    void TearDown() override
-    {
-        m_server.reset();
-        m_target.reset();
-    }
-
     uint32_t tick() const
     {
         uint32_t t = 0;
@@ -55,7 +45,7 @@ protected:
 
     std::string m_elf;
     std::unique_ptr<Target> m_target;
-    std::unique_ptr<GdbServer> m_server;
+    std::unique_ptr<GdbServer> m_server; // goes first
 };
 
 } // namespace
@@ -69,7 +59,6 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
     EXPECT_EQ(remote->mode(), gdb::Remote::Mode::Background);
     EXPECT_EQ(remote->isHalted(), 1); // attaching halted the core
     EXPECT_TRUE(m_target->isHalted());
-
     ASSERT_EQ(remote->go(), 0); // without acks "continue" is not waited for
     EXPECT_TRUE(waitFor([&] { return !m_target->isHalted(); }));
     const TARVO_BSQ_BLOCK blocks[] = {{kTick, 4, 0, 0}};
@@ -85,7 +74,6 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
     EXPECT_TRUE(std::is_sorted(ticks.begin(), ticks.end()));
     EXPECT_FALSE(m_target->isHalted()) << "a background read stopped the core";
     EXPECT_EQ(remote->bsqStop(), 0);
-
     ASSERT_EQ(remote->halt(), 0);
     EXPECT_TRUE(m_target->isHalted());
     // A refused read carries the server's error.
@@ -100,12 +88,12 @@ TEST_F(SimGdbServer, PlotviksGdbBackEndFindsBackgroundReadsAndSamplesTheRunningC
 
 TEST_F(SimGdbServer, GdbMultiarchAttachesAndReadsADemoVariable)
 {
-    const char* gdbPath = "/usr/bin/gdb-multiarch";
-    if (!std::filesystem::exists(gdbPath))
+    const std::string gdb = "/usr/bin/gdb-multiarch";
+    if (!std::filesystem::exists(gdb))
         GTEST_SKIP() << "gdb-multiarch is not installed";
     ASSERT_TRUE(waitFor([&] { return tick() >= 5; })) << "the firmware never ticked";
 
-    const std::string command = std::string(gdbPath) + " -batch -nx -q -ex \"set confirm off\" -ex \"target remote 127.0.0.1:"
+    const std::string command = gdb + " -batch -nx -q -ex \"set confirm off\" -ex \"target remote 127.0.0.1:"
                                 + std::to_string(m_server->port()) + "\" -ex \"print g_tick_ms\" -ex \"print/x &g_tick_ms\" -ex \"detach\" "
                                 + m_elf + " 2>&1";
     FILE* pipe = ::popen(command.c_str(), "r");
@@ -122,7 +110,6 @@ TEST_F(SimGdbServer, GdbMultiarchAttachesAndReadsADemoVariable)
     const unsigned long seen = std::strtoul(out.c_str() + at + 5, nullptr, 10);
     EXPECT_GE(seen, 5u) << out;
     EXPECT_NE(out.find("$2 = 0x20000000"), std::string::npos) << out;
-    EXPECT_GE(m_server->clients(), 1u);
     // Detaching let the core run on.
     EXPECT_TRUE(waitFor([&] { return tick() > seen; }));
 }

@@ -2,8 +2,12 @@
 // loopback port: started halted, stopped (or killed) when the object goes.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
+
+// A loopback TCP port nobody listens on right now: bound and released again.
+uint16_t freeLoopbackPort();
 
 class QemuBoard {
 public:
@@ -11,11 +15,11 @@ public:
     static std::string qemuPath();
 
     explicit QemuBoard(const std::string& elf);
-    ~QemuBoard();
+    ~QemuBoard() { kill(); }
     QemuBoard(const QemuBoard&) = delete;
     QemuBoard& operator=(const QemuBoard&) = delete;
 
-    // True once the gdbstub accepts connections (bounded wait).
+    // True once the gdbstub answers (bounded wait).
     bool ready() const { return m_ready; }
     unsigned port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }

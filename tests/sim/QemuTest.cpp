@@ -3,9 +3,6 @@
 #include "QemuBoard.h"
 #include "SimTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <csignal>
 
 using namespace simtest;
 
@@ -13,6 +10,8 @@ namespace {
 
 // QEMU on a loaded machine is slow to start: a generous bound, never a measure.
 constexpr int kPatienceMs = 60000;
+// Records of the blocks below: time stamp, tick, sine, cosine, sawtooth, state, counter64, channels[1].raw.
+constexpr uint32_t kRecord = 4 + 4 + 4 + 4 + 2 + 1 + 8 + 2;
 
 class QemuDemo : public ::testing::Test {
 protected:
@@ -38,48 +37,55 @@ protected:
     }
 
     // Appends whatever BSQ has; returns the records read so far.
-    size_t pull(std::vector<uint8_t>& into, uint32_t recordSize)
+    size_t pull()
     {
-        uint8_t buf[64 * 1024];
-        const int n = TARVO_BSQ_Read(buf, sizeof buf / recordSize * recordSize);
-        if (n > 0)
-            into.insert(into.end(), buf, buf + n);
+        uint8_t buf[kRecord * 2048];
+        const int n = TARVO_BSQ_Read(buf, sizeof buf);
+        m_recs.insert(m_recs.end(), buf, buf + std::max(n, 0));
         m_readFailed = n < 0;
-        return into.size() / recordSize;
+        return m_recs.size() / kRecord;
     }
+    uint32_t tickAt(size_t i) const { return get<uint32_t>(&m_recs[i * kRecord + 4]); }
+    uint32_t lastTick() { return pull() > 0 ? tickAt(m_recs.size() / kRecord - 1) : 0; }
+
+    std::vector<uint8_t> m_recs;
     bool m_readFailed = false;
     std::unique_ptr<QemuBoard> m_board;
 };
 
-uint32_t tickOf(const std::vector<uint8_t>& recs, size_t i, uint32_t size) { return get<uint32_t>(&recs[i * size + 4]); }
-
 } // namespace
 
-TEST_F(QemuDemo, BsqAtOneKilohertzForTwoSecondsFollowsTheFirmwaresFormulas)
+TEST_F(QemuDemo, BsqFollowsTheFirmwareAndHaltGoResetAndAKilledServerStopIt)
 {
+    char status[256] = "";
+    ASSERT_EQ(TARVOARM_ExecCommand("GetBsqStatus", status, sizeof status), 0);
+    EXPECT_NE(std::string(status).find("mode=stop-read-continue"), std::string::npos) << status;
+    EXPECT_NE(TARVOARM_EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ), 0);
+    TARVO_BSQ_CAPS caps{};
+    ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
+    EXPECT_GT(caps.MaxFreq, 0u);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1); // QEMU started halted and stays so
+
     const TARVO_BSQ_BLOCK blocks[] = {
         {kTick, 4, 0, 0},     {kSine, 4, 0, 0},      {kCosine, 4, 0, 0},         {kSawtooth, 2, 0, 0},
         {kState, 1, 0, 0},    {kCounter64, 8, 0, 0}, {kChannels + 8, 2, 0, 0},
     };
-    const uint32_t size = 4 + 4 + 4 + 4 + 2 + 1 + 8 + 2;
     ASSERT_EQ(TARVO_BSQ_Start(blocks, 7, 1000, TARVO_BSQ_FLAG_TIMESTAMP), 0);
-    TARVO_Go();
-    std::vector<uint8_t> recs;
+    TARVOARM_Go();
+    EXPECT_EQ(TARVOARM_IsHalted(), 0);
+    // Two seconds at one kilohertz.
     ASSERT_TRUE(waitFor([&] {
-        const size_t n = pull(recs, size);
-        return n > 1 && get<uint32_t>(&recs[(n - 1) * size]) - get<uint32_t>(&recs[0]) >= 2'000'000;
-    }, kPatienceMs)) << recs.size() / size << " records";
+        const size_t n = pull();
+        return n > 1 && get<uint32_t>(&m_recs[(n - 1) * kRecord]) - get<uint32_t>(&m_recs[0]) >= 2'000'000;
+    }, kPatienceMs)) << m_recs.size() / kRecord << " records";
     size_t checked = 0;
-    uint32_t prevStamp = 0;
-    uint32_t prevTick = 0;
-    for (size_t i = 0; i < recs.size() / size; ++i) {
-        const uint8_t* r = &recs[i * size];
-        const uint32_t stamp = get<uint32_t>(r);
-        const uint32_t t = get<uint32_t>(r + 4);
-        EXPECT_GE(stamp, prevStamp);
-        EXPECT_GE(t, prevTick);
-        prevStamp = stamp;
-        prevTick = t;
+    for (size_t i = 0; i < m_recs.size() / kRecord; ++i) {
+        const uint8_t* r = &m_recs[i * kRecord];
+        const uint32_t t = tickAt(i);
+        if (i > 0) {
+            EXPECT_GE(get<uint32_t>(r), get<uint32_t>(r - kRecord));
+            EXPECT_GE(t, tickAt(i - 1));
+        }
         if (t == 0)
             continue; // before the firmware's first update
         // The core stops wherever it is, also inside an update, which writes
@@ -97,6 +103,33 @@ TEST_F(QemuDemo, BsqAtOneKilohertzForTwoSecondsFollowsTheFirmwaresFormulas)
         ++checked;
     }
     EXPECT_GT(checked, 0u);
+
+    ASSERT_EQ(TARVOARM_Halt(), 0);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    // Whatever was queued before the halt goes; of the rest only the first
+    // may have been sampled before it (stored just after the halt returned).
+    do
+        m_recs.clear();
+    while (pull() == 2048); // a full buffer: there may be more
+    m_recs.clear();
+    ASSERT_TRUE(waitFor([&] { return pull() >= 20; }, kPatienceMs));
+    const uint32_t halted = tickAt(19);
+    for (size_t i = 1; i < 20; ++i)
+        EXPECT_EQ(tickAt(i), halted) << "the core moved while halted";
+
+    TARVOARM_Go();
+    ASSERT_TRUE(waitFor([&] { return lastTick() > halted; }, kPatienceMs));
+    const uint32_t before = lastTick();
+    ASSERT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    TARVOARM_Go();
+    // The firmware starts again from tick 0.
+    ASSERT_TRUE(waitFor([&] { return lastTick() < before; }, kPatienceMs));
+
+    // A server gone without a goodbye stops sampling and the connection.
+    m_board->kill();
+    ASSERT_TRUE(waitFor([&] { return pull(), m_readFailed; }, kPatienceMs));
+    EXPECT_EQ(TARVOARM_IsConnected(), 0);
 }
 
 TEST_F(QemuDemo, QtxRecordsArriveFramed)
@@ -108,61 +141,8 @@ TEST_F(QemuDemo, QtxRecordsArriveFramed)
     ASSERT_TRUE(waitFor([&] {
         char buf[4096];
         const int n = TARVO_QTXTERMINAL_Read(0, buf, sizeof buf);
-        if (n > 0)
-            bytes.insert(bytes.end(), buf, buf + n);
+        bytes.insert(bytes.end(), buf, buf + std::max(n, 0));
         return n < 0 || bytes.size() >= 200 * 15;
     }, kPatienceMs));
     checkQtxRecords(bytes, false);
-}
-
-TEST_F(QemuDemo, StopReadContinueHaltGoResetAndAKilledServer)
-{
-    char status[256] = "";
-    ASSERT_EQ(TARVOARM_ExecCommand("GetBsqStatus", status, sizeof status), 0);
-    EXPECT_NE(std::string(status).find("mode=stop-read-continue"), std::string::npos) << status;
-    EXPECT_NE(TARVOARM_EMU_HasCapEx(TARVO_EMU_CAP_EX_BSQ), 0);
-    TARVO_BSQ_CAPS caps{};
-    ASSERT_EQ(TARVO_BSQ_GetCaps(&caps), 0);
-    EXPECT_GT(caps.MaxFreq, 0u);
-    EXPECT_EQ(TARVOARM_IsHalted(), 1); // QEMU started halted and stays so
-
-    const TARVO_BSQ_BLOCK blocks[] = {{kTick, 4, 0, 0}};
-    ASSERT_EQ(TARVO_BSQ_Start(blocks, 1, 1000, TARVO_BSQ_FLAG_TIMESTAMP), 0);
-    TARVOARM_Go();
-    EXPECT_EQ(TARVOARM_IsHalted(), 0);
-    std::vector<uint8_t> recs;
-    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) >= 50; }, kPatienceMs));
-
-    ASSERT_EQ(TARVOARM_Halt(), 0);
-    EXPECT_EQ(TARVOARM_IsHalted(), 1);
-    // Whatever was queued before the halt goes; of the rest only the first
-    // may have been sampled before it (stored just after the halt returned).
-    size_t drained = 0;
-    do {
-        recs.clear();
-        drained = pull(recs, 8);
-    } while (drained == 64 * 1024 / 8); // a full buffer: there may be more
-    recs.clear();
-    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) >= 20; }, kPatienceMs));
-    const uint32_t halted = tickOf(recs, 19, 8);
-    for (size_t i = 1; i < 20; ++i)
-        EXPECT_EQ(tickOf(recs, i, 8), halted) << "the core moved while halted";
-
-    TARVOARM_Go();
-    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) > halted; }, kPatienceMs));
-    const uint32_t before = tickOf(recs, recs.size() / 8 - 1, 8);
-
-    ASSERT_EQ(TARVOARM_Reset(), 0);
-    EXPECT_EQ(TARVOARM_IsHalted(), 1);
-    TARVOARM_Go();
-    // The firmware starts again from tick 0.
-    ASSERT_TRUE(waitFor([&] { return pull(recs, 8) > 0 && tickOf(recs, recs.size() / 8 - 1, 8) < before; }, kPatienceMs));
-
-    // A server gone without a goodbye stops sampling and the connection.
-    m_board->kill();
-    ASSERT_TRUE(waitFor([&] {
-        pull(recs, 8);
-        return m_readFailed;
-    }, kPatienceMs));
-    EXPECT_EQ(TARVOARM_IsConnected(), 0);
 }

@@ -1,14 +1,14 @@
 // The probe model's parts on their own: script files and the ELF loader.
-#include "sim/target/ElfImage.h"
+#include "SimTestSupport.h"
 #include "sim/Script.h"
+#include "sim/target/ElfImage.h"
 #include "sim/target/Target.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <thread>
+#include <tuple>
 
 using namespace sim;
 
@@ -20,16 +20,12 @@ TEST(SimScript, ReadsEveryKeyAndResolvesFirmwareAgainstTheScriptFolder)
                                  "FailReadAfter = 5\nSliceInstructions = 500\nDropWhenFull = 1\nGdbServerPort = 3334\n",
                                  "/base/dir", s);
     ASSERT_EQ(err, "");
-    EXPECT_EQ(s.firmware.value_or(""), "/base/dir/fw/demo.elf");
-    EXPECT_EQ(s.fast.value_or(false), true);
-    EXPECT_EQ(s.clockHz.value_or(0), 64'000'000u);
-    EXPECT_EQ(s.serialNumber.value_or(0), 42u);
-    EXPECT_EQ(s.device.value_or(""), "AM3210F4");
-    EXPECT_EQ(s.deviceDialog.value_or(""), "cancel");
-    EXPECT_EQ(s.failReadAfter.value_or(0), 5u);
-    EXPECT_EQ(s.sliceInstructions.value_or(0), 500u);
-    EXPECT_EQ(s.dropWhenFull.value_or(false), true);
-    EXPECT_EQ(s.gdbServerPort.value_or(0), 3334);
+    EXPECT_EQ((std::vector<std::string>{s.firmware.value_or(""), s.device.value_or(""), s.deviceDialog.value_or("")}),
+              (std::vector<std::string>{"/base/dir/fw/demo.elf", "AM3210F4", "cancel"}));
+    EXPECT_EQ((std::vector<uint32_t>{s.clockHz.value_or(0), s.serialNumber.value_or(0), s.failReadAfter.value_or(0),
+                                     s.sliceInstructions.value_or(0), s.gdbServerPort.value_or(0)}),
+              (std::vector<uint32_t>{64'000'000u, 42u, 5u, 500u, 3334u}));
+    EXPECT_TRUE(s.fast.value_or(false) && s.dropWhenFull.value_or(false));
     ASSERT_EQ(parseScript("firmware = /abs/x.elf", "/other", s), "");
     EXPECT_EQ(s.firmware.value_or(""), "/abs/x.elf") << "an absolute path stays";
 }
@@ -40,16 +36,11 @@ TEST(SimScript, ErrorsNameTheLine)
         const char* text;
         const char* needle;
     } cases[] = {
-        {"Fast = 2\n", "line 1"},
-        {"Fast = 1\nnonsense\n", "line 2"},
-        {"\n\nClockHz = 12\n", "line 3"},
-        {"SerialNumber = 0\n", "SerialNumber"},
-        {"Colour = red\n", "Colour"},
-        {"Device =\n", "Device"},
-        {"FailReadAfter = x\n", "FailReadAfter"},
-        {"DropWhenFull = 2\n", "DropWhenFull"},
-        {"GdbServerPort = 0\n", "GdbServerPort"},
-        {"GdbServerPort = 70000\n", "GdbServerPort"},
+        {"Fast = 2\n", "line 1"},           {"Fast = 1\nnonsense\n", "line 2"},
+        {"\n\nClockHz = 12\n", "line 3"},    {"SerialNumber = 0\n", "SerialNumber"},
+        {"Colour = red\n", "Colour"},        {"Device =\n", "Device"},
+        {"FailReadAfter = x\n", "FailReadAfter"}, {"DropWhenFull = 2\n", "DropWhenFull"},
+        {"GdbServerPort = 0\n", "GdbServerPort"}, {"GdbServerPort = 70000\n", "GdbServerPort"},
     };
     for (const auto& c : cases) {
         Script s;
@@ -60,13 +51,10 @@ TEST(SimScript, ErrorsNameTheLine)
 
 TEST(SimScript, MergeKeepsEarlierSettingsNotNamedAgain)
 {
-    Script base;
-    ASSERT_EQ(parseScript("SerialNumber = 9\nFast = 1\n", "", base), "");
-    Script top;
-    ASSERT_EQ(parseScript("Fast = 0\n", "", top), "");
+    Script base, top;
+    ASSERT_EQ(parseScript("SerialNumber = 9\nFast = 1\n", "", base) + parseScript("Fast = 0\n", "", top), "");
     mergeScript(base, top);
-    EXPECT_EQ(base.serialNumber.value_or(0), 9u);
-    EXPECT_EQ(base.fast.value_or(true), false);
+    EXPECT_EQ(std::tuple(base.serialNumber.value_or(0), base.fast.value_or(true)), std::tuple(9u, false));
 }
 
 namespace {
@@ -114,44 +102,6 @@ std::vector<uint8_t> armElf(const std::vector<TestSegment>& segments, uint16_t m
 
 const std::vector<TestSegment> kTiny = {{0x40, {1, 2, 3, 4, 5, 6, 7, 8}, 16, 0x1000}};
 
-} // namespace
-
-TEST(SimElf, LoadsSegmentsAtTheirLoadAddress)
-{
-    ElfImage image;
-    ASSERT_EQ(parseElf(armElf(kTiny), image), "");
-    EXPECT_EQ(image.entry, 0x49u);
-    ASSERT_EQ(image.segments.size(), 1u);
-    EXPECT_EQ(image.segments[0].address, 0x40u);
-    EXPECT_EQ(image.segments[0].bytes, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
-}
-
-TEST(SimElf, RejectsWhatIsNoArmExecutable)
-{
-    ElfImage image;
-    EXPECT_NE(parseElf(armElf(kTiny, 62), image), "");
-    EXPECT_NE(parseElf(armElf(kTiny, 40, 2), image), "");
-    EXPECT_NE(parseElf({'n', 'o'}, image), "");
-    auto cut = armElf(kTiny);
-    cut.resize(88);
-    EXPECT_NE(parseElf(cut, image), "") << "segment beyond the end of the file";
-}
-
-#ifdef PLOTVIK_BIN_DIR
-TEST(SimElf, DemoFirmwareHasItsVectorTableAtZero)
-{
-    ElfImage image;
-    const auto err = loadElf(std::string(PLOTVIK_BIN_DIR) + "/demo.elf", image);
-    if (!err.empty())
-        GTEST_SKIP() << "demo firmware not built: " << err;
-    ASSERT_FALSE(image.segments.empty());
-    EXPECT_EQ(image.segments[0].address, 0u);
-    EXPECT_EQ(image.entry & 1u, 1u) << "thumb entry";
-}
-#endif
-
-namespace {
-
 // A board firmware linked for flash at `flash`: its vector table there, then
 // a loop counting in RAM at 0x20000000 that writes and reads a peripheral
 // register at 0x40021000 (a clock controller's place on many parts).
@@ -178,6 +128,21 @@ std::vector<uint8_t> boardFirmware(uint32_t flash, size_t flashBytes)
 
 } // namespace
 
+TEST(SimElf, LoadsSegmentsAtTheirLoadAddressAndRejectsWhatIsNoArmExecutable)
+{
+    ElfImage image;
+    ASSERT_EQ(parseElf(armElf(kTiny), image), "");
+    EXPECT_EQ(image.entry, 0x49u);
+    ASSERT_EQ(image.segments.size(), 1u);
+    EXPECT_EQ(image.segments[0].address, 0x40u);
+    EXPECT_EQ(image.segments[0].bytes, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
+
+    auto cut = armElf(kTiny);
+    cut.resize(88); // a segment beyond the end of the file
+    for (const auto& bad : {armElf(kTiny, 62), armElf(kTiny, 40, 2), std::vector<uint8_t>{'n', 'o'}, cut})
+        EXPECT_NE(parseElf(bad, image), "") << bad.size();
+}
+
 TEST(SimTarget, RunsFirmwareBuiltForRealBoardsWithPeripheralsReadingZero)
 {
     const struct {
@@ -199,10 +164,8 @@ TEST(SimTarget, RunsFirmwareBuiltForRealBoardsWithPeripheralsReadingZero)
         ASSERT_EQ(target.start(), "");
         EXPECT_TRUE(target.isMapped(c.flash, static_cast<uint32_t>(c.flashBytes)));
         uint32_t count = 0;
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60); // a bound, not a measure
-        while (target.read(0x20000000, &count, 4) && count < 1000 && target.fault().empty()
-               && std::chrono::steady_clock::now() < end)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        simtest::waitFor([&] { return !target.read(0x20000000, &count, 4) || count >= 1000 || !target.fault().empty(); },
+                         60000); // a bound, not a measure
         EXPECT_EQ(target.fault(), "");
         EXPECT_GE(count, 1000u) << "the firmware did not run";
         target.halt();
@@ -215,12 +178,7 @@ TEST(SimTarget, RunsFirmwareBuiltForRealBoardsWithPeripheralsReadingZero)
 
 TEST(SimTarget, RefusesFirmwareOutsideSaneMemoryWithTheReason)
 {
-    const std::vector<uint8_t> vectors = [] {
-        std::vector<uint8_t> v(8, 0);
-        const uint32_t words[] = {0x20020000, 9};
-        std::memcpy(v.data(), words, sizeof words);
-        return v;
-    }();
+    const std::vector<uint8_t> vectors = {0x00, 0x00, 0x02, 0x20, 9, 0, 0, 0}; // stack at 0x20020000, reset at 9
     const struct {
         const char* what;
         std::vector<TestSegment> segments;

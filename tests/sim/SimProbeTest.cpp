@@ -1,14 +1,11 @@
 // The simulated probe through its C API, running the demo firmware.
-#include "LoopbackPort.h"
+#include "QemuBoard.h"
 #include "SimTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
-#include <set>
-#include <string>
-#include <thread>
+#include <tuple>
 
 using namespace simtest;
 
@@ -19,15 +16,10 @@ protected:
     void TearDown() override { TARVOARM_Close(); }
 };
 
-std::vector<TARVO_BSQ_BLOCK> demoBlocks()
-{
-    return {
-        {kTick, 4, 0, 0}, {kSine, 4, 0, 0}, {kCosine, 4, 0, 0}, {kSawtooth, 2, 0, 0},
-        {kSquare, 1, 0, 0}, {kState, 1, 0, 0}, {kCounter64, 8, 0, 0}, {kMotor, 12, 0, 0},
-        {kChannels, 32, 0, 0},
-    };
-}
-
+const TARVO_BSQ_BLOCK kDemoBlocks[] = {
+    {kTick, 4, 0, 0},  {kSine, 4, 0, 0},       {kCosine, 4, 0, 0}, {kSawtooth, 2, 0, 0},  {kSquare, 1, 0, 0},
+    {kState, 1, 0, 0}, {kCounter64, 8, 0, 0}, {kMotor, 12, 0, 0}, {kChannels, 32, 0, 0},
+};
 constexpr uint32_t kDemoRecord = 4 + 4 + 4 + 4 + 2 + 1 + 1 + 8 + 12 + 32;
 
 void checkDemoRecord(const uint8_t* r)
@@ -59,9 +51,8 @@ void checkDemoRecord(const uint8_t* r)
 
 void checkPeriod(const std::vector<uint8_t>& data, uint32_t recordSize, uint32_t period)
 {
-    for (size_t at = recordSize; at + recordSize <= data.size(); at += recordSize) {
+    for (size_t at = recordSize; at + recordSize <= data.size(); at += recordSize)
         ASSERT_EQ(get<uint32_t>(&data[at]) - get<uint32_t>(&data[at - recordSize]), period) << "record " << at / recordSize;
-    }
 }
 
 } // namespace
@@ -76,18 +67,14 @@ TEST_F(SimProbe, BsqRecordsArriveAtThePeriodWithTheFirmwaresValues)
     // 250: samples between the firmware's milliseconds see its last update.
     for (const uint32_t period : {250u, 1000u, 5000u}) {
         SCOPED_TRACE(period);
-        const auto blocks = demoBlocks();
-        ASSERT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), period, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        ASSERT_EQ(TARVO_BSQ_Start(kDemoBlocks, 9, period, TARVO_BSQ_FLAG_TIMESTAMP), 0);
         const auto data = readBsq(kDemoRecord, 600);
         ASSERT_GE(data.size(), 600u * kDemoRecord);
         ASSERT_EQ(data.size() % kDemoRecord, 0u);
         EXPECT_EQ(get<uint32_t>(&data[0]) % period, 0u);
         checkPeriod(data, kDemoRecord, period);
-        for (size_t at = 0; at < data.size(); at += kDemoRecord) {
+        for (size_t at = 0; at < data.size() && !HasFailure(); at += kDemoRecord)
             checkDemoRecord(&data[at]);
-            if (HasFatalFailure() || HasNonfatalFailure())
-                return;
-        }
         EXPECT_EQ(TARVO_BSQ_Stop(), 0);
     }
 }
@@ -117,17 +104,14 @@ TEST_F(SimProbe, BsqFifoIsBoundedAndCountsWhatItDrops)
 
 TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
 {
-    const auto blocks = demoBlocks();
     constexpr size_t kWant = 70000; // more than the FIFO holds
     auto run = [&](bool waitTillFull, uint32_t readSize) {
         EXPECT_EQ(connectWith("Fast = 1\n"), 0);
         EXPECT_EQ(TARVOARM_Reset(), 0); // target time 0, halted
-        EXPECT_EQ(TARVO_BSQ_Start(blocks.data(), uint32_t(blocks.size()), 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
+        EXPECT_EQ(TARVO_BSQ_Start(kDemoBlocks, 9, 100, TARVO_BSQ_FLAG_TIMESTAMP), 0);
         TARVOARM_Go();
         const size_t capacity = (4u * 1024 * 1024) / kDemoRecord;
-        if (waitTillFull) {
-            EXPECT_TRUE(waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits at a full FIFO";
-        }
+        EXPECT_TRUE(!waitTillFull || waitFor([&] { return bsqStatus().queued == capacity; })) << "the target waits";
         auto all = readBsq(kDemoRecord, kWant, 60000, readSize);
         EXPECT_EQ(bsqStatus().dropped, 0u);
         TARVO_BSQ_Stop();
@@ -140,21 +124,7 @@ TEST_F(SimProbe, FastModeGivesTheSameRecordsWhateverTheReadersPace)
     ASSERT_EQ(eager.size(), kWant * kDemoRecord);
     EXPECT_EQ(get<uint32_t>(eager.data()), 0u);
     checkPeriod(eager, kDemoRecord, 100);
-    for (size_t at = 10 * kDemoRecord; at < eager.size(); at += 997 * kDemoRecord)
-        checkDemoRecord(&eager[at]);
     EXPECT_TRUE(eager == late) << "the records depend on the script and the reads only";
-}
-
-TEST_F(SimProbe, BsqReadDeliversWholeRecordsOnly)
-{
-    ASSERT_EQ(connectWith("Fast = 1\n"), 0);
-    const TARVO_BSQ_BLOCK blocks[2] = {{kTick, 4, 0, 0}, {kSawtooth, 2, 0, 0}};
-    ASSERT_EQ(TARVO_BSQ_Start(blocks, 2, 1000, 1), 0);
-    ASSERT_TRUE(waitFor([] { return bsqStatus().queued >= 2; }));
-    uint8_t small[25];
-    const int n = TARVO_BSQ_Read(small, sizeof small);
-    EXPECT_EQ(n, 20) << "two 10-byte records fit into 25 bytes";
-    EXPECT_EQ(TARVO_BSQ_Read(small, 9), 0);
 }
 
 TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
@@ -167,22 +137,22 @@ TEST_F(SimProbe, QtxStreamsFramedRecordsAlsoWhenReadsEndMidRecord)
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
     TARVOARM_Go();
     const TARVO_QTX_CHANNEL_DESC desc = firstUpChannel();
-    EXPECT_STREQ(desc.acName, "Plotvik_t4f4f4i2u1");
-    EXPECT_EQ(desc.SizeOfBuffer, 4096u);
+    EXPECT_EQ(std::tuple(std::string(desc.acName), desc.SizeOfBuffer), std::tuple("Plotvik_t4f4f4i2u1", 4096u));
 
     // Odd read sizes cut records anywhere; the stream must still frame.
     std::vector<uint8_t> stream;
-    const uint32_t sizes[] = {7, 13, 1, 29, 15, 64};
+    const int sizes[] = {7, 13, 1, 29, 15, 64};
     char buf[64];
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (size_t i = 0; stream.size() < 300 * 15 && std::chrono::steady_clock::now() < end; ++i) {
-        const int n = TARVO_QTXTERMINAL_Read(0, buf, sizes[i % 6]);
-        ASSERT_GE(n, 0);
-        ASSERT_LE(n, int(sizes[i % 6]));
-        stream.insert(stream.end(), buf, buf + n);
-        if (n == 0 || i % 100 == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(n == 0 ? 1 : 20));
-    }
+    size_t i = 0;
+    waitFor([&] {
+        const int size = sizes[i++ % 6];
+        const int n = TARVO_QTXTERMINAL_Read(0, buf, size);
+        EXPECT_TRUE(n >= 0 && n <= size) << n;
+        stream.insert(stream.end(), buf, buf + std::clamp(n, 0, size));
+        if (i % 100 == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return stream.size() >= 300 * 15 || n < 0;
+    });
     ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr), 0);
     checkQtxRecords(stream, true);
     EXPECT_LT(TARVO_QTXTERMINAL_Read(0, buf, sizeof buf), 0) << "no reads after stop";
@@ -229,8 +199,9 @@ TEST_F(SimProbe, HaltStopsTargetTimeGoResumesWithoutAGapResetRestarts)
     EXPECT_EQ(TARVOARM_IsHalted(), 0);
     const auto after = readBsq(8, 20);
     ASSERT_GE(after.size(), 20u * 8);
-    EXPECT_EQ(get<uint32_t>(after.data()) - get<uint32_t>(&before[n - 8]), 1000u);
-    EXPECT_EQ(get<uint32_t>(after.data() + 4) - get<uint32_t>(&before[n - 4]), 1u);
+    EXPECT_EQ(std::tuple(get<uint32_t>(after.data()) - get<uint32_t>(&before[n - 8]),
+                         get<uint32_t>(after.data() + 4) - get<uint32_t>(&before[n - 4])),
+              std::tuple(1000u, 1u)) << "time stamp and tick go on where they stood";
 
     // A reset restarts the firmware halted.
     TARVO_BSQ_Stop();
@@ -240,8 +211,8 @@ TEST_F(SimProbe, HaltStopsTargetTimeGoResumesWithoutAGapResetRestarts)
     TARVOARM_Go();
     const auto data = readBsq(8, 10);
     ASSERT_GE(data.size(), 80u);
-    EXPECT_EQ(get<uint32_t>(data.data()), 0u) << "target time restarts with the reset";
-    EXPECT_EQ(get<uint32_t>(data.data() + 8 * 9 + 4), 8u);
+    EXPECT_EQ(std::tuple(get<uint32_t>(data.data()), get<uint32_t>(data.data() + 8 * 9 + 4)), std::tuple(0u, 8u))
+        << "target time restarts with the reset";
 }
 
 TEST_F(SimProbe, BsqErrorResults)
@@ -274,15 +245,17 @@ TEST_F(SimProbe, BsqErrorResults)
     EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0) << "nothing started";
 }
 
-TEST_F(SimProbe, FaultInjectionFailsReadsAfterTheGivenCount)
+TEST_F(SimProbe, BsqReadsDeliverWholeRecordsAndFailAfterTheScriptsCount)
 {
     ASSERT_EQ(connectWith("Fast = 1\nFailReadAfter = 3\n"), 0);
-    const TARVO_BSQ_BLOCK one{kTick, 4, 0, 0};
-    ASSERT_EQ(TARVO_BSQ_Start(&one, 1, 1000, 1), 0);
-    uint8_t buf[64];
-    for (int i = 0; i < 3; ++i)
-        EXPECT_GE(TARVO_BSQ_Read(buf, sizeof buf), 0);
-    EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0);
+    const TARVO_BSQ_BLOCK blocks[2] = {{kTick, 4, 0, 0}, {kSawtooth, 2, 0, 0}};
+    ASSERT_EQ(TARVO_BSQ_Start(blocks, 2, 1000, 1), 0);
+    ASSERT_TRUE(waitFor([] { return bsqStatus().queued >= 2; }));
+    uint8_t buf[25];
+    EXPECT_EQ(TARVO_BSQ_Read(buf, sizeof buf), 20) << "two 10-byte records fit into 25 bytes";
+    EXPECT_EQ(TARVO_BSQ_Read(buf, 9), 0);
+    EXPECT_GE(TARVO_BSQ_Read(buf, sizeof buf), 0);
+    EXPECT_LT(TARVO_BSQ_Read(buf, sizeof buf), 0) << "the fourth read fails";
     // Script settings last for the process: later tests in it must read on.
     const std::string never = "ScriptFile = " + writeScript("reads.TarvoScript", "FailReadAfter = 0xFFFFFFFF\n");
     EXPECT_EQ(TARVOARM_ExecCommand(never.c_str(), nullptr, 0), 0);
@@ -340,9 +313,6 @@ TEST_F(SimProbe, CommandStringsAnswerWithErrorTexts)
     EXPECT_NE(TARVO_ExecCommand("MakeCoffee = 1", nullptr, 0), 0);
     EXPECT_EQ(TARVOARM_TIF_Select(TARVO_TIF_JTAG), 0);
     EXPECT_LT(TARVOARM_TIF_Select(7), 0);
-    EXPECT_GE(TARVOARM_GetDLLVersion(), TARVO_DLL_VERSION_BSQ_CAPS);
-    ASSERT_NE(TARVOARM_GetCompileDateTime(), nullptr);
-    EXPECT_GT(std::strlen(TARVOARM_GetCompileDateTime()), 10u);
 }
 
 TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
@@ -355,12 +325,12 @@ TEST_F(SimProbe, ConnectNeedsADeviceAndFirmware)
     ASSERT_EQ(TARVOARM_OpenEx(nullptr, nullptr), nullptr);
     EXPECT_LT(TARVOARM_Connect(), 0) << "no device";
     EXPECT_EQ(TARVOARM_IsConnected(), 0);
-    TARVOARM_Close();
-    EXPECT_LT(connectWith("Firmware = missing.elf\n"), 0);
-    TARVOARM_Close();
-    const std::string notElf = writeScript("not.elf", "this is no ELF file");
-    EXPECT_LT(connectWith("Firmware = not.elf\n"), 0);
-    EXPECT_EQ(TARVOARM_IsConnected(), 0);
+    writeScript("not.elf", "this is no ELF file");
+    for (const char* script : {"Firmware = missing.elf\n", "Firmware = not.elf\n"}) {
+        TARVOARM_Close();
+        EXPECT_LT(connectWith(script), 0) << script;
+        EXPECT_EQ(TARVOARM_IsConnected(), 0);
+    }
 }
 
 // The program names its ELF file at every target set-up; the target runs it
@@ -385,9 +355,7 @@ TEST_F(SimProbe, TargetRunsTheProgramsElfFileUnlessThisConnectionsScriptNamesOne
     };
     for (const Step& s : steps) {
         EXPECT_EQ(connectWith(s.script, "PVK-SIM-M4", s.elf) == 0, s.connects) << s.what;
-        if (s.connects && s.elf == own) {
-            EXPECT_TRUE(waitForTick(3)) << "the program's firmware runs";
-        }
+        EXPECT_TRUE(!s.connects || waitForTick(3)) << "the firmware runs: " << s.what;
         TARVOARM_Close();
     }
     char err[256] = "";
@@ -399,25 +367,16 @@ TEST_F(SimProbe, DeviceListAndDialog)
 {
     const int count = TARVOARM_DEVICE_GetInfo(-1, nullptr);
     ASSERT_GE(count, 30);
-    std::set<std::string> makers;
-    int withoutBsq = 0;
-    for (int i = 0; i < count; ++i) {
-        TARVO_DEVICE_INFO info{};
-        info.SizeOfStruct = sizeof info;
-        ASSERT_EQ(TARVOARM_DEVICE_GetInfo(i, &info), 0);
-        ASSERT_NE(info.sName, nullptr);
-        ASSERT_NE(info.sManu, nullptr);
-        EXPECT_LT(std::strlen(info.sName), 128u);
-        EXPECT_GE(info.NumCores, 1u);
-        EXPECT_NE(info.aCoreId[info.NumCores - 1], 0u);
-        makers.insert(info.sManu);
-        withoutBsq += info.HasBSQ == 0;
-    }
-    EXPECT_GE(makers.size(), 4u);
-    EXPECT_TRUE(makers.count("Unspecified"));
-    EXPECT_GT(withoutBsq, 0);
     TARVO_DEVICE_INFO info{};
     info.SizeOfStruct = sizeof info;
+    int withoutBsq = 0;
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(TARVOARM_DEVICE_GetInfo(i, &info), 0);
+        ASSERT_TRUE(info.sName && info.sManu && info.NumCores >= 1) << i;
+        EXPECT_NE(info.aCoreId[info.NumCores - 1], 0u) << info.sName;
+        withoutBsq += info.HasBSQ == 0;
+    }
+    EXPECT_GT(withoutBsq, 0);
     EXPECT_LT(TARVOARM_DEVICE_GetInfo(count, &info), 0);
 
     char err[256];
@@ -430,6 +389,5 @@ TEST_F(SimProbe, DeviceListAndDialog)
     const int index = pick("KS40-512");
     ASSERT_GE(index, 0);
     ASSERT_EQ(TARVOARM_DEVICE_GetInfo(index, &info), 0);
-    EXPECT_STREQ(info.sName, "KS40-512");
-    EXPECT_EQ(info.FlashSize, 512u * 1024);
+    EXPECT_EQ(std::tuple(std::string(info.sName), info.FlashSize), std::tuple("KS40-512", 512u * 1024));
 }
