@@ -13,7 +13,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
 #include <thread>
 
 namespace {
@@ -49,9 +48,14 @@ struct ControllerFixture : ::testing::Test {
         std::atomic<bool> done{false};
         ctl->postInit(&args, [&] { done = true; });
         ASSERT_TRUE(waitUntil([&] { return done.load(); }));
-        // One selected 4-byte symbol.
+        selectCounter();
+    }
+
+    // One selected 4-byte symbol.
+    void selectCounter()
+    {
         Node* n = ctl->symbols().createDetachedSymbol();
-        n->Name = "counter";
+        n->Name = n->NameWithParents = "counter";
         n->Size = 4;
         n->TypeID = kTypeU32;
         ctl->symbols().setSelected({n});
@@ -94,6 +98,18 @@ TEST_F(ControllerFixture, StartRunsTheReadLoopAndPauseKeepsTheBuffers)
     ASSERT_TRUE(waitUntil([&] { return !ctl->displayPaused(); }));
     EXPECT_EQ(ctl->store().timeStampAt(0), firstTs) << "a start after a pause keeps the data";
     EXPECT_EQ(sampler->starts.load(), 1) << "still connected: the source is not started twice";
+
+    // Starts after pauses keep one read loop. It sleeps 10 ms between reads;
+    // reads are counted over a measured stretch, so that a host that
+    // oversleeps cannot make two loops of one.
+    ctl->postReadPause();
+    ctl->postStartReading();
+    drain();
+    const int reads = sampler->reads;
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() - reads >= 10; }));
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_LE(sampler->reads - reads, ms / 10 + 2) << "more reads than one loop can make in " << ms << " ms";
 }
 
 TEST_F(ControllerFixture, StopThenStartClearsTheBuffers)
@@ -142,11 +158,10 @@ TEST_F(ControllerFixture, AFailedStartReportsOnceAndStaysStopped)
     ctl->postStartReading();
     drain();
     EXPECT_FALSE(ctl->samplingRunning());
-    const auto boxes = bridge.shown();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].text, "Failed to start data sampling.");
-    EXPECT_EQ(boxes[0].caption, product::shortName() + " Error");
-    EXPECT_EQ(boxes[0].button0, "O.K.");
+    ASSERT_EQ(bridge.shown().size(), 1u);
+    const MessageBoxRequest& box = bridge.boxes[0];
+    EXPECT_EQ(std::tie(box.text, box.caption, box.button0),
+              std::tuple("Failed to start data sampling.", product::shortName() + " Error", "O.K."));
 }
 
 TEST_F(ControllerFixture, NewProjectTitleAndExitWithDismissedQuestionDiscards)
@@ -162,11 +177,10 @@ TEST_F(ControllerFixture, NewProjectTitleAndExitWithDismissedQuestionDiscards)
     ctl->postExit();
     ASSERT_TRUE(waitUntil([&] { return ctl->exitState() != kExitPending; }));
     EXPECT_EQ(ctl->exitState(), kExitAllowed);
-    const auto boxes = bridge.shown();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].text, "The Plotvik project has been modified.\nDo you want to save your changes?");
-    EXPECT_EQ(boxes[0].button0, "Yes");
-    EXPECT_EQ(boxes[0].button1, "No");
+    ASSERT_EQ(bridge.shown().size(), 1u);
+    const MessageBoxRequest& box = bridge.boxes[0];
+    EXPECT_EQ(std::tie(box.text, box.button0, box.button1),
+              std::tuple("The Plotvik project has been modified.\nDo you want to save your changes?", "Yes", "No"));
     EXPECT_FALSE(ctl->project().isOpen());
     EXPECT_EQ(ctl->windowTitle(), product::fullName());
 }
@@ -193,70 +207,14 @@ TEST_F(ControllerFixture, InitProjSettingsAppliesDefaultsAndAsksForSymbols)
     ctl->postInitProjSettings(&s);
     drain();
     const ProjectSettings now = ctl->project().settings();
-    EXPECT_EQ(now.ElfFile, "/tmp/x.elf");
-    EXPECT_TRUE(now.ShowGraph);
-    EXPECT_TRUE(now.ShowWatch);
-    EXPECT_EQ(now.TimeResolutionUs, 1000000u);
+    EXPECT_EQ(std::tie(now.ElfFile, now.ShowGraph, now.ShowWatch, now.TimeResolutionUs),
+              std::tuple("/tmp/x.elf", true, true, 1000000u));
     EXPECT_EQ(bridge.symbolSelections.load(), 1);
 
     s.IsQTXSession = true;
     ctl->postInitProjSettings(&s);
     drain();
     EXPECT_EQ(bridge.symbolSelections.load(), 1) << "a QTX project takes its symbols from the channel";
-}
-
-TEST_F(ControllerFixture, AStartAfterAPauseKeepsOneReadLoop)
-{
-    ctl->postStartReading();
-    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() >= 3; }));
-    ctl->postReadPause();
-    ctl->postStartReading();
-    ctl->postReadPause();
-    ctl->postStartReading();
-    drain();
-    // One loop sleeps 10 ms between reads; count reads over a measured stretch,
-    // so that a host that oversleeps cannot make two loops of one.
-    const int before = sampler->reads;
-    const auto start = std::chrono::steady_clock::now();
-    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() - before >= 10; }));
-    const int reads = sampler->reads - before;
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_LE(reads, ms / 10 + 2) << "more reads than one loop can make in " << ms << " ms";
-}
-
-TEST_F(ControllerFixture, AProjectOpenedByARelativePathIsKnownByItsAbsolutePath)
-{
-    namespace fs = std::filesystem;
-    const fs::path before = fs::current_path();
-    const fs::path folder = fs::temp_directory_path() / ("plotvik-relative-" + std::to_string(::getpid()));
-    fs::create_directories(folder / "sub");
-    fs::copy_file(fs::path(PLOTVIK_EXAMPLES_DIR) / "demo_bsq.plotvik", folder / "sub" / "demo_bsq.plotvik",
-                  fs::copy_options::overwrite_existing);
-    const std::string expected = (folder / "sub" / "demo_bsq.plotvik").string();
-
-    fs::current_path(folder);
-    std::atomic<int> result{1};
-    ctl->postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
-    ASSERT_TRUE(ctl->waitForQueue(20000));
-    fs::current_path(before);
-    ASSERT_EQ(result.load(), 0);
-    // Title, recent list and remembered project name the file itself, so
-    // that reopening it from anywhere else finds it.
-    EXPECT_EQ(ctl->project().path(), expected);
-    EXPECT_EQ(RecentLists::instance().entry(1, 0), expected);
-    EXPECT_EQ(Settings::instance().currentProject(), expected);
-    EXPECT_EQ(ctl->elfPath(), (folder / "sub" / "demo.elf").string());
-    // A script not beside the project goes to the library as written.
-    EXPECT_EQ(ctl->scriptPath(), "demo.TarvoScript");
-    fs::copy_file(fs::path(PLOTVIK_EXAMPLES_DIR) / "demo.TarvoScript", folder / "sub" / "demo.TarvoScript",
-                  fs::copy_options::overwrite_existing);
-    EXPECT_EQ(ctl->scriptPath(), (folder / "sub" / "demo.TarvoScript").string());
-
-    std::atomic<int> reopened{1};
-    ctl->postOpenProjFile(RecentLists::instance().entry(1, 0), &reopened, {});
-    ASSERT_TRUE(ctl->waitForQueue(20000));
-    EXPECT_EQ(reopened.load(), 0);
-    fs::remove_all(folder);
 }
 
 // The open and import dialogs start in the folder last used: opening a
@@ -280,11 +238,7 @@ TEST_F(ControllerFixture, OpeningAProjectAndImportingRawRememberTheirFolders)
     ASSERT_EQ(opened.load(), 0);
     EXPECT_EQ(Settings::instance().projectFilesDir(), projects.string() + "/");
 
-    Node* n = ctl->symbols().createDetachedSymbol();
-    n->Name = n->NameWithParents = "counter";
-    n->Size = 4;
-    n->TypeID = kTypeU32;
-    ctl->symbols().setSelected({n});
+    selectCounter();
     ctl->postStartReading();
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 6; }));
     ctl->postReadStop();

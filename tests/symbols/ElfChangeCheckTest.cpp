@@ -1,8 +1,10 @@
 // The ELF change check and the re-matching, through the controller's jobs on
 // two builds of one firmware; and the demo project opened from another folder.
 #include "app/Controller.h"
+#include "app/Settings.h"
 #include "symbols/ElfChangeCheck.h"
 #include "symbols/SymbolTree.h"
+#include "tests/TempFolder.h"
 #include "tests/app/FakeSampler.h"
 #include "tests/app/TestBridge.h"
 #include "TestElf.h"
@@ -10,8 +12,6 @@
 #include <QStandardPaths>
 
 #include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -60,8 +60,7 @@ struct Session {
     std::map<std::string, std::uint32_t> oldAddress;
     int tableRow = 0;
 
-    explicit Session(const std::string& name)
-        : dir(fs::temp_directory_path() / ("plotvik-elfcheck-" + std::to_string(::getpid()) + "-" + name))
+    explicit Session(const std::string& name) : dir(testtemp::folder() / ("elfcheck-" + name))
     {
         QStandardPaths::setTestModeEnabled(true);
         fs::remove_all(dir);
@@ -172,13 +171,13 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     s.bridge.answer = 0;  // "Reparse & Match symbols"
     s.check();
 
-    const auto boxes = s.bridge.shown();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].text, "The elf file at\n" + s.elf.string() +
-                                 "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?");
-    EXPECT_EQ(boxes[0].button0, "Reparse & Match symbols");
-    EXPECT_EQ(boxes[0].button1, "Reparse & Clear symbols");
-    EXPECT_LE(boxes[0].timeoutMs, 0);
+    ASSERT_EQ(s.bridge.shown().size(), 1u);
+    const MessageBoxRequest& box = s.bridge.boxes[0];
+    EXPECT_EQ(std::tie(box.text, box.button0, box.button1),
+              std::tuple("The elf file at\n" + s.elf.string() +
+                             "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?",
+                         "Reparse & Match symbols", "Reparse & Clear symbols"));
+    EXPECT_LE(box.timeoutMs, 0);
 
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
@@ -190,14 +189,9 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
         EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
     }
     // The colour, the display settings and the table row go with the symbol.
-    const SelectedSymbol& level = s.ctl->symbols().selected()[0]->symbol();
-    EXPECT_EQ(level.GraphColor, (Rgb{0x12, 0x34, 0x56, 255}));
-    EXPECT_TRUE(level.HasGraphColor);
-    EXPECT_EQ(level.YResolution, 50u);
-    EXPECT_EQ(level.YOffset, -3.0);
-    EXPECT_EQ(level.DrawStyle, 1);
-    EXPECT_FALSE(level.ShowInGraph);
-    EXPECT_EQ(level.TableRow, &s.tableRow);
+    const SelectedSymbol& l = s.ctl->symbols().selected()[0]->symbol();
+    EXPECT_EQ(std::tie(l.GraphColor, l.HasGraphColor, l.YResolution, l.YOffset, l.DrawStyle, l.ShowInGraph, l.TableRow),
+              std::tuple(Rgb{0x12, 0x34, 0x56, 255}, true, 50u, -3.0, 1, false, &s.tableRow));
     EXPECT_TRUE(s.ctl->symbols().selectionChanged());
     EXPECT_TRUE(s.ctl->symbols().matched().empty());
     EXPECT_FALSE(ElfTimeDiffers(s.ctl->symbols().elfTime(), t + 2s));
@@ -222,49 +216,62 @@ TEST(ElfChangeCheck, TouchingOrCopyingAnOlderFileAsksAndReparses)
     EXPECT_TRUE(s.ctl->symbols().selectionChanged());
 }
 
-TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
+// A copy of the demo without its script, opened by a path relative to a
+// working folder elsewhere: the project, the recent list and the remembered
+// project name give the file itself, so that it is found again from anywhere;
+// the ELF file is found beside it, and each listed symbol in its tree.
+TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
 {
     QStandardPaths::setTestModeEnabled(true);
-    const fs::path project = PLOTVIK_DEMO_PROJECT;
-    ASSERT_TRUE(fs::exists(project));
+    const fs::path demo = fs::path(PLOTVIK_DEMO_PROJECT).parent_path();
+    const fs::path folder = testtemp::folder() / "relative";
+    fs::create_directories(folder / "sub");
+    for (const char* name : {"demo_bsq.plotvik", "demo.elf"})
+        fs::copy_file(demo / name, folder / "sub" / name, fs::copy_options::overwrite_existing);
+    const std::string project = (folder / "sub" / "demo_bsq.plotvik").string();
     // What the project file lists, read on its own.
     Project listed;
     SymbolDatabase listedSymbols;
-    ASSERT_EQ(LoadProject(project.string(), listed, listedSymbols), 0);
+    ASSERT_EQ(LoadProject(project, listed, listedSymbols), 0);
     std::vector<std::string> expected = paths(listedSymbols.selected());
     ASSERT_FALSE(expected.empty());
-    ASSERT_TRUE(fs::path(listed.settings().ElfFile).is_relative()) << "the demo names its ELF file beside itself";
 
-    const fs::path before = fs::current_path();
-    const fs::path elsewhere = fs::temp_directory_path() / ("plotvik-demo-cwd-" + std::to_string(::getpid()));
-    fs::create_directories(elsewhere);
-    fs::current_path(elsewhere);
     JobEngine engine;
     TestBridge bridge;
     Controller ctl(engine, std::make_unique<FakeSampler>());
     ctl.setBridge(&bridge);
+    StartArgs args;
+    args.argv = {"plotvik", "-nothing"};  // arguments: no start dialogs
+    ctl.postInit(&args, {});
+    const fs::path before = fs::current_path();
+    fs::current_path(folder);
     std::atomic<int> result{1};
-    ctl.postOpenProjFile(project.string(), &result, {});
+    ctl.postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
     ASSERT_TRUE(ctl.waitForQueue(20000));
     ASSERT_TRUE(ctl.waitForQueue(20000));
     fs::current_path(before);
-    fs::remove_all(elsewhere);
 
     EXPECT_EQ(result.load(), 0);
     EXPECT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
-    EXPECT_EQ(ctl.elfPath(), (project.parent_path() / listed.settings().ElfFile).lexically_normal().string());
+    EXPECT_EQ(std::tuple(ctl.project().path(), RecentLists::instance().entry(1, 0), Settings::instance().currentProject(),
+                         ctl.elfPath()),
+              std::tuple(project, project, project, (folder / "sub" / "demo.elf").string()));
     SymbolTree* tree = ctl.symbols().tree();
     ASSERT_NE(tree, nullptr);
-    // Each listed entry found its node (matching compares file, path and type).
+    // Each listed entry found its node (matching compares file, path and type);
+    // re-matching keeps the order of the tree, so compare as sets.
     for (const Node* n : ctl.symbols().selected()) {
         EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
         EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
     }
-    // Re-matching keeps the order of the tree; compare as sets.
     std::vector<std::string> got = paths(ctl.symbols().selected());
     std::sort(got.begin(), got.end());
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(got, expected);
+    // A script not beside the project goes to the library as written.
+    EXPECT_EQ(ctl.scriptPath(), "demo.TarvoScript");
+    fs::copy_file(demo / "demo.TarvoScript", folder / "sub" / "demo.TarvoScript", fs::copy_options::overwrite_existing);
+    EXPECT_EQ(ctl.scriptPath(), (folder / "sub" / "demo.TarvoScript").string());
     engine.stopAndWait([] {});
     ctl.setBridge(nullptr);
 }
