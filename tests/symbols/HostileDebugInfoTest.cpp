@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -152,8 +154,9 @@ TEST(HostileDebugInfo, SelfContainingStructuresAndLongArraysStayWithinTheirBudge
     }
 }
 
-// A unit length that runs past the section leaves no way to find the units
-// after it: the walk ends there with a log line, the units before it stay.
+// An unreadable unit is reported with its offset. A unit length that runs past
+// the section leaves no way to find the units after it: the walk ends there
+// with a log line, the units before it stay.
 TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
 {
     for (const auto& path : corpusFiles("broken_header")) {
@@ -164,6 +167,15 @@ TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
             if (image[section + u + 4] == 9)
                 broken = section + u;
         ASSERT_NE(broken, 0u) << path;
+        {
+            testelf::Parsed intact(path);
+            char offset[32];
+            std::snprintf(offset, sizeof offset, "0x%zX", broken - section);
+            const auto& r = intact.errors.records;
+            EXPECT_TRUE(std::any_of(r.begin(), r.end(), [&](const auto& e) {
+                return e.code == elf::kErrCompileUnit && e.detail == offset && e.kind == 66;
+            })) << path;
+        }
         const std::uint32_t huge = 0xFFFFFF00u;
         std::memcpy(image.data() + broken, &huge, 4);
         testelf::Parsed p(testelf::writeTemp("hostile_broken_length.elf", image));

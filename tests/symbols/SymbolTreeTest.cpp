@@ -138,56 +138,42 @@ TEST(SymbolTree, ArrayElementsAreMadeOnDemand)
     f.member(rec, "tag", u8, 0);
     f.member(rec, "v", f.array(i16, {3}), 2);
     Node* root = f.fill(f.variable("grid", f.array(rec, {4, 5}), 0x20000000));
-    EXPECT_TRUE(root->IsArray);
-    EXPECT_EQ(root->Dimensions, (std::vector<std::uint32_t>{4, 5}));
-    EXPECT_EQ(root->NumDimensions, 2u);
-    EXPECT_EQ(root->Type, "struct rec[4][5]");
-    EXPECT_EQ(root->Size, 160u);
-    EXPECT_EQ(root->TypeID, kTypeNone);
-    EXPECT_FALSE(root->IsLeaf);
-    EXPECT_EQ(root->Children, nullptr) << "elements are made on demand";
+    // Elements are made on demand.
+    EXPECT_EQ(std::tie(root->IsArray, root->Dimensions, root->NumDimensions, root->Type, root->Size, root->TypeID,
+                       root->IsLeaf, root->Children),
+              std::tuple(true, std::vector<std::uint32_t>{4, 5}, 2u, "struct rec[4][5]", 160u, kTypeNone, false, nullptr));
     ASSERT_EQ(root->ElementCount, 4u);
     const Node* g1 = f.arena.element(*root, 1);
     EXPECT_EQ(f.arena.element(*root, 1), g1) << "made once";
-    EXPECT_EQ(g1->Name, "grid[1]");
-    EXPECT_EQ(g1->Parent, root);
-    EXPECT_EQ(g1->ElementCount, 5u);
-    EXPECT_TRUE(g1->IsArray);
+    EXPECT_EQ(std::tie(g1->Name, g1->Parent, g1->ElementCount, g1->IsArray), std::tuple("grid[1]", root, 5u, true));
 
     std::vector<const Node*> made;
     treewalk::forEach(f.arena, root, [&](Node& n) { made.push_back(&n); });
     ASSERT_EQ(made.size(), 1u + 4 + 4 * 5 * (1 + 2 + 3));
     // The walk that lists makes the same nodes, one element at a time.
+    const auto fields = [](const Node& n) {
+        return std::tuple(n.Name, n.NameWithParents, n.Address, n.Type, n.Size, n.TypeID, n.IsLeaf, n.IsArray);
+    };
     std::size_t i = 0;
     symtree::forEachNode(root, [&](const Node& n) {
         EXPECT_LT(i, made.size());
         if (i >= made.size())
             return false;
         const Node& m = *made[i++];
-        EXPECT_EQ(n.Name, m.Name);
-        EXPECT_EQ(n.NameWithParents, m.NameWithParents);
+        EXPECT_EQ(fields(n), fields(m));
         EXPECT_EQ(n.NameWithParents, symtree::nameWithParents(n));
-        EXPECT_EQ(n.Address, m.Address) << m.NameWithParents;
-        EXPECT_EQ(n.Type, m.Type);
-        EXPECT_EQ(n.Size, m.Size);
-        EXPECT_EQ(n.TypeID, m.TypeID);
-        EXPECT_EQ(n.IsLeaf, m.IsLeaf);
-        EXPECT_EQ(n.IsArray, m.IsArray);
         // The walk's copy stands for the node the tree keeps.
         EXPECT_EQ(symtree::keep(f.arena, n), &m) << m.NameWithParents;
         return true;
     });
     EXPECT_EQ(i, made.size());
-    EXPECT_EQ(made[2]->Name, "grid[0][0]");
-    EXPECT_EQ(made[3]->NameWithParents, "grid[0][0].tag");
+    EXPECT_EQ(std::tie(made[2]->Name, made[3]->NameWithParents), std::tuple("grid[0][0]", "grid[0][0].tag"));
     const Node* v = f.find(root, "grid[3][4].v[2]");
     ASSERT_NE(v, nullptr);
-    EXPECT_EQ(v->Address, 0x20000000u + (3 * 5 + 4) * 8 + 2 + 2 * 2);
-    EXPECT_EQ(v->TypeID, kTypeS16);
-    EXPECT_EQ(f.find(root, "grid[1][2].tag")->Address, 0x20000000u + 7 * 8);
-    EXPECT_EQ(f.find(root, "grid[1][2].tag")->TypeID, kTypeU8);
-    EXPECT_EQ(f.find(root, "grid[1][2]")->Type, "struct rec");
-    EXPECT_FALSE(f.find(root, "grid[1][2]")->IsLeaf);
+    EXPECT_EQ(std::tie(v->Address, v->TypeID), std::tuple(0x20000000u + (3 * 5 + 4) * 8 + 2 + 2 * 2, kTypeS16));
+    const Node* tag = f.find(root, "grid[1][2].tag");
+    EXPECT_EQ(std::tie(tag->Address, tag->TypeID, tag->Parent->Type, tag->Parent->IsLeaf),
+              std::tuple(0x20000000u + 7 * 8, kTypeU8, "struct rec", false));
     EXPECT_EQ(f.find(root, "grid.grid[1][2].tag"), nullptr) << "the array node is left out of paths";
 }
 
@@ -282,11 +268,12 @@ TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
     b->Size = 8;
     b->TypeID = 13;
     EXPECT_TRUE(symtree::matches(*a, *b));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "long int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "other.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed2", "motor.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/other.c", "speed", "motor.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "int ")));
+    for (const auto& other : {make("/src/Main.c", "speed", "motor.speed", "long int"),
+                              make("/src/Main.c", "speed", "other.speed", "int"),
+                              make("/src/Main.c", "speed2", "motor.speed", "int"),
+                              make("/src/other.c", "speed", "motor.speed", "int"),
+                              make("/src/Main.c", "speed", "motor.speed", "int ")})
+        EXPECT_FALSE(symtree::matches(*a, *other)) << other->File << " " << other->NameWithParents << " " << other->Type;
 }
 
 // The hook sees the nodes of the tree and the elements that wanted paths
@@ -350,22 +337,14 @@ TEST(SymbolTree, Budgets)
     EXPECT_EQ(e->Children->Next, nullptr);
 }
 
-// Damage a compiler does not make, beside that of the hostile corpus: type
-// chains that come back, references that name no entry, arrays whose elements
-// would run past 4 GB (or whose size overflows any product).
+// Damage a compiler does not make, beside that of the hostile corpus (loops,
+// dangling references, arrays past the address space): an unreadable type
+// reference, arrays whose elements would run past 4 GB from their address or
+// whose size overflows any product.
 TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
 {
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5), c8 = f.base("char", 1, 8);
-    const auto td = f.entry(0x16, "t", i32);
-    const auto cv = f.entry(0x26, nullptr, td);
-    f.at(td).typeRef = f.key(cv);  // typedef -> const -> typedef ...
-    const auto self = f.entry(0x16, "self", i32);
-    f.at(self).typeRef = f.key(self);
-    const auto dangling = f.entry(0x16, "d", i32);
-    f.at(dangling).typeRef = 0x7FFFFFF0;
-    const auto rec = f.pair();
-    f.at(f.member(rec, "lost", i32, 4)).typeRef = 0x7FFFFFF0;
     struct Row {
         std::uint32_t var;
         bool accepted;
@@ -373,23 +352,15 @@ TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
         std::int32_t typeId;  // -1: no type at all
     };
     const Row rows[] = {
-        {f.variable("via_cv", cv, 0x100), true, kCutNone, -1},
-        {f.variable("via_self", self, 0x100), true, kCutNone, -1},
-        {f.variable("loops", f.array(self, {4}), 0x100), true, kCutTypeTrouble, kTypeNone},
         {f.variable("ok", f.entry(0x35, nullptr, f.entry(0x16, "ok_t", i32)), 0x100), true, kCutNone, kTypeS32},
         {f.variable("unreadable", i32, 0x100), false, kCutNone, 0},
-        {f.variable("far", i32, 0x100), false, kCutNone, 0},
-        {f.variable("via_typedef", dangling, 0x100), false, kCutNone, 0},
         {f.variable("none", kNoDie, 0x100), true, kCutNone, -1},  // no type at all is no damage
         {f.variable("past", f.array(i32, {4}), 0xFFFFFFF4u), true, kCutAddressSpace, kTypeNone},
         {f.variable("edge", f.array(i32, {3}), 0xFFFFFFF4u), true, kCutNone, kTypeNone},
-        {f.variable("wide", f.array(c8, {0x10000, 0x10001}), 0), true, kCutAddressSpace, kTypeNone},
         {f.variable("huge", f.array(c8, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}), 0), true, kCutAddressSpace, kTypeNone},
-        {f.variable("r", rec, 0x200), true, kCutNone, kTypeNone},
     };
-    f.at(rows[4].var).typeRef = 0;
-    f.at(rows[4].var).badTypeRef = true;
-    f.at(rows[5].var).typeRef = 0x7FFFFFF0;
+    f.at(rows[1].var).typeRef = 0;
+    f.at(rows[1].var).badTypeRef = true;
     symtree::Builder builder(f.info, f.arena, {});
     for (const Row& r : rows) {
         const char* name = f.die(r.var).name;
@@ -397,22 +368,16 @@ TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
         if (!r.accepted)
             continue;
         Node* n = f.fill(r.var);
-        EXPECT_EQ(n->Unexpanded, r.cut) << name;
-        EXPECT_EQ(n->TypeID, r.typeId < 0 ? kTypeNone : r.typeId) << name;
-        EXPECT_EQ(n->Type.empty(), r.typeId < 0) << name;
+        EXPECT_EQ(std::tuple(n->Unexpanded, n->TypeID, n->Type.empty()),
+                  std::tuple(r.cut, r.typeId < 0 ? kTypeNone : r.typeId, r.typeId < 0))
+            << name;
         if (r.typeId < 0) {
             EXPECT_EQ(n->Size, 0u) << name;
         }
         if (r.cut != kCutNone) {
-            EXPECT_FALSE(n->hasChildren()) << name;
-            EXPECT_FALSE(n->IsLeaf) << name;
+            EXPECT_FALSE(n->hasChildren() || n->IsLeaf) << name;
         }
     }
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[0].var)), elf::DebugInfo::TypeTrouble::Loop);
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[1].var)), elf::DebugInfo::TypeTrouble::Loop);
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[3].var)), elf::DebugInfo::TypeTrouble::None);
-    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(rows[9].var)), 3u) << "up to the last byte an array expands";
-    Node* r = f.fill(rows[12].var);
-    EXPECT_NE(f.find(r, "r.a"), nullptr);
-    EXPECT_EQ(f.find(r, "r.lost"), nullptr);
+    EXPECT_EQ(f.info.typeTrouble(f.die(rows[0].var)), elf::DebugInfo::TypeTrouble::None);
+    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(rows[4].var)), 3u) << "up to the last byte an array expands";
 }
