@@ -116,8 +116,7 @@ TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
         }
         gate = false;
         ASSERT_EQ(engine.post(gated(-1)), 0);
-        std::atomic<int> returned{0};
-        std::atomic<int> failed{0};
+        std::atomic<int> returned{0}, failed{0};
         std::vector<std::thread> posters;
         std::size_t total = 1;
         for (std::size_t p = 0; p < counts.size(); ++p) {
@@ -148,15 +147,13 @@ TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
         ASSERT_EQ(ran.size(), total);
         EXPECT_EQ(ran.front(), -1);
         // Each poster's jobs ran once each, in the order it posted them.
-        std::vector<std::vector<int>> seen(counts.size());
+        std::vector<std::vector<int>> seen(counts.size()), expected(counts.size());
         for (std::size_t i = 1; i < ran.size(); ++i)
             seen.at(static_cast<std::size_t>(ran[i] / 1000)).push_back(ran[i] % 1000);
-        for (std::size_t p = 0; p < counts.size(); ++p) {
-            std::vector<int> expected(static_cast<std::size_t>(counts[p]));
+        for (std::size_t p = 0; p < counts.size(); ++p)
             for (int i = 0; i < counts[p]; ++i)
-                expected[static_cast<std::size_t>(i)] = i;
-            EXPECT_EQ(seen[p], expected) << "poster " << p;
-        }
+                expected[p].push_back(i);
+        EXPECT_EQ(seen, expected);
     }
 }
 
@@ -167,8 +164,7 @@ TEST_F(Fixture, TypeAtOrBeyondTheTableRunsOnlyItsCompletion)
     engine.post(job(3, 1));
     waitForCompletions(3, "three jobs");
     std::lock_guard l(mutex);
-    EXPECT_EQ(ran, std::vector<int>({3}));
-    EXPECT_EQ(completed, std::vector<int>({1, 2, 3}));
+    EXPECT_EQ(std::tie(ran, completed), std::tuple(std::vector<int>{3}, std::vector<int>{1, 2, 3}));
 }
 
 // The completion posts while its own job still holds a slot of a full ring:
@@ -211,8 +207,7 @@ TEST_F(Fixture, StoppingDropsQueuedJobsAndRefusesLaterOnes)
     EXPECT_EQ(engine.post(&stop), -1);
     EXPECT_FALSE(again.waitFor(20));
     std::lock_guard l(mutex);
-    EXPECT_EQ(ran, std::vector<int>({1}));
-    EXPECT_EQ(completed, std::vector<int>({1}));
+    EXPECT_EQ(std::tie(ran, completed), std::tuple(std::vector<int>{1}, std::vector<int>{1}));
 }
 
 }  // namespace
