@@ -201,22 +201,16 @@ TEST(SymbolTree, Classification)
         n.Size = c.size;
         n.IsSigned = c.isSigned;
         symtree::classify(n);
-        EXPECT_EQ(n.TypeID, c.typeId) << c.type << " " << c.size;
-        EXPECT_EQ(n.MaxValue, c.max) << c.type;
-        EXPECT_TRUE(n.IsLeaf);
+        EXPECT_EQ(std::tuple(n.TypeID, n.MaxValue, n.IsLeaf), std::tuple(c.typeId, c.max, true)) << c.type << " " << c.size;
     }
-    Node parent, child;
-    parent.Size = 4;
+    // A node with children is no leaf; a bit-field keeps its id.
+    Node parent, child, bits;
+    parent.Size = bits.Size = 4;
     parent.Children = &child;
-    symtree::classify(parent);
-    EXPECT_EQ(parent.TypeID, 0);
-    EXPECT_FALSE(parent.IsLeaf);
-    Node bits;
     bits.TypeID = 14;
-    bits.Size = 4;
+    symtree::classify(parent);
     symtree::classify(bits);
-    EXPECT_EQ(bits.TypeID, 14);
-    EXPECT_EQ(bits.MaxValue, 0.0);
+    EXPECT_EQ(std::tuple(parent.TypeID, parent.IsLeaf, bits.TypeID, bits.MaxValue), std::tuple(0, false, 14, 0.0));
 }
 
 TEST(SymbolTree, TypeTextsAndDeclaringFiles)
@@ -284,16 +278,15 @@ TEST(SymbolTree, HookSeesTheTreeAndTheWantedElementsInTreeOrder)
     const auto pair = f.pair();
     const auto m = f.variable("m", f.array(f.base("int", 4, 5), {2, 2}), 0);
     const auto s = f.variable("s", f.array(pair, {3}), 0);
-    std::vector<std::string> seen;
-    const auto hook = [&](Node& n) { seen.push_back(n.NameWithParents); };
-    f.fill(m, hook);
-    EXPECT_EQ(seen, (std::vector<std::string>{"m"}));
-    seen.clear();
-    f.fill(m, hook, {"M[1][0]", "m[0][1]", "m[1][0]", "m[2][0]", "m[0]x", "other[0]"});
-    EXPECT_EQ(seen, (std::vector<std::string>{"m[0][1]", "m[0]", "m[1][0]", "m[1]", "m"}));
-    seen.clear();
-    f.fill(s, hook, {"s[2].b"});
-    EXPECT_EQ(seen, (std::vector<std::string>{"s[2].a", "s[2].b", "s[2]", "s"}));
+    const auto seen = [&](std::uint32_t var, const std::vector<std::string>& wanted) {
+        std::vector<std::string> names;
+        f.fill(var, [&](Node& n) { names.push_back(n.NameWithParents); }, wanted);
+        return names;
+    };
+    EXPECT_EQ(seen(m, {}), (std::vector<std::string>{"m"}));
+    EXPECT_EQ(seen(m, {"M[1][0]", "m[0][1]", "m[1][0]", "m[2][0]", "m[0]x", "other[0]"}),
+              (std::vector<std::string>{"m[0][1]", "m[0]", "m[1][0]", "m[1]", "m"}));
+    EXPECT_EQ(seen(s, {"s[2].b"}), (std::vector<std::string>{"s[2].a", "s[2].b", "s[2]", "s"}));
 }
 
 // An array costs the nodes of its first element whatever its length, so
@@ -319,10 +312,9 @@ TEST(SymbolTree, Budgets)
     EXPECT_EQ(builder.nodes(), 4u + 3u + 1u);
     EXPECT_EQ(treewalk::countBelow(f.arena, *s), 21u);
     EXPECT_NE(f.find(s, "small[2][1].b"), nullptr);
-    EXPECT_EQ(treewalk::countBelow(f.arena, *w), 30u) << "more than the variable limit of 29, made on demand";
-    EXPECT_EQ(w->Unexpanded, kCutNone);
-    EXPECT_EQ(l->ElementCount, 0x3FFFFF00u);
-    EXPECT_FALSE(l->IsLeaf);
+    // More than the variable limit of 29, made on demand.
+    EXPECT_EQ(std::tuple(treewalk::countBelow(f.arena, *w), w->Unexpanded), std::tuple(30u, kCutNone));
+    EXPECT_EQ(std::tuple(l->ElementCount, l->IsLeaf), std::tuple(0x3FFFFF00u, false));
     const std::uint64_t before = builder.nodes();
     EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(builder, named)), 2u);
     EXPECT_EQ(builder.nodes() - before, 2u + 1u) << "name and path of 120 and 122 characters count once more";
@@ -331,10 +323,9 @@ TEST(SymbolTree, Budgets)
     // so in every element.
     symtree::Builder tight(f.info, f.arena, {}, symtree::TreeLimits{2, 200});
     const Node* e = f.arena.element(*f.fill(tight, wide), 7);
-    EXPECT_EQ(e->Unexpanded, kCutVariableBudget);
     ASSERT_NE(e->Children, nullptr);
-    EXPECT_EQ(e->Children->NameWithParents, "wide[7].a");
-    EXPECT_EQ(e->Children->Next, nullptr);
+    EXPECT_EQ(std::tie(e->Unexpanded, e->Children->NameWithParents, e->Children->Next),
+              std::tuple(kCutVariableBudget, "wide[7].a", nullptr));
 }
 
 // Damage a compiler does not make, beside that of the hostile corpus (loops,
