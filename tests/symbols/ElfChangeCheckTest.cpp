@@ -31,16 +31,6 @@ const Node* findInTree(SymbolTree* tree, const std::string& path)
     return nullptr;
 }
 
-bool inTree(const SymbolTree* tree, const Node* node)
-{
-    for (const Node* n = node; n; n = n->Parent)
-        for (const Node* f : tree->files)
-            for (const Node* top = f->Children; top; top = top->Next)
-                if (top == n)
-                    return true;
-    return false;
-}
-
 std::vector<std::string> paths(const std::vector<Node*>& nodes)
 {
     std::vector<std::string> out;
@@ -49,8 +39,8 @@ std::vector<std::string> paths(const std::vector<Node*>& nodes)
     return out;
 }
 
-// A controller with a project in a folder of its own that names its ELF file
-// (the first build) relative to itself.
+// A controller, started as the program starts it, with a folder of its own
+// that holds the first build as fw.elf.
 struct Session {
     JobEngine engine;
     TestBridge bridge;
@@ -69,6 +59,10 @@ struct Session {
         fs::copy_file(testelf::corpus("rebuild_v1.elf"), elf);
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         ctl->setBridge(&bridge);
+        StartArgs args;
+        args.argv = {"plotvik", "-nothing"};  // arguments: no start dialogs
+        ctl->postInit(&args, {});
+        EXPECT_TRUE(ctl->waitForQueue(10000));
     }
     ~Session()
     {
@@ -78,8 +72,9 @@ struct Session {
         fs::remove_all(dir);
     }
 
-    // Opens the project; unless `parse` is false, parses it and selects four
-    // symbols, the second with display settings of its own.
+    // Opens a project that names fw.elf relative to itself; unless `parse` is
+    // false, parses it and selects four symbols, the second with display
+    // settings of its own.
     void open(bool qtx = false, bool parse = true)
     {
         ctl->postCreateProject((dir / "p.plotvik").string());
@@ -184,8 +179,7 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     EXPECT_EQ(s.selected(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
     SymbolTree* tree = s.ctl->symbols().tree();
     for (const Node* n : s.ctl->symbols().selected()) {
-        EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
-        EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
+        EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
         EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
     }
     // The colour, the display settings and the table row go with the symbol.
@@ -222,13 +216,12 @@ TEST(ElfChangeCheck, TouchingOrCopyingAnOlderFileAsksAndReparses)
 // the ELF file is found beside it, and each listed symbol in its tree.
 TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
 {
-    QStandardPaths::setTestModeEnabled(true);
+    Session s("demo");
     const fs::path demo = fs::path(PLOTVIK_DEMO_PROJECT).parent_path();
-    const fs::path folder = testtemp::folder() / "relative";
-    fs::create_directories(folder / "sub");
+    fs::create_directories(s.dir / "sub");
     for (const char* name : {"demo_bsq.plotvik", "demo.elf"})
-        fs::copy_file(demo / name, folder / "sub" / name, fs::copy_options::overwrite_existing);
-    const std::string project = (folder / "sub" / "demo_bsq.plotvik").string();
+        fs::copy_file(demo / name, s.dir / "sub" / name);
+    const std::string project = (s.dir / "sub" / "demo_bsq.plotvik").string();
     // What the project file lists, read on its own.
     Project listed;
     SymbolDatabase listedSymbols;
@@ -236,42 +229,29 @@ TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
     std::vector<std::string> expected = paths(listedSymbols.selected());
     ASSERT_FALSE(expected.empty());
 
-    JobEngine engine;
-    TestBridge bridge;
-    Controller ctl(engine, std::make_unique<FakeSampler>());
-    ctl.setBridge(&bridge);
-    StartArgs args;
-    args.argv = {"plotvik", "-nothing"};  // arguments: no start dialogs
-    ctl.postInit(&args, {});
     const fs::path before = fs::current_path();
-    fs::current_path(folder);
+    fs::current_path(s.dir);
     std::atomic<int> result{1};
-    ctl.postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
-    ASSERT_TRUE(ctl.waitForQueue(20000));
-    ASSERT_TRUE(ctl.waitForQueue(20000));
+    s.ctl->postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
+    ASSERT_TRUE(s.ctl->waitForQueue(20000));
+    ASSERT_TRUE(s.ctl->waitForQueue(20000));
     fs::current_path(before);
 
     EXPECT_EQ(result.load(), 0);
-    EXPECT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
-    EXPECT_EQ(std::tuple(ctl.project().path(), RecentLists::instance().entry(1, 0), Settings::instance().currentProject(),
-                         ctl.elfPath()),
-              std::tuple(project, project, project, (folder / "sub" / "demo.elf").string()));
-    SymbolTree* tree = ctl.symbols().tree();
-    ASSERT_NE(tree, nullptr);
+    EXPECT_TRUE(s.bridge.shown().empty()) << s.bridge.shown().front().text;
+    EXPECT_EQ(std::tuple(s.ctl->project().path(), RecentLists::instance().entry(1, 0), Settings::instance().currentProject(),
+                         s.ctl->elfPath()),
+              std::tuple(project, project, project, (s.dir / "sub" / "demo.elf").string()));
     // Each listed entry found its node (matching compares file, path and type);
     // re-matching keeps the order of the tree, so compare as sets.
-    for (const Node* n : ctl.symbols().selected()) {
-        EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
-        EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
-    }
-    std::vector<std::string> got = paths(ctl.symbols().selected());
-    std::sort(got.begin(), got.end());
-    std::sort(expected.begin(), expected.end());
+    for (const Node* n : s.ctl->symbols().selected())
+        EXPECT_EQ(n, findInTree(s.ctl->symbols().tree(), n->NameWithParents));
+    std::vector<std::string> got = s.selected();
+    std::ranges::sort(got);
+    std::ranges::sort(expected);
     EXPECT_EQ(got, expected);
     // A script not beside the project goes to the library as written.
-    EXPECT_EQ(ctl.scriptPath(), "demo.TarvoScript");
-    fs::copy_file(demo / "demo.TarvoScript", folder / "sub" / "demo.TarvoScript", fs::copy_options::overwrite_existing);
-    EXPECT_EQ(ctl.scriptPath(), (folder / "sub" / "demo.TarvoScript").string());
-    engine.stopAndWait([] {});
-    ctl.setBridge(nullptr);
+    EXPECT_EQ(s.ctl->scriptPath(), "demo.TarvoScript");
+    fs::copy_file(demo / "demo.TarvoScript", s.dir / "sub" / "demo.TarvoScript");
+    EXPECT_EQ(s.ctl->scriptPath(), (s.dir / "sub" / "demo.TarvoScript").string());
 }
