@@ -13,44 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the jobs of a test did, in order, and the gate a job may wait on.
-struct Record {
-    std::mutex mutex;
-    std::vector<int> ran, completed;
-    std::atomic<bool> gate{false};
-};
-
-struct TestJob : Job {
-    int id = 0;
-    bool gated = false;
-    Record* record = nullptr;
-    JobEngine* engine = nullptr;
-    std::vector<TestJob*>* repost = nullptr;  // posted by the completion
-};
-
-void recordRun(Job* j)
-{
-    auto* job = static_cast<TestJob*>(j);
-    while (job->gated && !job->record->gate.load())
-        std::this_thread::sleep_for(1ms);
-    std::lock_guard l(job->record->mutex);
-    job->record->ran.push_back(job->id);
-}
-
-void recordCompletion(Job* j)
-{
-    auto* job = static_cast<TestJob*>(j);
-    {
-        std::lock_guard l(job->record->mutex);
-        job->record->completed.push_back(job->id);
-    }
-    if (job->repost)
-        for (TestJob* next : *job->repost)
-            job->engine->post(next);
-}
-
-const JobTypeEntry kTable[] = {{&recordRun, "run"}, {&recordRun, "run too"}, {nullptr, "stop"}};
-
 // Waits for `done`; a stuck engine would hang the whole program at its end
 // (the destructor posts the stop job), so it is reported and ended here.
 template <typename Done>
@@ -66,30 +28,60 @@ void waitOrEnd(Done done, const char* what)
     }
 }
 
-struct Fixture : ::testing::Test, Record {
+struct Fixture;
+
+struct TestJob : Job {
+    int id = 0;
+    bool gated = false;  // holds the worker until the gate opens
+    Fixture* test = nullptr;
+    std::vector<TestJob*>* repost = nullptr;  // posted by the completion
+};
+
+struct Fixture : ::testing::Test {
+    // What the jobs did, in order, and the gate; they outlive the engine.
+    std::mutex mutex;
+    std::vector<int> ran, completed;
+    std::atomic<bool> gate{false};
     JobEngine engine;
     std::vector<std::unique_ptr<TestJob>> jobs;
 
-    void SetUp() override { engine.setJobTable(kTable, 3); }
-
-    TestJob* job(int id, std::uint32_t type = 0)
+    static void run(Job* j)
     {
-        auto j = std::make_unique<TestJob>();
+        auto* job = static_cast<TestJob*>(j);
+        while (job->gated && !job->test->gate.load())
+            std::this_thread::sleep_for(1ms);
+        std::lock_guard l(job->test->mutex);
+        job->test->ran.push_back(job->id);
+    }
+    static void complete(Job* j)
+    {
+        auto* job = static_cast<TestJob*>(j);
+        {
+            std::lock_guard l(job->test->mutex);
+            job->test->completed.push_back(job->id);
+        }
+        for (TestJob* next : job->repost ? *job->repost : std::vector<TestJob*>{})
+            job->test->engine.post(next);
+    }
+
+    void SetUp() override
+    {
+        static const JobTypeEntry table[] = {{&run, "run"}, {&run, "run too"}, {nullptr, "stop"}};
+        engine.setJobTable(table, 3);
+    }
+
+    TestJob* job(int id, std::uint32_t type = 0, bool gated = false)
+    {
+        jobs.push_back(std::make_unique<TestJob>());
+        TestJob* j = jobs.back().get();
         j->id = id;
         j->type = type;
-        j->record = this;
-        j->engine = &engine;
-        j->completion = &recordCompletion;
-        jobs.push_back(std::move(j));
-        return jobs.back().get();
-    }
-    // A job that holds the worker until the gate opens.
-    TestJob* gated(int id)
-    {
-        TestJob* j = job(id);
-        j->gated = true;
+        j->gated = gated;
+        j->test = this;
+        j->completion = &complete;
         return j;
     }
+    TestJob* gated(int id) { return job(id, 0, true); }
 
     void waitForCompletions(std::size_t n, const char* what)
     {
