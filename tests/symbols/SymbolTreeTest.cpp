@@ -71,11 +71,9 @@ public:
     {
         const auto a = entry(0x01, nullptr, element);
         for (auto n : dims) {
-            Die s;
-            s.tag = 0x21;
-            s.upperBound = n - 1;
-            s.hasUpper = true;
-            add(s, a);
+            const auto range = entry(0x21, nullptr, kNoDie, 0, a);
+            at(range).upperBound = n - 1;
+            at(range).hasUpper = true;
         }
         return a;
     }
