@@ -103,7 +103,8 @@ TEST_F(ControllerFixture, StartRunsTheReadLoopAndPauseKeepsTheBuffers)
     const int reads = sampler->reads;
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() - reads >= 10; }));
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     EXPECT_LE(sampler->reads - reads, ms / 10 + 2) << "more reads than one loop can make in " << ms << " ms";
 }
 
@@ -113,8 +114,9 @@ TEST_F(ControllerFixture, StopThenStartClearsTheBuffers)
     ASSERT_TRUE(waitUntil([&] { return ctl->store().recordCount() >= 12; }));
     ctl->postReadStop();
     ASSERT_TRUE(waitUntil([&] { return !ctl->samplingRunning(); }));
-    EXPECT_EQ(std::tuple(ctl->displayPaused(), ctl->stoppedSinceLastStart(), ctl->probeConnected(), sampler->stops.load()),
-              std::tuple(true, true, false, 1));
+    EXPECT_EQ(
+        std::tuple(ctl->displayPaused(), ctl->stoppedSinceLastStart(), ctl->probeConnected(), sampler->stops.load()),
+        std::tuple(true, true, false, 1));
     const std::uint32_t stopped = ctl->store().recordCount();
     EXPECT_GE(stopped, 12u);
 

@@ -66,7 +66,8 @@ TEST(NewProject, PayloadKeepsWhatTheDialogDoesNotShow)
     // An empty serial-number field writes nothing; the host is cut to its field.
     EXPECT_EQ(std::tie(s.DataFile, s.TimeResolutionUs, s.TriggerOn, s.SerialNo, s.TargetInterface, s.InterfaceSpeed,
                        s.IP, s.SamplingPeriod),
-              std::tuple("/d/data.csv", 5000u, true, 77u, kInterfaceFine, 3500u, std::string(kHostSize - 1, 'h'), 250u));
+              std::tuple("/d/data.csv", 5000u, true, 77u, kInterfaceFine, 3500u, std::string(kHostSize - 1, 'h'),
+                         250u));
     // The options dialog shows the same settings again.
     const NewProjectChoices back = newproject::fromSettings(s);
     EXPECT_EQ(newproject::payload(back, s), s);

@@ -70,7 +70,8 @@ TEST_F(SettingsTest, FileSizeIsLimited)
     std::string text = "[LOG]\r\nLogLevel=\"7\"\r\n";
     text += std::string(Settings::kMaxText - text.size(), '#');
     loadText(text);
-    EXPECT_EQ(std::tuple(settings.content().size(), settings.logLevel(), bridge.boxes.size()), std::tuple(30000u, 7, 0u));
+    EXPECT_EQ(std::tuple(settings.content().size(), settings.logLevel(), bridge.boxes.size()),
+              std::tuple(30000u, 7, 0u));
 
     Settings over;
     std::ofstream(path, std::ios::app) << '#';
@@ -79,7 +80,8 @@ TEST_F(SettingsTest, FileSizeIsLimited)
     ASSERT_EQ(bridge.boxes.size(), 1u);
     const MessageBoxRequest& box = bridge.boxes[0];
     EXPECT_EQ(std::tie(box.text, box.caption, box.button0, box.icon),
-              std::tuple("Could not open file [" + path + "]\nFile too large - maximum file size (30000 bytes) exceeded!",
+              std::tuple("Could not open file [" + path +
+                             "]\nFile too large - maximum file size (30000 bytes) exceeded!",
                          report::errorCaption(), "O.K.", kIconWarning));
     // A failed load leaves the store unusable for the rest of the run.
     EXPECT_EQ(std::tuple(over.setString("LOG", "LogLevel", "5"), over.logLevel()), std::tuple(-1, 3));

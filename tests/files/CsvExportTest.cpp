@@ -26,7 +26,8 @@ TEST_F(CsvExportTest, FormatsEachTypeAndLeavesOut64BitFields)
     select("f", 4, kTypeFloat);
     const auto r = [](std::uint32_t t, float f) {
         return record(t, std::uint8_t{1}, std::uint8_t{200}, std::int8_t{-5}, std::int16_t{-300},
-                      std::uint32_t{0xFFFFFFFFu}, std::uint64_t{1} << 40, std::int32_t{-123456}, 3.125, std::int64_t{-9}, f);
+                      std::uint32_t{0xFFFFFFFFu}, std::uint64_t{1} << 40, std::int32_t{-123456}, 3.125,
+                      std::int64_t{-9}, f);
     };
     sample(r(5, 1.5f) + r(6, -0.25f) + r(7, 2.0f));
     ASSERT_EQ(ExportCsv(out, store, symbols), 0);

@@ -170,7 +170,8 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     const MessageBoxRequest& box = s.bridge.boxes[0];
     EXPECT_EQ(std::tie(box.text, box.button0, box.button1),
               std::tuple("The elf file at\n" + s.elf.string() +
-                             "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?",
+                             "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected "
+                             "symbols?",
                          "Reparse & Match symbols", "Reparse & Clear symbols"));
     EXPECT_LE(box.timeoutMs, 0);
 
@@ -180,7 +181,7 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     SymbolTree* tree = s.ctl->symbols().tree();
     for (const Node* n : s.ctl->symbols().selected()) {
         EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
-        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
+        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind";
     }
     // The colour, the display settings and the table row go with the symbol.
     const SelectedSymbol& l = s.ctl->symbols().selected()[0]->symbol();
@@ -239,8 +240,8 @@ TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
 
     EXPECT_EQ(result.load(), 0);
     EXPECT_TRUE(s.bridge.shown().empty()) << s.bridge.shown().front().text;
-    EXPECT_EQ(std::tuple(s.ctl->project().path(), RecentLists::instance().entry(1, 0), Settings::instance().currentProject(),
-                         s.ctl->elfPath()),
+    EXPECT_EQ(std::tuple(s.ctl->project().path(), RecentLists::instance().entry(1, 0),
+                         Settings::instance().currentProject(), s.ctl->elfPath()),
               std::tuple(project, project, project, (s.dir / "sub" / "demo.elf").string()));
     // Each listed entry found its node (matching compares file, path and type);
     // re-matching keeps the order of the tree, so compare as sets.

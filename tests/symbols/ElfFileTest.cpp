@@ -26,7 +26,8 @@ TEST(ElfErrorText, TextsAndRecordKinds)
     elf::reportError(56);
     elf::reportError(52, "0x1A");
     ASSERT_EQ(errors.records.size(), 2u);
-    EXPECT_EQ(std::tie(errors.records[0].kind, errors.records[0].message, errors.records[1].kind, errors.records[1].detail),
+    const auto& r = errors.records;
+    EXPECT_EQ(std::tie(r[0].kind, r[0].message, r[1].kind, r[1].detail),
               std::tuple(68, "could not parse macro information", 66, "0x1A"));
 }
 
@@ -119,7 +120,8 @@ TEST(ElfLoad, Dwarf5UnitsWarnAndStillLoad)
     for (const char* language : {"c", "cpp"})
         for (const char* opt : {"O0", "Os"})
             for (const int version : {4, 5}) {
-                const std::string name = std::string("shapes_") + language + "_dwarf" + std::to_string(version) + "_" + opt;
+                const std::string name =
+                    std::string("shapes_") + language + "_dwarf" + std::to_string(version) + "_" + opt;
                 ErrorCapture errors;
                 elf::FilePtr f(elf::open(corpus(name + ".elf"), false));
                 ASSERT_NE(f, nullptr) << name;

@@ -173,7 +173,8 @@ TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
         std::memcpy(image.data() + broken, &huge, 4);
         testelf::Parsed p(testelf::writeTemp("hostile_broken_length.elf", image));
         ASSERT_NE(p.db.tree(), nullptr) << path;
-        EXPECT_EQ(std::tuple(p.find("intact_counter") != nullptr, p.find("intact_after_broken")), std::tuple(true, nullptr))
+        EXPECT_EQ(std::tuple(p.find("intact_counter") != nullptr, p.find("intact_after_broken")),
+                  std::tuple(true, nullptr))
             << path;
         EXPECT_TRUE(p.log.has("runs past the section: the units after it are not read")) << path;
     }

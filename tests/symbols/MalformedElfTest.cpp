@@ -145,7 +145,8 @@ TEST(ListHeaders, UnreadableHeadersAreRefusedAndIntactOnesLoad)
         std::copy(c.bytes.begin(), c.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset + c.at));
         testelf::Parsed p(testelf::writeTemp("lists.elf", bytes));
         const bool intact = c.bytes.empty();
-        EXPECT_EQ(std::tuple(p.errors.has(elf::kErrDwarfInit), p.find("derived") != nullptr), std::tuple(!intact, intact))
+        EXPECT_EQ(std::tuple(p.errors.has(elf::kErrDwarfInit), p.find("derived") != nullptr),
+                  std::tuple(!intact, intact))
             << c.section << ": " << c.what;
     }
 }

@@ -139,7 +139,8 @@ TEST(SymbolTree, ArrayElementsAreMadeOnDemand)
     // Elements are made on demand.
     EXPECT_EQ(std::tie(root->IsArray, root->Dimensions, root->NumDimensions, root->Type, root->Size, root->TypeID,
                        root->IsLeaf, root->Children),
-              std::tuple(true, std::vector<std::uint32_t>{4, 5}, 2u, "struct rec[4][5]", 160u, kTypeNone, false, nullptr));
+              std::tuple(true, std::vector<std::uint32_t>{4, 5}, 2u, "struct rec[4][5]", 160u, kTypeNone, false,
+                         nullptr));
     ASSERT_EQ(root->ElementCount, 4u);
     const Node* g1 = f.arena.element(*root, 1);
     EXPECT_EQ(f.arena.element(*root, 1), g1) << "made once";
@@ -199,7 +200,8 @@ TEST(SymbolTree, Classification)
         n.Size = c.size;
         n.IsSigned = c.isSigned;
         symtree::classify(n);
-        EXPECT_EQ(std::tuple(n.TypeID, n.MaxValue, n.IsLeaf), std::tuple(c.typeId, c.max, true)) << c.type << " " << c.size;
+        EXPECT_EQ(std::tuple(n.TypeID, n.MaxValue, n.IsLeaf), std::tuple(c.typeId, c.max, true))
+            << c.type << " " << c.size;
     }
     // A node with children is no leaf; a bit-field keeps its id.
     Node parent, child, bits;
@@ -258,7 +260,7 @@ TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
                               make("/src/Main.c", "speed2", "motor.speed", "int"),
                               make("/src/other.c", "speed", "motor.speed", "int"),
                               make("/src/Main.c", "speed", "motor.speed", "int ")})
-        EXPECT_FALSE(symtree::matches(*a, *other)) << other->File << " " << other->NameWithParents << " " << other->Type;
+        EXPECT_FALSE(symtree::matches(*a, *other)) << other->File << other->NameWithParents << other->Type;
 }
 
 // The hook sees the nodes of the tree and the elements that wanted paths
