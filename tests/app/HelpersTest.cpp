@@ -49,17 +49,14 @@ TEST(TaggedAlloc, CheckingModeReportsOverflowAndFailuresAreShown)
     EXPECT_EQ(p[0], 0);
     const auto live = alloc::liveBlocks();
     ASSERT_FALSE(live.empty());
-    EXPECT_EQ(live.front().tag, "Test block");
-    EXPECT_EQ(live.front().size, 16u);
+    EXPECT_EQ(std::tie(live.front().tag, live.front().size), std::tuple("Test block", 16u));
     std::memset(p, 1, 19);  // three bytes past the end
     alloc::release(p);
     alloc::setChecking(false);
     EXPECT_EQ(alloc::allocate((std::size_t(1) << 62) + 0x1234, "Too big"), nullptr);
-    const auto boxes = bridge.shown();
-    ASSERT_EQ(boxes.size(), 2u);
-    EXPECT_EQ(boxes[0].text, "Buffer overflow in memory block. 3 bytes overflowed.");
-    EXPECT_EQ(boxes[1].text, "Failed to allocate 0x00001234 bytes of memory!");
-    EXPECT_EQ(boxes[1].caption, report::errorCaption());
+    EXPECT_EQ(bridge.texts(), (std::vector<std::string>{"Buffer overflow in memory block. 3 bytes overflowed.",
+                                                        "Failed to allocate 0x00001234 bytes of memory!"}));
+    EXPECT_EQ(bridge.boxes.back().caption, report::errorCaption());
     report::setBridge(nullptr);
 }
 
@@ -73,8 +70,7 @@ TEST(InstallPaths, TheBuildTreeKeepsTheDataBesideTheExecutables)
     char* argv[] = {name, nullptr};
     QCoreApplication app(argc, argv);
     const std::string bin = std::filesystem::canonical(PLOTVIK_BIN_DIR).string();
-    EXPECT_EQ(installpaths::applicationFolder(), bin);
-    EXPECT_EQ(installpaths::dataFolder(), bin);
-    EXPECT_EQ(installpaths::guideFile(), bin + "/guide/index.md");
+    EXPECT_EQ(std::tuple(installpaths::applicationFolder(), installpaths::dataFolder(), installpaths::guideFile()),
+              std::tuple(bin, bin, bin + "/guide/index.md"));
     EXPECT_TRUE(std::filesystem::is_regular_file(installpaths::guideFile()));
 }

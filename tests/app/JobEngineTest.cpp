@@ -13,44 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the jobs of a test did, in order, and the gate a job may wait on.
-struct Record {
-    std::mutex mutex;
-    std::vector<int> ran, completed;
-    std::atomic<bool> gate{false};
-};
-
-struct TestJob : Job {
-    int id = 0;
-    bool gated = false;
-    Record* record = nullptr;
-    JobEngine* engine = nullptr;
-    std::vector<TestJob*>* repost = nullptr;  // posted by the completion
-};
-
-void recordRun(Job* j)
-{
-    auto* job = static_cast<TestJob*>(j);
-    while (job->gated && !job->record->gate.load())
-        std::this_thread::sleep_for(1ms);
-    std::lock_guard l(job->record->mutex);
-    job->record->ran.push_back(job->id);
-}
-
-void recordCompletion(Job* j)
-{
-    auto* job = static_cast<TestJob*>(j);
-    {
-        std::lock_guard l(job->record->mutex);
-        job->record->completed.push_back(job->id);
-    }
-    if (job->repost)
-        for (TestJob* next : *job->repost)
-            job->engine->post(next);
-}
-
-const JobTypeEntry kTable[] = {{&recordRun, "run"}, {&recordRun, "run too"}, {nullptr, "stop"}};
-
 // Waits for `done`; a stuck engine would hang the whole program at its end
 // (the destructor posts the stop job), so it is reported and ended here.
 template <typename Done>
@@ -66,30 +28,60 @@ void waitOrEnd(Done done, const char* what)
     }
 }
 
-struct Fixture : ::testing::Test, Record {
+struct Fixture;
+
+struct TestJob : Job {
+    int id = 0;
+    bool gated = false;  // holds the worker until the gate opens
+    Fixture* test = nullptr;
+    std::vector<TestJob*>* repost = nullptr;  // posted by the completion
+};
+
+struct Fixture : ::testing::Test {
+    // What the jobs did, in order, and the gate; they outlive the engine.
+    std::mutex mutex;
+    std::vector<int> ran, completed;
+    std::atomic<bool> gate{false};
     JobEngine engine;
     std::vector<std::unique_ptr<TestJob>> jobs;
 
-    void SetUp() override { engine.setJobTable(kTable, 3); }
-
-    TestJob* job(int id, std::uint32_t type = 0)
+    static void run(Job* j)
     {
-        auto j = std::make_unique<TestJob>();
+        auto* job = static_cast<TestJob*>(j);
+        while (job->gated && !job->test->gate.load())
+            std::this_thread::sleep_for(1ms);
+        std::lock_guard l(job->test->mutex);
+        job->test->ran.push_back(job->id);
+    }
+    static void complete(Job* j)
+    {
+        auto* job = static_cast<TestJob*>(j);
+        {
+            std::lock_guard l(job->test->mutex);
+            job->test->completed.push_back(job->id);
+        }
+        for (TestJob* next : job->repost ? *job->repost : std::vector<TestJob*>{})
+            job->test->engine.post(next);
+    }
+
+    void SetUp() override
+    {
+        static const JobTypeEntry table[] = {{&run, "run"}, {&run, "run too"}, {nullptr, "stop"}};
+        engine.setJobTable(table, 3);
+    }
+
+    TestJob* job(int id, std::uint32_t type = 0, bool gated = false)
+    {
+        jobs.push_back(std::make_unique<TestJob>());
+        TestJob* j = jobs.back().get();
         j->id = id;
         j->type = type;
-        j->record = this;
-        j->engine = &engine;
-        j->completion = &recordCompletion;
-        jobs.push_back(std::move(j));
-        return jobs.back().get();
-    }
-    // A job that holds the worker until the gate opens.
-    TestJob* gated(int id)
-    {
-        TestJob* j = job(id);
-        j->gated = true;
+        j->gated = gated;
+        j->test = this;
+        j->completion = &complete;
         return j;
     }
+    TestJob* gated(int id) { return job(id, 0, true); }
 
     void waitForCompletions(std::size_t n, const char* what)
     {
@@ -116,8 +108,7 @@ TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
         }
         gate = false;
         ASSERT_EQ(engine.post(gated(-1)), 0);
-        std::atomic<int> returned{0};
-        std::atomic<int> failed{0};
+        std::atomic<int> returned{0}, failed{0};
         std::vector<std::thread> posters;
         std::size_t total = 1;
         for (std::size_t p = 0; p < counts.size(); ++p) {
@@ -148,15 +139,13 @@ TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
         ASSERT_EQ(ran.size(), total);
         EXPECT_EQ(ran.front(), -1);
         // Each poster's jobs ran once each, in the order it posted them.
-        std::vector<std::vector<int>> seen(counts.size());
+        std::vector<std::vector<int>> seen(counts.size()), expected(counts.size());
         for (std::size_t i = 1; i < ran.size(); ++i)
             seen.at(static_cast<std::size_t>(ran[i] / 1000)).push_back(ran[i] % 1000);
-        for (std::size_t p = 0; p < counts.size(); ++p) {
-            std::vector<int> expected(static_cast<std::size_t>(counts[p]));
+        for (std::size_t p = 0; p < counts.size(); ++p)
             for (int i = 0; i < counts[p]; ++i)
-                expected[static_cast<std::size_t>(i)] = i;
-            EXPECT_EQ(seen[p], expected) << "poster " << p;
-        }
+                expected[p].push_back(i);
+        EXPECT_EQ(seen, expected);
     }
 }
 
@@ -167,8 +156,7 @@ TEST_F(Fixture, TypeAtOrBeyondTheTableRunsOnlyItsCompletion)
     engine.post(job(3, 1));
     waitForCompletions(3, "three jobs");
     std::lock_guard l(mutex);
-    EXPECT_EQ(ran, std::vector<int>({3}));
-    EXPECT_EQ(completed, std::vector<int>({1, 2, 3}));
+    EXPECT_EQ(std::tie(ran, completed), std::tuple(std::vector<int>{3}, std::vector<int>{1, 2, 3}));
 }
 
 // The completion posts while its own job still holds a slot of a full ring:
@@ -211,8 +199,7 @@ TEST_F(Fixture, StoppingDropsQueuedJobsAndRefusesLaterOnes)
     EXPECT_EQ(engine.post(&stop), -1);
     EXPECT_FALSE(again.waitFor(20));
     std::lock_guard l(mutex);
-    EXPECT_EQ(ran, std::vector<int>({1}));
-    EXPECT_EQ(completed, std::vector<int>({1}));
+    EXPECT_EQ(std::tie(ran, completed), std::tuple(std::vector<int>{1}, std::vector<int>{1}));
 }
 
 }  // namespace

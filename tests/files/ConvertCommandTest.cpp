@@ -1,4 +1,3 @@
-#include "FilesTestSupport.h"
 #include "StoreFixture.h"
 
 #include "files/Project.h"

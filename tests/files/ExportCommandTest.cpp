@@ -1,4 +1,3 @@
-#include "FilesTestSupport.h"
 #include "StoreFixture.h"
 
 #include "app/Controller.h"
@@ -33,8 +32,8 @@ struct ExportCommandTest : ::testing::Test {
         store.prepareFreshStart();
         store.setOpen(true);
         std::string recs;
-        for (std::uint32_t i = 0; i < 4; ++i)
-            recs += StoreFixture::record(i, static_cast<std::uint16_t>(i * 11));
+        for (std::uint16_t i = 0; i < 4; ++i)
+            recs += StoreFixture::record(i, std::uint16_t(i * 11));
         store.storeRecords(reinterpret_cast<const std::uint8_t*>(recs.data()), recs.size());
         store.setOpen(false);
     }
@@ -60,10 +59,9 @@ TEST_F(ExportCommandTest, ExportsAskForTheFileAndRememberIt)
     EXPECT_EQ(bridge.texts(), std::vector<std::string>{"Raw data exported in the order:\nTimestamp\nlevel"});
 
     ASSERT_EQ(bridge.dialogs.size(), 2u);
-    EXPECT_EQ(bridge.dialogs[0].title, "Export Data");
-    EXPECT_EQ(bridge.dialogs[0].filter, "CSV (*.csv)");
-    EXPECT_EQ(bridge.dialogs[1].title, "Export Data");
-    EXPECT_EQ(bridge.dialogs[1].filter, "PRAW (*.praw)");
+    const auto& d = bridge.dialogs;
+    EXPECT_EQ(std::tie(d[0].title, d[0].filter, d[1].title, d[1].filter),
+              std::tuple("Export Data", "CSV (*.csv)", "Export Data", "PRAW (*.praw)"));
 }
 
 TEST_F(ExportCommandTest, CancelledDialogDoesNothing)

@@ -1,4 +1,3 @@
-#include "FilesTestSupport.h"
 #include "StoreFixture.h"
 
 #include "base/ProjectSettings.h"
@@ -32,17 +31,14 @@ TEST_F(RawFileTest, ImportReplacesTheStoredRecords)
                               "Size of selected symbols + timestamp: 6 Bytes";
         EXPECT_EQ(scoped.bridge.texts(), std::vector<std::string>(partial ? 1 : 0, warning));
         if (partial) {
-            EXPECT_EQ(scoped.bridge.boxes[0].caption, report::warningCaption());
-            EXPECT_EQ(scoped.bridge.boxes[0].button0, "O.K.");
+            EXPECT_EQ(std::tie(scoped.bridge.boxes[0].caption, scoped.bridge.boxes[0].button0),
+                      std::tuple(report::warningCaption(), "O.K."));
         }
-        EXPECT_EQ(store.writeIndex(), 3u);
-        EXPECT_EQ(n->symbol().Offset, 4);
-        const std::uint32_t ts[] = {10, 20, 30, 0};  // the old records are gone
-        const std::int16_t vals[] = {-1, 2, 300, 0};
-        for (std::uint32_t i = 0; i < 4; ++i) {
-            EXPECT_EQ(store.timeStamps()[i], ts[i]);
-            EXPECT_EQ(static_cast<std::int16_t>(n->symbol().Values[i]), vals[i]);
-        }
+        EXPECT_EQ(std::tuple(store.writeIndex(), n->symbol().Offset), std::tuple(3u, 4));
+        std::vector<std::pair<std::uint32_t, std::int16_t>> got;  // the old records are gone
+        for (std::uint32_t i = 0; i < 4; ++i)
+            got.emplace_back(store.timeStamps()[i], static_cast<std::int16_t>(n->symbol().Values[i]));
+        EXPECT_EQ(got, (std::vector<std::pair<std::uint32_t, std::int16_t>>{{10, -1}, {20, 2}, {30, 300}, {0, 0}}));
         EXPECT_FALSE(store.isOpen());
     }
 }
@@ -57,13 +53,10 @@ TEST_F(RawFileTest, UntimedQtxSessionImportsTheFileTimeStampsAndKeepsItsLayout)
     writeAll(file,
              record(1000u, std::uint8_t{9}, std::int32_t{-4}) + record(2000u, std::uint8_t{8}, std::int32_t{5}));
     ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
-    EXPECT_EQ(store.timeStamps()[1], 2000u);
-    EXPECT_EQ(a->symbol().Values[1], 8u);
-    EXPECT_EQ(static_cast<std::int32_t>(b->symbol().Values[0]), -4);
+    EXPECT_EQ(std::tuple(store.timeStamps()[1], a->symbol().Values[1], std::int32_t(b->symbol().Values[0])),
+              std::tuple(2000u, 8u, -4));
     // The session's own layout is back: no time stamp, offsets from 0.
-    EXPECT_FALSE(store.withTimeStamp());
-    EXPECT_EQ(b->symbol().Offset, 1);
-    EXPECT_EQ(store.recordSize(), 5u);
+    EXPECT_EQ(std::tuple(store.withTimeStamp(), b->symbol().Offset, store.recordSize()), std::tuple(false, 1, 5u));
 }
 
 TEST_F(RawFileTest, WarnsAboutFilesLargerThanTheBuffers)
@@ -78,9 +71,8 @@ TEST_F(RawFileTest, WarnsAboutFilesLargerThanTheBuffers)
     EXPECT_EQ(scoped.bridge.texts(),
               std::vector<std::string>{"File size exceeds symbol buffers!\n Excess data will be discarded."});
     // The ring wrapped: the first record was overwritten by the last one.
-    EXPECT_TRUE(store.hasWrapped());
-    EXPECT_EQ(store.timeStamps()[0], records - 1);
-    EXPECT_EQ(store.timeStamps()[1], 1u);
+    EXPECT_EQ(std::tuple(store.hasWrapped(), store.timeStamps()[0], store.timeStamps()[1]),
+              std::tuple(true, records - 1, 1u));
 }
 
 TEST_F(RawFileTest, ExportWritesTheStoreInChronologicalOrder)
@@ -94,8 +86,8 @@ TEST_F(RawFileTest, ExportWritesTheStoreInChronologicalOrder)
     // The store does not count its newest record.
     EXPECT_EQ(readAll(file), recs.substr(0, 2 * 10));
     ASSERT_EQ(scoped.bridge.boxes.size(), 1u);
-    EXPECT_EQ(scoped.bridge.boxes[0].text, "Raw data exported in the order:\nTimestamp\na\nf");
-    EXPECT_EQ(scoped.bridge.boxes[0].button0, "OK");
+    EXPECT_EQ(std::tie(scoped.bridge.boxes[0].text, scoped.bridge.boxes[0].button0),
+              std::tuple("Raw data exported in the order:\nTimestamp\na\nf", "OK"));
 }
 
 // A bit-field past the first 8 bytes of its 12-byte structure: the file keeps

@@ -1,8 +1,10 @@
 // The ELF change check and the re-matching, through the controller's jobs on
 // two builds of one firmware; and the demo project opened from another folder.
 #include "app/Controller.h"
+#include "app/Settings.h"
 #include "symbols/ElfChangeCheck.h"
 #include "symbols/SymbolTree.h"
+#include "tests/TempFolder.h"
 #include "tests/app/FakeSampler.h"
 #include "tests/app/TestBridge.h"
 #include "TestElf.h"
@@ -10,8 +12,6 @@
 #include <QStandardPaths>
 
 #include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -31,16 +31,6 @@ const Node* findInTree(SymbolTree* tree, const std::string& path)
     return nullptr;
 }
 
-bool inTree(const SymbolTree* tree, const Node* node)
-{
-    for (const Node* n = node; n; n = n->Parent)
-        for (const Node* f : tree->files)
-            for (const Node* top = f->Children; top; top = top->Next)
-                if (top == n)
-                    return true;
-    return false;
-}
-
 std::vector<std::string> paths(const std::vector<Node*>& nodes)
 {
     std::vector<std::string> out;
@@ -49,8 +39,8 @@ std::vector<std::string> paths(const std::vector<Node*>& nodes)
     return out;
 }
 
-// A controller with a project in a folder of its own that names its ELF file
-// (the first build) relative to itself.
+// A controller, started as the program starts it, with a folder of its own
+// that holds the first build as fw.elf.
 struct Session {
     JobEngine engine;
     TestBridge bridge;
@@ -60,8 +50,7 @@ struct Session {
     std::map<std::string, std::uint32_t> oldAddress;
     int tableRow = 0;
 
-    explicit Session(const std::string& name)
-        : dir(fs::temp_directory_path() / ("plotvik-elfcheck-" + std::to_string(::getpid()) + "-" + name))
+    explicit Session(const std::string& name) : dir(testtemp::folder() / ("elfcheck-" + name))
     {
         QStandardPaths::setTestModeEnabled(true);
         fs::remove_all(dir);
@@ -70,6 +59,10 @@ struct Session {
         fs::copy_file(testelf::corpus("rebuild_v1.elf"), elf);
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         ctl->setBridge(&bridge);
+        StartArgs args;
+        args.argv = {"plotvik", "-nothing"};  // arguments: no start dialogs
+        ctl->postInit(&args, {});
+        EXPECT_TRUE(ctl->waitForQueue(10000));
     }
     ~Session()
     {
@@ -79,8 +72,9 @@ struct Session {
         fs::remove_all(dir);
     }
 
-    // Opens the project; unless `parse` is false, parses it and selects four
-    // symbols, the second with display settings of its own.
+    // Opens a project that names fw.elf relative to itself; unless `parse` is
+    // false, parses it and selects four symbols, the second with display
+    // settings of its own.
     void open(bool qtx = false, bool parse = true)
     {
         ctl->postCreateProject((dir / "p.plotvik").string());
@@ -172,32 +166,27 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     s.bridge.answer = 0;  // "Reparse & Match symbols"
     s.check();
 
-    const auto boxes = s.bridge.shown();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].text, "The elf file at\n" + s.elf.string() +
-                                 "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?");
-    EXPECT_EQ(boxes[0].button0, "Reparse & Match symbols");
-    EXPECT_EQ(boxes[0].button1, "Reparse & Clear symbols");
-    EXPECT_LE(boxes[0].timeoutMs, 0);
+    ASSERT_EQ(s.bridge.shown().size(), 1u);
+    const MessageBoxRequest& box = s.bridge.boxes[0];
+    EXPECT_EQ(std::tie(box.text, box.button0, box.button1),
+              std::tuple("The elf file at\n" + s.elf.string() +
+                             "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected "
+                             "symbols?",
+                         "Reparse & Match symbols", "Reparse & Clear symbols"));
+    EXPECT_LE(box.timeoutMs, 0);
 
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
     EXPECT_EQ(s.selected(), (std::vector<std::string>{"level", "pos.x", "samples[2]"}));
     SymbolTree* tree = s.ctl->symbols().tree();
     for (const Node* n : s.ctl->symbols().selected()) {
-        EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
-        EXPECT_EQ(n->Address, findInTree(tree, n->NameWithParents)->Address);
-        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind the new one";
+        EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
+        EXPECT_EQ(n->Address, s.oldAddress[n->NameWithParents] + 4) << n->NameWithParents << " moved behind";
     }
     // The colour, the display settings and the table row go with the symbol.
-    const SelectedSymbol& level = s.ctl->symbols().selected()[0]->symbol();
-    EXPECT_EQ(level.GraphColor, (Rgb{0x12, 0x34, 0x56, 255}));
-    EXPECT_TRUE(level.HasGraphColor);
-    EXPECT_EQ(level.YResolution, 50u);
-    EXPECT_EQ(level.YOffset, -3.0);
-    EXPECT_EQ(level.DrawStyle, 1);
-    EXPECT_FALSE(level.ShowInGraph);
-    EXPECT_EQ(level.TableRow, &s.tableRow);
+    const SelectedSymbol& l = s.ctl->symbols().selected()[0]->symbol();
+    EXPECT_EQ(std::tie(l.GraphColor, l.HasGraphColor, l.YResolution, l.YOffset, l.DrawStyle, l.ShowInGraph, l.TableRow),
+              std::tuple(Rgb{0x12, 0x34, 0x56, 255}, true, 50u, -3.0, 1, false, &s.tableRow));
     EXPECT_TRUE(s.ctl->symbols().selectionChanged());
     EXPECT_TRUE(s.ctl->symbols().matched().empty());
     EXPECT_FALSE(ElfTimeDiffers(s.ctl->symbols().elfTime(), t + 2s));
@@ -222,49 +211,48 @@ TEST(ElfChangeCheck, TouchingOrCopyingAnOlderFileAsksAndReparses)
     EXPECT_TRUE(s.ctl->symbols().selectionChanged());
 }
 
-TEST(DemoProject, OpenedFromAnotherFolderMatchesAllItsSymbols)
+// A copy of the demo without its script, opened by a path relative to a
+// working folder elsewhere: the project, the recent list and the remembered
+// project name give the file itself, so that it is found again from anywhere;
+// the ELF file is found beside it, and each listed symbol in its tree.
+TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
 {
-    QStandardPaths::setTestModeEnabled(true);
-    const fs::path project = PLOTVIK_DEMO_PROJECT;
-    ASSERT_TRUE(fs::exists(project));
+    Session s("demo");
+    const fs::path demo = fs::path(PLOTVIK_DEMO_PROJECT).parent_path();
+    fs::create_directories(s.dir / "sub");
+    for (const char* name : {"demo_bsq.plotvik", "demo.elf"})
+        fs::copy_file(demo / name, s.dir / "sub" / name);
+    const std::string project = (s.dir / "sub" / "demo_bsq.plotvik").string();
     // What the project file lists, read on its own.
     Project listed;
     SymbolDatabase listedSymbols;
-    ASSERT_EQ(LoadProject(project.string(), listed, listedSymbols), 0);
+    ASSERT_EQ(LoadProject(project, listed, listedSymbols), 0);
     std::vector<std::string> expected = paths(listedSymbols.selected());
     ASSERT_FALSE(expected.empty());
-    ASSERT_TRUE(fs::path(listed.settings().ElfFile).is_relative()) << "the demo names its ELF file beside itself";
 
     const fs::path before = fs::current_path();
-    const fs::path elsewhere = fs::temp_directory_path() / ("plotvik-demo-cwd-" + std::to_string(::getpid()));
-    fs::create_directories(elsewhere);
-    fs::current_path(elsewhere);
-    JobEngine engine;
-    TestBridge bridge;
-    Controller ctl(engine, std::make_unique<FakeSampler>());
-    ctl.setBridge(&bridge);
+    fs::current_path(s.dir);
     std::atomic<int> result{1};
-    ctl.postOpenProjFile(project.string(), &result, {});
-    ASSERT_TRUE(ctl.waitForQueue(20000));
-    ASSERT_TRUE(ctl.waitForQueue(20000));
+    s.ctl->postOpenProjFile("sub/demo_bsq.plotvik", &result, {});
+    ASSERT_TRUE(s.ctl->waitForQueue(20000));
+    ASSERT_TRUE(s.ctl->waitForQueue(20000));
     fs::current_path(before);
-    fs::remove_all(elsewhere);
 
     EXPECT_EQ(result.load(), 0);
-    EXPECT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
-    EXPECT_EQ(ctl.elfPath(), (project.parent_path() / listed.settings().ElfFile).lexically_normal().string());
-    SymbolTree* tree = ctl.symbols().tree();
-    ASSERT_NE(tree, nullptr);
-    // Each listed entry found its node (matching compares file, path and type).
-    for (const Node* n : ctl.symbols().selected()) {
-        EXPECT_TRUE(inTree(tree, n)) << n->NameWithParents;
-        EXPECT_EQ(n, findInTree(tree, n->NameWithParents));
-    }
-    // Re-matching keeps the order of the tree; compare as sets.
-    std::vector<std::string> got = paths(ctl.symbols().selected());
-    std::sort(got.begin(), got.end());
-    std::sort(expected.begin(), expected.end());
+    EXPECT_TRUE(s.bridge.shown().empty()) << s.bridge.shown().front().text;
+    EXPECT_EQ(std::tuple(s.ctl->project().path(), RecentLists::instance().entry(1, 0),
+                         Settings::instance().currentProject(), s.ctl->elfPath()),
+              std::tuple(project, project, project, (s.dir / "sub" / "demo.elf").string()));
+    // Each listed entry found its node (matching compares file, path and type);
+    // re-matching keeps the order of the tree, so compare as sets.
+    for (const Node* n : s.ctl->symbols().selected())
+        EXPECT_EQ(n, findInTree(s.ctl->symbols().tree(), n->NameWithParents));
+    std::vector<std::string> got = s.selected();
+    std::ranges::sort(got);
+    std::ranges::sort(expected);
     EXPECT_EQ(got, expected);
-    engine.stopAndWait([] {});
-    ctl.setBridge(nullptr);
+    // A script not beside the project goes to the library as written.
+    EXPECT_EQ(s.ctl->scriptPath(), "demo.TarvoScript");
+    fs::copy_file(demo / "demo.TarvoScript", s.dir / "sub" / "demo.TarvoScript");
+    EXPECT_EQ(s.ctl->scriptPath(), (s.dir / "sub" / "demo.TarvoScript").string());
 }

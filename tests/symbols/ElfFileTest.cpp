@@ -17,23 +17,18 @@ const std::string kGood = "shapes_c_dwarf5_O0.elf";
 
 }  // namespace
 
-TEST(ElfErrorText, FixedTextsAndRecordKinds)
+// Codes outside the table have no text; a report carries its kind, text and detail.
+TEST(ElfErrorText, TextsAndRecordKinds)
 {
-    EXPECT_STREQ(elf::errorText(43), "Invalid ELF file handle");
-    EXPECT_STREQ(elf::errorText(52), "could not parse debug info for compilation unit");
-    EXPECT_STREQ(elf::errorText(53), "compilation unit with DWARF5 debug information detected - DWARF5 is not yet fully supported");
-    EXPECT_STREQ(elf::errorText(62), "a debug information entry (DIE) at a specific data section offset could not be parsed/generated");
-    EXPECT_STREQ(elf::errorText(74), "failed to initialize libdwarf library");
     EXPECT_STREQ(elf::errorText(42), "");
     EXPECT_STREQ(elf::errorText(75), "");
     ErrorCapture errors;
     elf::reportError(56);
     elf::reportError(52, "0x1A");
     ASSERT_EQ(errors.records.size(), 2u);
-    EXPECT_EQ(errors.records[0].kind, 68);
-    EXPECT_EQ(errors.records[0].message, "could not parse macro information");
-    EXPECT_EQ(errors.records[1].kind, 66);
-    EXPECT_EQ(errors.records[1].detail, "0x1A");
+    const auto& r = errors.records;
+    EXPECT_EQ(std::tie(r[0].kind, r[0].message, r[1].kind, r[1].detail),
+              std::tuple(68, "could not parse macro information", 66, "0x1A"));
 }
 
 // Files that are no executable ELF of a known form: each gives one error. A
@@ -76,10 +71,10 @@ TEST(ElfOpen, BrokenFilesGiveTheirErrors)
         ErrorCapture errors;
         elf::FilePtr f(elf::open(testelf::writeTemp(c.name, image), true));
         EXPECT_EQ(f == nullptr, c.code != 0) << c.name;
-        ASSERT_EQ(errors.records.size(), c.code != 0 ? 1u : 0u) << c.name;
-        if (c.code != 0) {
-            EXPECT_EQ(errors.records[0].code, c.code) << c.name;
-        }
+        std::vector<int> codes;
+        for (const auto& r : errors.records)
+            codes.push_back(r.code);
+        EXPECT_EQ(codes, std::vector<int>(c.code != 0, c.code)) << c.name;
     }
     for (const auto& [name, code] :
          {std::pair{"shapes_c.o", elf::kErrNotExecutable}, std::pair{"no-such-file.elf", elf::kErrOpen}}) {
@@ -99,10 +94,8 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     ASSERT_NE(a, nullptr);
     ASSERT_NE(b, nullptr);
     EXPECT_TRUE(errors.records.empty());
-    EXPECT_FALSE(a->loaded());
-    EXPECT_EQ(a->debugInfo().dieCount(), 0u);
-    EXPECT_EQ(a->size(), testelf::readBytes(corpus(kGood)).size());
-    EXPECT_EQ(std::memcmp(a->data(), "\x7f" "ELF", 4), 0);
+    EXPECT_EQ(std::tuple(a->loaded(), a->debugInfo().dieCount(), a->size(), std::memcmp(a->data(), "\x7f" "ELF", 4)),
+              std::tuple(false, 0u, testelf::readBytes(corpus(kGood)).size(), 0));
     elf::FilePtr c(elf::open(corpus(kGood), true));
     EXPECT_EQ(c, nullptr);
     EXPECT_TRUE(errors.has(elf::kErrTooManyOpen));
@@ -117,60 +110,27 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     EXPECT_FALSE(elf::checkHandle(fake));
     elf::close(fake);
     ASSERT_EQ(errors.records.size(), 2u);
-    EXPECT_EQ(errors.records[0].code, elf::kErrInvalidHandle);
-    EXPECT_EQ(errors.records[1].code, elf::kErrInvalidHandle);
+    EXPECT_EQ(std::tie(errors.records[0].code, errors.records[1].code),
+              std::tuple(elf::kErrInvalidHandle, elf::kErrInvalidHandle));
 }
 
+// DWARF 5 units warn, and that is the only error the corpus gives.
 TEST(ElfLoad, Dwarf5UnitsWarnAndStillLoad)
 {
-    for (const int version : {4, 5}) {
-        ErrorCapture errors;
-        elf::FilePtr f(elf::open(corpus("shapes_c_dwarf" + std::to_string(version) + "_O0.elf"), false));
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(errors.has(elf::kErrDwarf5), version == 5);
-        EXPECT_FALSE(f->debugInfo().globals().empty());
-        EXPECT_EQ(f->statistics().dwarfVersion, version);
-    }
-}
-
-TEST(ElfLoad, BrokenUnitLeavesTheOthersLoaded)
-{
-    auto image = testelf::readBytes(corpus("shapes_c_newlib.elf"));
-    std::size_t section = 0;
-    const auto units = testelf::unitOffsets(image, section);
-    ASSERT_GE(units.size(), 3u);
-    // A unit other than the one that holds our own variables: they must survive.
-    elf::FilePtr good(elf::open(corpus("shapes_c_newlib.elf"), false));
-    ASSERT_NE(good, nullptr);
-    const auto goodGlobals = good->debugInfo().globals().size();
-    std::size_t unit = 0;
-    for (const auto& u : good->debugInfo().units())
-        if (u.offset != 0 && u.name.find("shapes.c") == std::string_view::npos && unit == 0)
-            unit = static_cast<std::size_t>(u.offset);
-    ASSERT_NE(unit, 0u);
-    ASSERT_NE(std::find(units.begin(), units.end(), unit), units.end());
-    good.reset();
-    // Break it after its unit entry with abbreviation codes that do not exist.
-    const std::uint32_t length = image[section + unit] | image[section + unit + 1] << 8 | image[section + unit + 2] << 16;
-    for (std::size_t i = section + unit + length - 8; i < section + unit + length + 4 - 1; ++i)
-        image[i] = 0xff;
-    image[section + unit + length + 3] = 0x7f;
-    ErrorCapture errors;
-    elf::FilePtr f(elf::open(testelf::writeTemp("brokenunit.elf", image), false));
-    ASSERT_NE(f, nullptr);
-    const auto it = std::find_if(errors.records.begin(), errors.records.end(), [](const auto& r) { return r.code == 52; });
-    ASSERT_NE(it, errors.records.end());
-    char expected[32];
-    std::snprintf(expected, sizeof expected, "0x%llX", static_cast<unsigned long long>(unit));
-    EXPECT_EQ(it->detail, expected);
-    EXPECT_EQ(it->kind, 66);
-    const auto& info = f->debugInfo();
-    EXPECT_LT(info.globals().size(), goodGlobals + 1);
-    bool found = false;
-    for (std::uint32_t g : info.globals())
-        found = found || info.symbolName(info.die(g)) == "plain_int";
-    EXPECT_TRUE(found);
-    EXPECT_GE(info.units().size(), units.size() - 1);
+    for (const char* language : {"c", "cpp"})
+        for (const char* opt : {"O0", "Os"})
+            for (const int version : {4, 5}) {
+                const std::string name =
+                    std::string("shapes_") + language + "_dwarf" + std::to_string(version) + "_" + opt;
+                ErrorCapture errors;
+                elf::FilePtr f(elf::open(corpus(name + ".elf"), false));
+                ASSERT_NE(f, nullptr) << name;
+                EXPECT_EQ(errors.has(elf::kErrDwarf5), version == 5) << name;
+                for (const auto& r : errors.records)
+                    EXPECT_EQ(r.code, elf::kErrDwarf5) << name << ": " << r.message;
+                EXPECT_FALSE(f->debugInfo().globals().empty()) << name;
+                EXPECT_EQ(f->statistics().dwarfVersion, version) << name;
+            }
 }
 
 TEST(ElfLoad, StatisticsLinesInOrder)
@@ -213,11 +173,9 @@ TEST(Location, Evaluation)
     };
     for (const auto& c : cases) {
         const elf::Location loc = elf::evaluateLocation(c.expr.data(), c.expr.size(), 4, 4);
-        EXPECT_EQ(loc.isStatic, c.isStatic) << int(c.expr[0]);
-        EXPECT_EQ(loc.error, c.error) << int(c.expr[0]);
-        if (c.isStatic) {
-            EXPECT_EQ(loc.address, c.address);
-        }
+        EXPECT_EQ(std::tuple(loc.isStatic, loc.error, loc.isStatic ? loc.address : 0),
+                  std::tuple(c.isStatic, c.error, c.isStatic ? c.address : 0))
+            << int(c.expr[0]);
     }
     std::vector<unsigned char> pieces;
     for (int i = 0; i < 17; ++i)
@@ -225,7 +183,5 @@ TEST(Location, Evaluation)
     EXPECT_EQ(elf::evaluateLocation(pieces.data(), pieces.size(), 4, 4).error, 48);
     const unsigned char addrx[] = {0xa1, 0x05};
     const elf::Location x = elf::evaluateLocation(addrx, sizeof addrx, 4, 4);
-    EXPECT_TRUE(x.isStatic);
-    EXPECT_TRUE(x.indexed);
-    EXPECT_EQ(x.addrIndex, 5u);
+    EXPECT_EQ(std::tuple(x.isStatic, x.indexed, x.addrIndex), std::tuple(true, true, 5u));
 }

@@ -1,11 +1,11 @@
 // hostile_elf BASE.elf OUTDIR KIND...: writes copies of a firmware built from
 // corpus/hostile*.c, each with one kind of damage to its debug information
-// (KIND "all": every other kind named at once), as a malicious or broken
-// toolchain could leave it. (DWARF 5 keeps array bounds in the abbreviations,
-// shared between entries, so the array kinds are for DWARF 4.) The entries are found with the project's own loader on the intact file;
-// an attribute's bytes are found by their value inside the entry, which must
-// occur exactly once there. Exits non-zero when the base file does not have
-// the expected shape, so a compiler that lays it out otherwise fails the build.
+// (KIND "all": every other kind at once), as a malicious or broken toolchain
+// could leave it. (DWARF 5 keeps array bounds in the abbreviations, shared
+// between entries, so the array kinds are for DWARF 4.) The entries are found
+// with the project's own loader on the intact file; an attribute's bytes by
+// their value, which must occur once in the entry. Exits non-zero when the
+// base file does not have that shape, so that the build fails.
 #include "TestElf.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/ElfFile.h"
@@ -33,7 +33,7 @@ std::uint32_t u32(const Bytes& b, std::size_t at)
     return v;
 }
 
-[[noreturn]] void fail(const std::string& why)
+[[noreturn]] std::uint32_t fail(const std::string& why)
 {
     std::fprintf(stderr, "hostile_elf: %s\n", why.c_str());
     std::exit(1);
@@ -56,22 +56,18 @@ public:
     {
         for (const elf::Die* c = m_info.child(m_info.die(record)); c; c = m_info.sibling(*c))
             if (c->tag == kTagMember && c->name && std::strcmp(c->name, name) == 0)
-                return static_cast<std::uint32_t>(c - &m_info.die(0));
+                return index(c);
         fail(std::string("no member named ") + name);
     }
     std::uint32_t subrange(std::uint32_t array) const
     {
         const elf::Die* c = m_info.child(m_info.die(array));
-        if (!c || c->tag != kTagSubrange)
-            fail("array without a subrange");
-        return static_cast<std::uint32_t>(c - &m_info.die(0));
+        return c && c->tag == kTagSubrange ? index(c) : fail("array without a subrange");
     }
     std::uint32_t typeOf(std::uint32_t die) const
     {
         const elf::Die* t = m_info.find(m_info.die(die).typeRef);
-        if (!t)
-            fail("entry without a type");
-        return static_cast<std::uint32_t>(t - &m_info.die(0));
+        return t ? index(t) : fail("entry without a type");
     }
     // Offset of an entry relative to its unit, as a DW_FORM_ref4 holds it.
     std::uint32_t unitRelative(std::uint32_t die) const
@@ -97,6 +93,7 @@ public:
     }
 
 private:
+    std::uint32_t index(const elf::Die* d) const { return static_cast<std::uint32_t>(d - &m_info.die(0)); }
     const elf::DebugInfo& m_info;
 };
 

@@ -23,31 +23,16 @@ struct Listing {
     long lines = 0;
 };
 
-// The listing of `elf` as recorded: paths made neutral, hashed line by line.
+// The listing of `elf` as recorded: paths made neutral.
 Listing list(const std::string& elf, const QByteArray& generated)
 {
     QProcess cli;
     cli.setWorkingDirectory(QString::fromStdString(testtemp::folder().string()));  // no settings file there
     cli.setStandardErrorFile(QProcess::nullDevice());
     cli.start(PLOTVIK_CLI, {"symbols", QString::fromStdString(elf)});
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    Listing out;
-    const auto add = [&](QByteArray text) {
-        text.replace(generated, "@GEN@").replace(PLOTVIK_SOURCE_DIR, "@SRC@");
-        hash.addData(text);
-    };
-    for (bool running = true; running;) {
-        running = cli.state() != QProcess::NotRunning;
-        if (running)
-            cli.waitForReadyRead(1000);
-        while (cli.canReadLine()) {
-            add(cli.readLine());
-            ++out.lines;
-        }
-    }
-    add(cli.readAll());  // a last line without its end
-    out.sha256 = hash.result().toHex();
-    return out;
+    cli.waitForFinished(-1);
+    QByteArray text = cli.readAllStandardOutput().replace(generated, "@GEN@").replace(PLOTVIK_SOURCE_DIR, "@SRC@");
+    return {QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex(), static_cast<long>(text.count('\n'))};
 }
 
 }  // namespace

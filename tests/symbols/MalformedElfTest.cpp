@@ -34,16 +34,12 @@ void parsesOrRefuses(const std::vector<unsigned char>& bytes, const std::string&
 {
     testelf::Parsed p(testelf::writeTemp("malformed.elf", bytes));  // errors go to the handler, not to the user
     ASSERT_EQ(p.db.tree() != nullptr, p.result == 0) << what;
-    std::size_t nodes = 0, leaves = 0;
     const std::function<void(const Node*)> walk = [&](const Node* n) {
-        for (; n; n = n->Next, ++nodes) {
-            leaves += n->IsLeaf;
+        for (; n; n = n->Next)
             walk(n->Children);
-        }
     };
     for (const Node* f : p.result == 0 ? p.db.tree()->files : std::vector<Node*>{})
         walk(f->Children);
-    EXPECT_LE(leaves, nodes) << what;
 }
 
 // Parses `path` with 100 MB of address space beyond what the process already
@@ -69,7 +65,10 @@ int parseUnderTightLimit(const std::string& path)
 
 }  // namespace
 
-TEST(MalformedElf, CorruptedSectionsLoadOrFailButNeverCrash)
+// Sections corrupted at random (small numbers, all bits set, or noise: each
+// trips a different check), every byte of the ELF header set to a few telling
+// values, the section header table damaged and the file cut at random.
+TEST(MalformedElf, DamagedFilesLoadOrFailButNeverCrash)
 {
     std::mt19937 random(20261122);
     for (const char* image : {"shapes_c_dwarf4_O0.elf", "shapes_cpp_dwarf5_Os.elf", "shapes_c_newlib.elf"}) {
@@ -82,43 +81,30 @@ TEST(MalformedElf, CorruptedSectionsLoadOrFailButNeverCrash)
                 continue;
             for (int round = 0; round < 40; ++round) {
                 std::vector<unsigned char> bytes = original;
-                const int flips = 1 + static_cast<int>(random() % 8);
-                for (int k = 0; k < flips; ++k) {
-                    const std::size_t at = offset + random() % size;
-                    // Small numbers, all bits set, or noise: each trips a different check.
+                for (int k = 0, flips = 1 + static_cast<int>(random() % 8); k < flips; ++k) {
                     const unsigned kind = random() % 3;
-                    bytes[at] = kind == 0 ? static_cast<unsigned char>(random() % 4)
-                                : kind == 1 ? 0xFF
-                                            : static_cast<unsigned char>(random());
+                    bytes[offset + random() % size] = kind == 0   ? static_cast<unsigned char>(random() % 4)
+                                                      : kind == 1 ? 0xFF
+                                                                  : static_cast<unsigned char>(random());
                 }
                 parsesOrRefuses(bytes, std::string(image) + " " + section + " round " + std::to_string(round));
             }
         }
     }
-}
-
-TEST(MalformedElf, HeadersAndTruncationsLoadOrFailButNeverCrash)
-{
-    std::mt19937 random(7);
     const std::vector<unsigned char> original = testelf::readBytes(testelf::corpus("shapes_c_dwarf5_O0.elf"));
     ASSERT_GT(original.size(), 52u);
-    // Every byte of the ELF header, set to a few telling values.
     for (std::size_t at = 0; at < 52; ++at)
         for (const unsigned char value : {0x00, 0x01, 0x7F, 0xFF}) {
             std::vector<unsigned char> bytes = original;
             bytes[at] = value;
             parsesOrRefuses(bytes, "header byte " + std::to_string(at) + " = " + std::to_string(value));
         }
-    // The section header table, damaged at random.
     std::size_t shoff = 0;
     std::memcpy(&shoff, original.data() + 32, 4);
     for (int round = 0; round < 60 && shoff < original.size(); ++round) {
         std::vector<unsigned char> bytes = original;
         bytes[shoff + random() % (original.size() - shoff)] = static_cast<unsigned char>(random());
         parsesOrRefuses(bytes, "section header round " + std::to_string(round));
-    }
-    // Cut at random lengths.
-    for (int round = 0; round < 40; ++round) {
         const std::size_t length = random() % original.size();
         parsesOrRefuses({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)},
                         "cut at " + std::to_string(length));
@@ -155,12 +141,9 @@ TEST(ListHeaders, UnreadableHeadersAreRefusedAndIntactOnesLoad)
         std::copy(c.bytes.begin(), c.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset + c.at));
         testelf::Parsed p(testelf::writeTemp("lists.elf", bytes));
         const bool intact = c.bytes.empty();
-        EXPECT_EQ(p.errors.has(elf::kErrDwarfInit), !intact) << c.section << ": " << c.what;
-        std::size_t variables = 0;
-        for (const Node* f : p.db.tree() ? p.db.tree()->files : std::vector<Node*>{})
-            for (const Node* v = f->Children; v; v = v->Next)
-                ++variables;
-        EXPECT_EQ(variables > 0, intact) << c.section << ": " << c.what;
+        EXPECT_EQ(std::tuple(p.errors.has(elf::kErrDwarfInit), p.find("derived") != nullptr),
+                  std::tuple(!intact, intact))
+            << c.section << ": " << c.what;
     }
 }
 

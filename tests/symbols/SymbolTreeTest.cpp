@@ -71,11 +71,9 @@ public:
     {
         const auto a = entry(0x01, nullptr, element);
         for (auto n : dims) {
-            Die s;
-            s.tag = 0x21;
-            s.upperBound = n - 1;
-            s.hasUpper = true;
-            add(s, a);
+            const auto range = entry(0x21, nullptr, kNoDie, 0, a);
+            at(range).upperBound = n - 1;
+            at(range).hasUpper = true;
         }
         return a;
     }
@@ -138,56 +136,43 @@ TEST(SymbolTree, ArrayElementsAreMadeOnDemand)
     f.member(rec, "tag", u8, 0);
     f.member(rec, "v", f.array(i16, {3}), 2);
     Node* root = f.fill(f.variable("grid", f.array(rec, {4, 5}), 0x20000000));
-    EXPECT_TRUE(root->IsArray);
-    EXPECT_EQ(root->Dimensions, (std::vector<std::uint32_t>{4, 5}));
-    EXPECT_EQ(root->NumDimensions, 2u);
-    EXPECT_EQ(root->Type, "struct rec[4][5]");
-    EXPECT_EQ(root->Size, 160u);
-    EXPECT_EQ(root->TypeID, kTypeNone);
-    EXPECT_FALSE(root->IsLeaf);
-    EXPECT_EQ(root->Children, nullptr) << "elements are made on demand";
+    // Elements are made on demand.
+    EXPECT_EQ(std::tie(root->IsArray, root->Dimensions, root->NumDimensions, root->Type, root->Size, root->TypeID,
+                       root->IsLeaf, root->Children),
+              std::tuple(true, std::vector<std::uint32_t>{4, 5}, 2u, "struct rec[4][5]", 160u, kTypeNone, false,
+                         nullptr));
     ASSERT_EQ(root->ElementCount, 4u);
     const Node* g1 = f.arena.element(*root, 1);
     EXPECT_EQ(f.arena.element(*root, 1), g1) << "made once";
-    EXPECT_EQ(g1->Name, "grid[1]");
-    EXPECT_EQ(g1->Parent, root);
-    EXPECT_EQ(g1->ElementCount, 5u);
-    EXPECT_TRUE(g1->IsArray);
+    EXPECT_EQ(std::tie(g1->Name, g1->Parent, g1->ElementCount, g1->IsArray), std::tuple("grid[1]", root, 5u, true));
 
     std::vector<const Node*> made;
     treewalk::forEach(f.arena, root, [&](Node& n) { made.push_back(&n); });
     ASSERT_EQ(made.size(), 1u + 4 + 4 * 5 * (1 + 2 + 3));
     // The walk that lists makes the same nodes, one element at a time.
+    const auto fields = [](const Node& n) {
+        return std::tuple(n.Name, n.NameWithParents, n.Address, n.Type, n.Size, n.TypeID, n.IsLeaf, n.IsArray);
+    };
     std::size_t i = 0;
     symtree::forEachNode(root, [&](const Node& n) {
         EXPECT_LT(i, made.size());
         if (i >= made.size())
             return false;
         const Node& m = *made[i++];
-        EXPECT_EQ(n.Name, m.Name);
-        EXPECT_EQ(n.NameWithParents, m.NameWithParents);
+        EXPECT_EQ(fields(n), fields(m));
         EXPECT_EQ(n.NameWithParents, symtree::nameWithParents(n));
-        EXPECT_EQ(n.Address, m.Address) << m.NameWithParents;
-        EXPECT_EQ(n.Type, m.Type);
-        EXPECT_EQ(n.Size, m.Size);
-        EXPECT_EQ(n.TypeID, m.TypeID);
-        EXPECT_EQ(n.IsLeaf, m.IsLeaf);
-        EXPECT_EQ(n.IsArray, m.IsArray);
         // The walk's copy stands for the node the tree keeps.
         EXPECT_EQ(symtree::keep(f.arena, n), &m) << m.NameWithParents;
         return true;
     });
     EXPECT_EQ(i, made.size());
-    EXPECT_EQ(made[2]->Name, "grid[0][0]");
-    EXPECT_EQ(made[3]->NameWithParents, "grid[0][0].tag");
+    EXPECT_EQ(std::tie(made[2]->Name, made[3]->NameWithParents), std::tuple("grid[0][0]", "grid[0][0].tag"));
     const Node* v = f.find(root, "grid[3][4].v[2]");
     ASSERT_NE(v, nullptr);
-    EXPECT_EQ(v->Address, 0x20000000u + (3 * 5 + 4) * 8 + 2 + 2 * 2);
-    EXPECT_EQ(v->TypeID, kTypeS16);
-    EXPECT_EQ(f.find(root, "grid[1][2].tag")->Address, 0x20000000u + 7 * 8);
-    EXPECT_EQ(f.find(root, "grid[1][2].tag")->TypeID, kTypeU8);
-    EXPECT_EQ(f.find(root, "grid[1][2]")->Type, "struct rec");
-    EXPECT_FALSE(f.find(root, "grid[1][2]")->IsLeaf);
+    EXPECT_EQ(std::tie(v->Address, v->TypeID), std::tuple(0x20000000u + (3 * 5 + 4) * 8 + 2 + 2 * 2, kTypeS16));
+    const Node* tag = f.find(root, "grid[1][2].tag");
+    EXPECT_EQ(std::tie(tag->Address, tag->TypeID, tag->Parent->Type, tag->Parent->IsLeaf),
+              std::tuple(0x20000000u + 7 * 8, kTypeU8, "struct rec", false));
     EXPECT_EQ(f.find(root, "grid.grid[1][2].tag"), nullptr) << "the array node is left out of paths";
 }
 
@@ -215,39 +200,27 @@ TEST(SymbolTree, Classification)
         n.Size = c.size;
         n.IsSigned = c.isSigned;
         symtree::classify(n);
-        EXPECT_EQ(n.TypeID, c.typeId) << c.type << " " << c.size;
-        EXPECT_EQ(n.MaxValue, c.max) << c.type;
-        EXPECT_TRUE(n.IsLeaf);
+        EXPECT_EQ(std::tuple(n.TypeID, n.MaxValue, n.IsLeaf), std::tuple(c.typeId, c.max, true))
+            << c.type << " " << c.size;
     }
-    Node parent, child;
-    parent.Size = 4;
+    // A node with children is no leaf; a bit-field keeps its id.
+    Node parent, child, bits;
+    parent.Size = bits.Size = 4;
     parent.Children = &child;
-    symtree::classify(parent);
-    EXPECT_EQ(parent.TypeID, 0);
-    EXPECT_FALSE(parent.IsLeaf);
-    Node bits;
     bits.TypeID = 14;
-    bits.Size = 4;
+    symtree::classify(parent);
     symtree::classify(bits);
-    EXPECT_EQ(bits.TypeID, 14);
-    EXPECT_EQ(bits.MaxValue, 0.0);
+    EXPECT_EQ(std::tuple(parent.TypeID, parent.IsLeaf, bits.TypeID, bits.MaxValue), std::tuple(0, false, 14, 0.0));
 }
 
+// Type texts of what the listings do not show (their leaves pin pointers and
+// qualifiers, and the declaring files of both line-table versions).
 TEST(SymbolTree, TypeTextsAndDeclaringFiles)
 {
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5);
-    const auto chr = f.base("char", 1, 8);
-    const auto foo = f.entry(kTagStruct, "foo", kNoDie, 8);
-    const auto pointer = [&](std::uint32_t to) { return f.entry(0x0f, nullptr, to, 4); };
     const std::pair<std::uint32_t, const char*> cases[] = {
         {f.array(i32, {3, 4}), "int[3][4]"},
-        {pointer(foo), "struct foo*"},
-        {pointer(f.entry(0x26, nullptr, chr)), "const char*"},
-        {f.entry(0x26, nullptr, pointer(chr)), "const char*"},
-        {pointer(kNoDie), "void*"},
-        {f.entry(0x35, nullptr, i32), "volatile int"},
-        {f.entry(0x37, nullptr, pointer(i32)), "int* restrict"},
         // An unnamed structure takes the typedef's name.
         {f.entry(0x16, "point_t", f.entry(kTagStruct, nullptr, kNoDie, 4)), "struct point_t"},
     };
@@ -282,11 +255,12 @@ TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
     b->Size = 8;
     b->TypeID = 13;
     EXPECT_TRUE(symtree::matches(*a, *b));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "long int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "other.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed2", "motor.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/other.c", "speed", "motor.speed", "int")));
-    EXPECT_FALSE(symtree::matches(*a, *make("/src/Main.c", "speed", "motor.speed", "int ")));
+    for (const auto& other : {make("/src/Main.c", "speed", "motor.speed", "long int"),
+                              make("/src/Main.c", "speed", "other.speed", "int"),
+                              make("/src/Main.c", "speed2", "motor.speed", "int"),
+                              make("/src/other.c", "speed", "motor.speed", "int"),
+                              make("/src/Main.c", "speed", "motor.speed", "int ")})
+        EXPECT_FALSE(symtree::matches(*a, *other)) << other->File << other->NameWithParents << other->Type;
 }
 
 // The hook sees the nodes of the tree and the elements that wanted paths
@@ -297,16 +271,15 @@ TEST(SymbolTree, HookSeesTheTreeAndTheWantedElementsInTreeOrder)
     const auto pair = f.pair();
     const auto m = f.variable("m", f.array(f.base("int", 4, 5), {2, 2}), 0);
     const auto s = f.variable("s", f.array(pair, {3}), 0);
-    std::vector<std::string> seen;
-    const auto hook = [&](Node& n) { seen.push_back(n.NameWithParents); };
-    f.fill(m, hook);
-    EXPECT_EQ(seen, (std::vector<std::string>{"m"}));
-    seen.clear();
-    f.fill(m, hook, {"M[1][0]", "m[0][1]", "m[1][0]", "m[2][0]", "m[0]x", "other[0]"});
-    EXPECT_EQ(seen, (std::vector<std::string>{"m[0][1]", "m[0]", "m[1][0]", "m[1]", "m"}));
-    seen.clear();
-    f.fill(s, hook, {"s[2].b"});
-    EXPECT_EQ(seen, (std::vector<std::string>{"s[2].a", "s[2].b", "s[2]", "s"}));
+    const auto seen = [&](std::uint32_t var, const std::vector<std::string>& wanted) {
+        std::vector<std::string> names;
+        f.fill(var, [&](Node& n) { names.push_back(n.NameWithParents); }, wanted);
+        return names;
+    };
+    EXPECT_EQ(seen(m, {}), (std::vector<std::string>{"m"}));
+    EXPECT_EQ(seen(m, {"M[1][0]", "m[0][1]", "m[1][0]", "m[2][0]", "m[0]x", "other[0]"}),
+              (std::vector<std::string>{"m[0][1]", "m[0]", "m[1][0]", "m[1]", "m"}));
+    EXPECT_EQ(seen(s, {"s[2].b"}), (std::vector<std::string>{"s[2].a", "s[2].b", "s[2]", "s"}));
 }
 
 // An array costs the nodes of its first element whatever its length, so
@@ -332,10 +305,9 @@ TEST(SymbolTree, Budgets)
     EXPECT_EQ(builder.nodes(), 4u + 3u + 1u);
     EXPECT_EQ(treewalk::countBelow(f.arena, *s), 21u);
     EXPECT_NE(f.find(s, "small[2][1].b"), nullptr);
-    EXPECT_EQ(treewalk::countBelow(f.arena, *w), 30u) << "more than the variable limit of 29, made on demand";
-    EXPECT_EQ(w->Unexpanded, kCutNone);
-    EXPECT_EQ(l->ElementCount, 0x3FFFFF00u);
-    EXPECT_FALSE(l->IsLeaf);
+    // More than the variable limit of 29, made on demand.
+    EXPECT_EQ(std::tuple(treewalk::countBelow(f.arena, *w), w->Unexpanded), std::tuple(30u, kCutNone));
+    EXPECT_EQ(std::tuple(l->ElementCount, l->IsLeaf), std::tuple(0x3FFFFF00u, false));
     const std::uint64_t before = builder.nodes();
     EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(builder, named)), 2u);
     EXPECT_EQ(builder.nodes() - before, 2u + 1u) << "name and path of 120 and 122 characters count once more";
@@ -344,28 +316,19 @@ TEST(SymbolTree, Budgets)
     // so in every element.
     symtree::Builder tight(f.info, f.arena, {}, symtree::TreeLimits{2, 200});
     const Node* e = f.arena.element(*f.fill(tight, wide), 7);
-    EXPECT_EQ(e->Unexpanded, kCutVariableBudget);
     ASSERT_NE(e->Children, nullptr);
-    EXPECT_EQ(e->Children->NameWithParents, "wide[7].a");
-    EXPECT_EQ(e->Children->Next, nullptr);
+    EXPECT_EQ(std::tie(e->Unexpanded, e->Children->NameWithParents, e->Children->Next),
+              std::tuple(kCutVariableBudget, "wide[7].a", nullptr));
 }
 
-// Damage a compiler does not make, beside that of the hostile corpus: type
-// chains that come back, references that name no entry, arrays whose elements
-// would run past 4 GB (or whose size overflows any product).
+// Damage a compiler does not make, beside that of the hostile corpus (loops,
+// dangling references, arrays past the address space): an unreadable type
+// reference, arrays whose elements would run past 4 GB from their address or
+// whose size overflows any product.
 TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
 {
     FakeDwarf f;
     const auto i32 = f.base("int", 4, 5), c8 = f.base("char", 1, 8);
-    const auto td = f.entry(0x16, "t", i32);
-    const auto cv = f.entry(0x26, nullptr, td);
-    f.at(td).typeRef = f.key(cv);  // typedef -> const -> typedef ...
-    const auto self = f.entry(0x16, "self", i32);
-    f.at(self).typeRef = f.key(self);
-    const auto dangling = f.entry(0x16, "d", i32);
-    f.at(dangling).typeRef = 0x7FFFFFF0;
-    const auto rec = f.pair();
-    f.at(f.member(rec, "lost", i32, 4)).typeRef = 0x7FFFFFF0;
     struct Row {
         std::uint32_t var;
         bool accepted;
@@ -373,23 +336,15 @@ TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
         std::int32_t typeId;  // -1: no type at all
     };
     const Row rows[] = {
-        {f.variable("via_cv", cv, 0x100), true, kCutNone, -1},
-        {f.variable("via_self", self, 0x100), true, kCutNone, -1},
-        {f.variable("loops", f.array(self, {4}), 0x100), true, kCutTypeTrouble, kTypeNone},
         {f.variable("ok", f.entry(0x35, nullptr, f.entry(0x16, "ok_t", i32)), 0x100), true, kCutNone, kTypeS32},
         {f.variable("unreadable", i32, 0x100), false, kCutNone, 0},
-        {f.variable("far", i32, 0x100), false, kCutNone, 0},
-        {f.variable("via_typedef", dangling, 0x100), false, kCutNone, 0},
         {f.variable("none", kNoDie, 0x100), true, kCutNone, -1},  // no type at all is no damage
         {f.variable("past", f.array(i32, {4}), 0xFFFFFFF4u), true, kCutAddressSpace, kTypeNone},
         {f.variable("edge", f.array(i32, {3}), 0xFFFFFFF4u), true, kCutNone, kTypeNone},
-        {f.variable("wide", f.array(c8, {0x10000, 0x10001}), 0), true, kCutAddressSpace, kTypeNone},
         {f.variable("huge", f.array(c8, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF}), 0), true, kCutAddressSpace, kTypeNone},
-        {f.variable("r", rec, 0x200), true, kCutNone, kTypeNone},
     };
-    f.at(rows[4].var).typeRef = 0;
-    f.at(rows[4].var).badTypeRef = true;
-    f.at(rows[5].var).typeRef = 0x7FFFFFF0;
+    f.at(rows[1].var).typeRef = 0;
+    f.at(rows[1].var).badTypeRef = true;
     symtree::Builder builder(f.info, f.arena, {});
     for (const Row& r : rows) {
         const char* name = f.die(r.var).name;
@@ -397,22 +352,16 @@ TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
         if (!r.accepted)
             continue;
         Node* n = f.fill(r.var);
-        EXPECT_EQ(n->Unexpanded, r.cut) << name;
-        EXPECT_EQ(n->TypeID, r.typeId < 0 ? kTypeNone : r.typeId) << name;
-        EXPECT_EQ(n->Type.empty(), r.typeId < 0) << name;
+        EXPECT_EQ(std::tuple(n->Unexpanded, n->TypeID, n->Type.empty()),
+                  std::tuple(r.cut, r.typeId < 0 ? kTypeNone : r.typeId, r.typeId < 0))
+            << name;
         if (r.typeId < 0) {
             EXPECT_EQ(n->Size, 0u) << name;
         }
         if (r.cut != kCutNone) {
-            EXPECT_FALSE(n->hasChildren()) << name;
-            EXPECT_FALSE(n->IsLeaf) << name;
+            EXPECT_FALSE(n->hasChildren() || n->IsLeaf) << name;
         }
     }
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[0].var)), elf::DebugInfo::TypeTrouble::Loop);
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[1].var)), elf::DebugInfo::TypeTrouble::Loop);
-    EXPECT_EQ(f.info.typeTrouble(f.die(rows[3].var)), elf::DebugInfo::TypeTrouble::None);
-    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(rows[9].var)), 3u) << "up to the last byte an array expands";
-    Node* r = f.fill(rows[12].var);
-    EXPECT_NE(f.find(r, "r.a"), nullptr);
-    EXPECT_EQ(f.find(r, "r.lost"), nullptr);
+    EXPECT_EQ(f.info.typeTrouble(f.die(rows[0].var)), elf::DebugInfo::TypeTrouble::None);
+    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(rows[4].var)), 3u) << "up to the last byte an array expands";
 }

@@ -3,8 +3,8 @@
 #include "symbols/SymbolTree.h"
 #include "tests/TempFolder.h"
 
+#include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -20,24 +20,18 @@ std::vector<unsigned char> readBytes(const std::string& path)
 
 std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes)
 {
-    const auto& dir = testtemp::folder();
-    const std::string path = (dir / name).string();
+    const std::string path = (testtemp::folder() / name).string();
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     return path;
 }
 
 namespace {
-std::uint32_t u32(const std::vector<unsigned char>& b, std::size_t off)
+template <typename T = std::uint32_t>
+T get(const std::vector<unsigned char>& b, std::size_t off)
 {
-    std::uint32_t v = 0;
-    std::memcpy(&v, b.data() + off, 4);
-    return v;
-}
-std::uint16_t u16(const std::vector<unsigned char>& b, std::size_t off)
-{
-    std::uint16_t v = 0;
-    std::memcpy(&v, b.data() + off, 2);
+    T v = 0;
+    std::memcpy(&v, b.data() + off, sizeof v);
     return v;
 }
 }  // namespace
@@ -46,17 +40,16 @@ bool findSection(const std::vector<unsigned char>& image, const char* wanted, st
 {
     if (image.size() < 52)
         return false;
-    const std::uint32_t shoff = u32(image, 32);
-    const std::uint16_t shentsize = u16(image, 46), shnum = u16(image, 48), shstrndx = u16(image, 50);
-    const std::size_t strtab = u32(image, shoff + shstrndx * shentsize + 16);
+    const std::uint32_t shoff = get(image, 32);
+    const auto shentsize = get<std::uint16_t>(image, 46), shnum = get<std::uint16_t>(image, 48);
+    const std::size_t strtab = get(image, shoff + get<std::uint16_t>(image, 50) * shentsize + 16);
     for (std::uint16_t i = 0; i < shnum; ++i) {
         const std::size_t sh = shoff + i * shentsize;
-        const char* name = reinterpret_cast<const char*>(image.data() + strtab + u32(image, sh));
-        if (std::strcmp(name, wanted) != 0)
-            continue;
-        offset = u32(image, sh + 16);
-        size = u32(image, sh + 20);
-        return true;
+        if (std::strcmp(reinterpret_cast<const char*>(image.data() + strtab + get(image, sh)), wanted) == 0) {
+            offset = get(image, sh + 16);
+            size = get(image, sh + 20);
+            return true;
+        }
     }
     return false;
 }
@@ -67,7 +60,7 @@ std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, st
     std::size_t size = 0;
     if (!findSection(image, ".debug_info", sectionOffset, size))
         return units;
-    for (std::size_t off = 0; off + 4 <= size; off += 4 + u32(image, sectionOffset + off))
+    for (std::size_t off = 0; off + 4 <= size; off += 4 + get(image, sectionOffset + off))
         units.push_back(off);
     return units;
 }
@@ -81,10 +74,7 @@ ErrorCapture::~ErrorCapture() { elf::setReportHandler(m_previous); }
 
 bool ErrorCapture::has(int code) const
 {
-    for (const auto& r : records)
-        if (r.code == code)
-            return true;
-    return false;
+    return std::ranges::any_of(records, [&](const auto& r) { return r.code == code; });
 }
 
 LogCapture::LogCapture() : m_level(Log::instance().level())
@@ -101,10 +91,7 @@ LogCapture::~LogCapture()
 
 bool LogCapture::has(const std::string& part) const
 {
-    for (const auto& l : lines)
-        if (l.find(part) != std::string::npos)
-            return true;
-    return false;
+    return std::ranges::any_of(lines, [&](const auto& l) { return l.find(part) != std::string::npos; });
 }
 
 const Node* Parsed::find(const std::string& path)

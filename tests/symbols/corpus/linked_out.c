@@ -44,8 +44,3 @@ int main(void)
     for (;;)
         kept_counter += (uint32_t)(used_fn(1) + cpp_entry(2));
 }
-
-void _start(void)
-{
-    main();
-}

@@ -62,10 +62,3 @@ int main()
     for (;;)
         counter(motor::speed + static_cast<int>(motor::detail::ticks));
 }
-
-extern "C" void _start()
-{
-    main();
-    for (;;) {
-    }
-}
