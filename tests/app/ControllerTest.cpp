@@ -132,6 +132,22 @@ TEST_F(ControllerFixture, StopThenStartClearsTheBuffers)
     EXPECT_EQ(static_cast<std::uint32_t>(*v), first / 1000u);
 }
 
+// The only check of what a failed read does to the controller (the sim and
+// GDB tests end at the failing read itself).
+TEST_F(ControllerFixture, AReadErrorLeavesTheControllerStoppedDisconnectedAndPaused)
+{
+    sampler->failReadAt = 4;
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return sampler->reads.load() >= 4 && !ctl->samplingRunning(); }));
+    drain();
+    EXPECT_EQ(std::tuple(ctl->samplingRunning(), ctl->probeConnected(), ctl->displayPaused()),
+              std::tuple(false, false, true));
+    EXPECT_EQ(ctl->store().recordCount(), 8u) << "the records read before the failure stay";
+    const int reads = sampler->reads;
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(sampler->reads.load(), reads) << "no read after the failure";
+}
+
 TEST_F(ControllerFixture, AFailedStartReportsOnceAndStaysStopped)
 {
     sampler->failOpen = true;
