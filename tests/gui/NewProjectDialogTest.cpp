@@ -1,6 +1,5 @@
-// Creating a project: the speed box, the device selection table, the new
-// project and welcome dialogs, and the whole path from the welcome dialog to
-// live records on the simulated target.
+// Creating a project: the speed box, the device table, the new project and
+// welcome dialogs, and the path from the welcome dialog to live records.
 #include "app/Settings.h"
 #include "gui/CDeviceDataModel.h"
 #include "gui/CDeviceSelectionDialog.h"
@@ -11,7 +10,6 @@
 #include "gui/WelcomeDialog.h"
 #include "probe/ProbeSampler.h"
 #include "tests/TempFolder.h"
-#include "tests/app/TestBridge.h"
 #include "tests/gui/GuiTestSupport.h"
 #include "view/UtilFilterHeader.h"
 
@@ -56,6 +54,20 @@ QString cell(const CDeviceSelectionDialog& d, int row, int column)
     return d.proxy()->index(row, column).data().toString();
 }
 
+void typeSpeed(TIFSpeedComboBox* box, const char* khz)
+{
+    box->lineEdit()->clear();
+    QTest::keyClicks(box->lineEdit(), khz);
+    emit box->lineEdit()->editingFinished();
+}
+
+std::string contents(const fs::path& p)
+{
+    std::ostringstream s;
+    s << std::ifstream(p, std::ios::binary).rdbuf();
+    return s.str();
+}
+
 }  // namespace
 
 TEST(SpeedBox, ListedCustomEmptyAndTooLong)
@@ -71,9 +83,7 @@ TEST(SpeedBox, ListedCustomEmptyAndTooLong)
     const Case cases[] = {{"4000", 4000000, 33}, {"3500", 3500000, 34}, {"", 1000, 34}, {"3500", 3500000, 34}};
     for (const Case& c : cases) {
         box.lineEdit()->setFocus();
-        box.lineEdit()->clear();
-        QTest::keyClicks(box.lineEdit(), c.typed);
-        emit box.lineEdit()->editingFinished();
+        typeSpeed(&box, c.typed);
         EXPECT_EQ(box.speedHz(), c.hz) << c.typed;
         EXPECT_EQ(box.count(), c.count) << c.typed;
     }
@@ -122,23 +132,18 @@ TEST(DeviceSelection, UnspecifiedFirstInBothOrdersAndFilters)
     EXPECT_EQ(dialog.result(), QDialog::Rejected);
 }
 
-class DialogTest : public ::testing::Test {
-protected:
-    JobEngine engine;
-    Controller ctl{engine, std::make_unique<FakeSampler>()};
+struct DialogTest : guitest::ControllerTest {
+    StartArgs start;
     void SetUp() override
     {
-        StartArgs* args = &start;
-        ctl.postInit(args, {});
-        ASSERT_TRUE(ctl.waitForQueue(10000));
+        ctl->postInit(&start, {});
+        ASSERT_TRUE(ctl->waitForQueue(10000));
     }
-    void TearDown() override { engine.stopAndWait([] {}); }
-    StartArgs start;
 };
 
 TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
 {
-    NewProjectDialog d(ctl);
+    NewProjectDialog d(*ctl);
     d.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&d));
     EXPECT_EQ(d.windowTitle(), "Create new project");
@@ -187,30 +192,12 @@ TEST_F(DialogTest, OptionsKeepTheRestOfTheSettings)
     ip.IsQTXSession = true;
     ip.TargetInterface = kInterfaceFine;
     for (const ProjectSettings& s : {usb, ip}) {
-        NewProjectDialog d(ctl, nullptr, s);
+        NewProjectDialog d(*ctl, nullptr, s);
         EXPECT_EQ(d.windowTitle(), "Options");
         EXPECT_EQ(d.speedBox()->currentText(), QString::number(s.InterfaceSpeed));
         EXPECT_EQ(d.payload(), s) << s.Connection;  // nothing edited: nothing changes
     }
 }
-
-namespace {
-
-std::string contents(const fs::path& p)
-{
-    std::ostringstream s;
-    s << std::ifstream(p, std::ios::binary).rdbuf();
-    return s.str();
-}
-
-void typeSpeed(NewProjectDialog& d, const char* khz)
-{
-    d.speedBox()->lineEdit()->clear();
-    QTest::keyClicks(d.speedBox()->lineEdit(), khz);
-    emit d.speedBox()->lineEdit()->editingFinished();
-}
-
-}  // namespace
 
 // `plotvik-cli new` is the dialog's headless twin: with the same choices it
 // writes the file that "OK" followed by Save As writes, byte for byte.
@@ -228,8 +215,8 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
     // runs on the real (simulated) probe as the command does.
     JobEngine probeEngine;
     Controller probeCtl(probeEngine, std::make_unique<ProbeSampler>());
-    TestBridge bridge;
-    probeCtl.setBridge(&bridge);
+    TestBridge probeBridge;
+    probeCtl.setBridge(&probeBridge);
 
     struct Case {
         const char* name;
@@ -244,7 +231,7 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
              d.deviceEdit()->setText("KS40-512");
              d.scriptEdit()->setText(QString::fromStdString(script));
              d.interfaceBox()->setCurrentIndex(2);
-             typeSpeed(d, "3500");
+             typeSpeed(d.speedBox(), "3500");
              d.periodEdit()->setText("250");
              d.elfEdit()->setText(QString::fromStdString(elf));
          },
@@ -274,11 +261,11 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
         c.choose(d);
         QTest::mouseClick(d.okButton(), Qt::LeftButton);
         ASSERT_EQ(d.result(), QDialog::Accepted) << c.name;
-        bridge.savePath = fromDialog.string();
+        probeBridge.savePath = fromDialog.string();
         probeCtl.postSaveProjectAs();
         probeCtl.postReadStop();
         ASSERT_TRUE(probeCtl.waitForQueue(30000));
-        ASSERT_TRUE(bridge.shown().empty()) << bridge.shown().front().text;
+        ASSERT_TRUE(probeBridge.shown().empty()) << probeBridge.shown().front().text;
 
         QProcess cli;
         cli.setProcessChannelMode(QProcess::MergedChannels);
@@ -302,22 +289,22 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
 
 TEST_F(DialogTest, WelcomeWithEmptyListGoesToTheFileDialogAndRemembersTheStart)
 {
-    WelcomeDialog w(ctl, {});
+    WelcomeDialog w(*ctl, {});
     EXPECT_EQ(w.windowTitle(), "Welcome to Plotvik");
     EXPECT_FALSE(w.recentBox()->isEnabled());
     EXPECT_TRUE(w.otherButton()->isEnabled());
     w.radioNew()->setChecked(true);
     EXPECT_FALSE(w.otherButton()->isEnabled());
     w.dontShowBox()->setChecked(true);
-    ASSERT_TRUE(ctl.waitForQueue(10000));
+    ASSERT_TRUE(ctl->waitForQueue(10000));
     EXPECT_EQ(readStartAction(), 2);
     w.radioRecent()->setChecked(true);
     EXPECT_EQ(readStartAction(), 2);  // taken when ticked
     w.dontShowBox()->setChecked(false);
-    ASSERT_TRUE(ctl.waitForQueue(10000));
+    ASSERT_TRUE(ctl->waitForQueue(10000));
     EXPECT_EQ(readStartAction(), 0);
     w.dontShowBox()->setChecked(true);
-    ASSERT_TRUE(ctl.waitForQueue(10000));
+    ASSERT_TRUE(ctl->waitForQueue(10000));
     EXPECT_EQ(readStartAction(), 1);
     writeStartAction(1);
 
