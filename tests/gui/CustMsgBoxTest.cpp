@@ -1,11 +1,9 @@
-// The count-down message box: titles while counting down, results of
-// buttons, time-out and dismissal, the check box, icons and copying.
+// The count-down message box on its own; its time-out when run: MainWindowTest.
 #include "gui/DIALOG_CustMsgBox.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
@@ -53,16 +51,6 @@ TEST(CustMsgBox, CountDownTitlesThenDefaultResult)
     EXPECT_EQ(ticks, 300);
     EXPECT_FALSE(box.dismissed());
     EXPECT_EQ(box.answer().result, 1);
-}
-
-TEST(CustMsgBox, TimeOutClosesTheShownBoxByItself)
-{
-    QElapsedTimer clock;
-    clock.start();
-    const MessageBoxAnswer a = DIALOG_CustMsgBox::run(request("A", "B", 150, 1));
-    EXPECT_EQ(a.result, 1);
-    EXPECT_GE(clock.elapsed(), 140);
-    EXPECT_LT(clock.elapsed(), 5000);
 }
 
 TEST(CustMsgBox, WithoutButtonsAndTimeOutOnlyDismissalCloses)

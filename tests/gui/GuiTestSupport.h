@@ -92,10 +92,11 @@ struct WindowTest : ::testing::Test {
     std::unique_ptr<Controller> ctl;
     std::unique_ptr<MainWindow> window;
 
-    void SetUp() override { open(std::make_unique<FakeSampler>()); }
-    void open(std::unique_ptr<Sampler> sampler)
+    virtual std::unique_ptr<Sampler> makeSampler() { return std::make_unique<FakeSampler>(); }
+
+    void SetUp() override
     {
-        ctl = std::make_unique<Controller>(engine, std::move(sampler));
+        ctl = std::make_unique<Controller>(engine, makeSampler());
         window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         // Start-up has run once the initialisation job's refresh came through.

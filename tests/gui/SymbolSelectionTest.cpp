@@ -89,10 +89,7 @@ struct TreeMaker {
     }
 };
 
-// Three source files:
-//   /src/app/main.c       counter (u32 @0x2000000C), wide (u64), cfg {gain, mode}, buf[3]
-//   /src/drivers/uart.c   uart_state (u8 @0x30000000), main_mode, link {id} of type "struct main_link"
-//   /src/lib/other.c      tick (u32 @0x40000000)
+// Three source files; "main" is in a file path, a name and a type.
 struct Tree {
     Tree()
     {
@@ -165,13 +162,6 @@ protected:
         const QImage image = view()->viewport()->grab().toImage();
         const QRect r = view()->visualRect(row(n));
         return image.pixelColor(x * image.width() / view()->viewport()->width(), r.center().y() * image.height() / view()->viewport()->height());
-    }
-    std::vector<std::string> selectedNames() const
-    {
-        std::vector<std::string> out;
-        for (const Node* n : t.db.selected())
-            out.push_back(n->NameWithParents);
-        return out;
     }
 
     Tree t;
@@ -276,16 +266,17 @@ TEST_F(SymbolSelectionTest, FilterShowsMatchesAndTheirAncestors)
         {"", 3, {t.cfg, t.buf, t.link, t.linkId}, {}, {t.mainFile, t.uartFile, t.otherFile}, {t.cfg, t.buf, t.link}},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
         filter(c.text);
-        EXPECT_EQ(topRows(), c.topRows) << c.text;
+        EXPECT_EQ(topRows(), c.topRows);
         for (const Node* n : c.shown)
-            EXPECT_TRUE(shown(n)) << c.text << " " << n->NameWithParents;
+            EXPECT_TRUE(shown(n)) << n->NameWithParents;
         for (const Node* n : c.hidden)
-            EXPECT_FALSE(shown(n)) << c.text << " " << n->NameWithParents;
+            EXPECT_FALSE(shown(n)) << n->NameWithParents;
         for (const Node* n : c.open)
-            EXPECT_TRUE(expanded(n)) << c.text << " " << n->NameWithParents;
+            EXPECT_TRUE(expanded(n)) << n->NameWithParents;
         for (const Node* n : c.closed)
-            EXPECT_FALSE(expanded(n)) << c.text << " " << n->NameWithParents;
+            EXPECT_FALSE(expanded(n)) << n->NameWithParents;
     }
     filter("0x2000");
     EXPECT_TRUE(row(t.elements[1]).isValid()) << "the rows below a match are there to see";
@@ -302,7 +293,7 @@ TEST_F(SymbolSelectionTest, CancelAfterTickingKeepsTheSelection)
     EXPECT_EQ(dialog->pending(), std::vector<Node*>{t.counter});
     QTest::mouseClick(dialog->cancelButton(), Qt::LeftButton);
     EXPECT_EQ(dialog->result(), QDialog::Rejected);
-    EXPECT_EQ(selectedNames(), std::vector<std::string>{"tick"});
+    EXPECT_EQ(t.db.selected(), std::vector<Node*>{t.tick});
     EXPECT_FALSE(t.db.selectionChanged());
     EXPECT_EQ(log.symbolChanges.load(), 0);
 }
@@ -336,7 +327,7 @@ TEST_F(SymbolSelectionTest, OkSelectsInTickingOrderAfterTheRowsAlreadySelected)
     QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
     EXPECT_EQ(dialog->result(), QDialog::Accepted);
     EXPECT_EQ(committed.count(), 1);
-    EXPECT_EQ(selectedNames(), (std::vector<std::string>{"cfg.mode", "tick", "buf[1]", "counter", "uart_state"}));
+    EXPECT_EQ(t.db.selected(), (std::vector<Node*>{t.mode, t.tick, t.elements[1], t.counter, t.uartState}));
     EXPECT_TRUE(t.db.selectionChanged());
     EXPECT_EQ(log.aboutToChange, 1);
     EXPECT_EQ(log.symbolChanges.load(), 1);
