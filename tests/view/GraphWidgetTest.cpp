@@ -1,7 +1,4 @@
-// The graph: curves (the per-column reduction against drawing every sample),
-// the 64-bit gap, automatic Y range, autoscroll, navigation, zoom around the
-// cursor, the readout, zero-marker and view dragging, the wheel and the
-// repaint rate limit.
+// The graph: its curves, Y range, navigation, zoom, readout, dragging and repaint rate.
 #include "tests/view/GraphTestSupport.h"
 #include "view/GraphContainer.h"
 
@@ -19,11 +16,7 @@
 #include <random>
 #include <set>
 
-using graphtest::bitsOf;
-using graphtest::fill;
-using graphtest::frame;
-using graphtest::pixelsOf;
-using graphtest::selectColoured;
+using namespace graphtest;
 
 namespace {
 
@@ -48,18 +41,13 @@ struct GraphTest : ::testing::Test {
     }
     Node* counter() { return selectColoured(f, "a", 4, kTypeS32, kRed); }
 
-    // Pixels where drawing every sample and the reduced drawing differ.
-    int differingPixels()
+    // Drawing every sample and the reduced drawing give the same picture.
+    bool reductionIsExact()
     {
         w->setCurveMode(CurveRenderer::Mode::EverySample);
         const QImage reference = frame(*w);
         w->setCurveMode(CurveRenderer::Mode::Reduced);
-        const QImage reduced = frame(*w);
-        int differ = 0;
-        for (int y = 0; y < reference.height(); ++y)
-            for (int x = 0; x < reference.width(); ++x)
-                differ += reference.pixel(x, y) != reduced.pixel(x, y);
-        return differ;
+        return frame(*w) == reference;
     }
     // The rows of a colour's pixels right of the zero markers.
     std::set<int> rowsOf(QColor c, int fromX = 6)
@@ -118,7 +106,7 @@ TEST_P(ReductionTest, PicturesArePixelIdentical)
     });
     w->setTimePerDivision(c.timePerDivision);
     w->setStartTime(c.period * 3.5);
-    EXPECT_EQ(differingPixels(), 0);
+    EXPECT_TRUE(reductionIsExact());
     EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty()) << "the case drew something";
 }
 
@@ -142,7 +130,7 @@ TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
     ASSERT_GT(f.store.timeStampAt(wrapAt), start);
     ASSERT_LT(f.store.timeStampAt(wrapAt), start + 10000000.0);
     w->setStartTime(start);
-    EXPECT_EQ(differingPixels(), 0);
+    EXPECT_TRUE(reductionIsExact());
     EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty());
 }
 
@@ -229,11 +217,9 @@ TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
     ASSERT_EQ(g->width(), 1050);
     g->setCursorX(25 + 250);
     EXPECT_EQ(g->cursorTime(), 2500000u);
-    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");
-    g->setCursorX(25 + 25);
-    EXPECT_EQ(container.cursorLabel()->text(), ".250 s");
-    g->setTimePerDivision(1000);  // zooms around the cursor at 250 ms
-    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms"));
+    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");  // the texts themselves: ScaleTexts
+    g->setTimePerDivision(1000);
+    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms")) << "a zoom changes the label";
     // The cursor stays inside the margins.
     g->setCursorX(-40);
     EXPECT_EQ(g->cursorX(), 25);
@@ -253,8 +239,6 @@ TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
     ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
     EXPECT_EQ(w->readoutText(), "a: 100\nflag: false\nwide: 0");
     EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
-    w->setCursorX(25 + 21);  // 210 ms
-    EXPECT_EQ(w->readoutText(), "a: 105\nflag: false\nwide: 0");
     w->setStartTime(1000.0);
     w->setCursorX(25);  // 1 ms
     EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
@@ -465,13 +449,10 @@ TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
     GraphContainer container(own.store, own.symbols);
     container.resize(1050, 700);
     container.setHeld(true);
-    EXPECT_FALSE(container.scrollBar()->isHidden());
     EXPECT_EQ(container.scrollBar()->maximum(), 30000000);
     EXPECT_EQ(container.scrollBar()->singleStep(), 1000000);
     container.scrollBar()->setValue(7000000);
     EXPECT_DOUBLE_EQ(container.graph()->startTime(), 7000000.0);
     container.graph()->moveRightAction()->trigger();
     EXPECT_EQ(container.scrollBar()->value(), container.graph()->startTime());
-    container.setHeld(false);
-    EXPECT_TRUE(container.scrollBar()->isHidden());
 }
