@@ -1,21 +1,44 @@
-// The tool bar: its actions, the zoom and frame rate boxes, Autoscroll, the
-// display states through a sampling run on a fake probe, the target controls.
+// The tool bar, through a sampling run on a fake probe, and the trigger controls.
 #include "tests/gui/GuiTestSupport.h"
 #include "view/GraphContainer.h"
 #include "view/GraphWidget.h"
 #include "view/ToolBar.h"
+#include "view/TriggerWidget.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDoubleValidator>
 #include <QLabel>
+#include <QLineEdit>
 #include <QScrollBar>
 #include <QWheelEvent>
 
+#include <array>
 #include <atomic>
 #include <filesystem>
+#include <map>
 
 namespace {
+
+// A tool bar's items in order: "|" for a separator, a label's or check box's
+// text, the name given to a widget, else the action's tip.
+std::vector<QString> items(const QToolBar& bar, const std::map<const QWidget*, QString>& names)
+{
+    std::vector<QString> out;
+    for (QAction* a : bar.actions()) {
+        const QWidget* w = bar.widgetForAction(a);
+        if (a->isSeparator())
+            out.push_back("|");
+        else if (auto* label = qobject_cast<const QLabel*>(w))
+            out.push_back(label->text());
+        else if (auto* check = qobject_cast<const QCheckBox*>(w))
+            out.push_back(check->text());
+        else
+            out.push_back(names.count(w) ? names.at(w) : a->toolTip());
+    }
+    return out;
+}
 
 struct ToolBarTest : guitest::ControllerTest {
     std::unique_ptr<GraphContainer> graph = std::make_unique<GraphContainer>(ctl->store(), ctl->symbols());
@@ -38,28 +61,11 @@ struct ToolBarTest : guitest::ControllerTest {
 
 TEST_F(ToolBarTest, ActionsInOrderWithTipsAndKeys)
 {
-    std::vector<QString> seen;
-    for (QAction* a : bar->actions()) {
-        QWidget* w = bar->widgetForAction(a);
-        if (a->isSeparator())
-            seen.push_back("|");
-        else if (auto* label = qobject_cast<QLabel*>(w))
-            seen.push_back("label:" + label->text());
-        else if (auto* check = qobject_cast<QCheckBox*>(w))
-            seen.push_back("check:" + check->text());
-        else if (qobject_cast<QComboBox*>(w))
-            seen.push_back(w == bar->zoomBox() ? "zoom" : "fps");
-        else if (w && w->inherits("QToolButton"))
-            seen.push_back("button:" + a->toolTip());
-        else
-            seen.push_back("spacer");
-    }
     const std::vector<QString> expected = {
-        "label:Sampling:",   "button:Start/Resume Sampling (F5)", "button:Stop Sampling (F9)", "|",
-        "label:Target:",     "button:Start Target",               "button:Reset Target",       "spacer",
-        "button:Zoom In",    "button:Zoom Out",                   "zoom",                      "|",
-        "label:Target FPS: ", "fps",                              "|",                         "check:Autoscroll"};
-    EXPECT_EQ(seen, expected);
+        "Sampling:",   "Start/Resume Sampling (F5)", "Stop Sampling (F9)", "|",    "Target:", "Start Target",
+        "Reset Target", "",                          "Zoom In",            "Zoom Out", "zoom", "|",
+        "Target FPS: ", "fps",                       "|",                  "Autoscroll"};  // "": the spacer
+    EXPECT_EQ(items(*bar, {{bar->zoomBox(), "zoom"}, {bar->frameRateBox(), "fps"}}), expected);
     const std::pair<QAction*, Qt::Key> keys[] = {{bar->startPauseAction(), Qt::Key_F5}, {bar->stopAction(), Qt::Key_F9},
                                                  {bar->zoomInAction(), Qt::Key_Up}, {bar->zoomOutAction(), Qt::Key_Down}};
     for (const auto& [action, key] : keys)
@@ -155,7 +161,6 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     ctl->project().apply(s);
     bar->startPauseAction()->trigger();
     ASSERT_TRUE(settle());
-    EXPECT_TRUE(bar->samplingRunning());
     EXPECT_FALSE(g()->isHeld());
     EXPECT_TRUE(graph->scrollBar()->isHidden());
     EXPECT_TRUE(bar->autoscrollBox()->isChecked());
@@ -183,8 +188,6 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().recordCount() > 20; }, 5000));
     bar->stopAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateStopped);
-    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
-    EXPECT_FALSE(bar->stopAction()->isEnabled());
     EXPECT_TRUE(g()->isHeld());
     ASSERT_TRUE(settle());
     bar->updateDisplayState();
@@ -264,11 +267,11 @@ TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
 // would drop them: opened, it is ready to start, with the file's colours.
 TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
 {
-    const std::filesystem::path demo = std::filesystem::path(PLOTVIK_BIN_DIR) / "examples" / "demo" / "demo_qtx.plotvik";
+    const std::string demo = PLOTVIK_BIN_DIR "/examples/demo/demo_qtx.plotvik";
     if (!std::filesystem::exists(demo))
         GTEST_SKIP() << "demo projects not built";
     std::atomic<int> result{1};
-    ctl->postOpenProjFile(demo.string(), &result, {});
+    ctl->postOpenProjFile(demo, &result, {});
     ASSERT_TRUE(settle());
     ASSERT_TRUE(settle());  // a parse the open may have posted
     ASSERT_EQ(result.load(), 0);
@@ -277,5 +280,170 @@ TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
     EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{60, 180, 75, 255}));
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
-    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
+}
+
+namespace {
+
+struct TriggerWidgetTest : guitest::ControllerTest {
+    std::unique_ptr<TriggerWidget> widget = std::make_unique<TriggerWidget>(*ctl);
+
+    // An open project with three symbols; the controls take them.
+    void openWithSymbols()
+    {
+        ctl->symbols().setSelected({guitest::newSymbol(*ctl, "g_motor.speed"), guitest::newSymbol(*ctl, "g_square"),
+                                    guitest::newSymbol(*ctl, "counter")});
+        openProject();
+        widget->rebuild();
+        widget->updateEnabling();
+    }
+    Node* selected(std::size_t i) { return ctl->symbols().selected()[i]; }
+    ProjectSettings settings() { return ctl->project().settings(); }
+    bool controlsEnabled()
+    {
+        const bool on = widget->risingAction()->isEnabled();
+        EXPECT_EQ(widget->fallingAction()->isEnabled(), on);
+        EXPECT_EQ(widget->bothAction()->isEnabled(), on);
+        EXPECT_EQ(widget->symbolBox()->isEnabled(), on);
+        EXPECT_EQ(widget->thresholdEdit()->isEnabled(), on);
+        return on;
+    }
+};
+
+}  // namespace
+
+TEST_F(TriggerWidgetTest, ControlsInOrderAndDisabledAtFirst)
+{
+    const std::vector<QString> expected = {"Trigger control: ", "Trigger Rising Edge", "Trigger Falling Edge",
+                                           "Trigger Both Edges", "Symbol: ", "symbols", "Threshold: ", "threshold"};
+    EXPECT_EQ(items(*widget, {{widget->symbolBox(), "symbols"}, {widget->thresholdEdit(), "threshold"}}), expected);
+    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
+        EXPECT_TRUE(a->isCheckable());
+    EXPECT_NE(qobject_cast<const QDoubleValidator*>(widget->thresholdEdit()->validator()), nullptr);
+    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
+        EXPECT_FALSE(a->icon().isNull());
+    widget->updateEnabling();  // no project: the controls stay off
+    EXPECT_FALSE(controlsEnabled());
+    openWithSymbols();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_EQ(widget->symbolBox()->count(), 3);
+    EXPECT_EQ(widget->symbolBox()->itemText(0), "g_motor.speed");  // by name with parents
+}
+
+TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
+{
+    openWithSymbols();
+    widget->symbolBox()->setCurrentIndex(1);  // trigger off: the box alone changes nothing
+    EXPECT_EQ(settings().TriggerSymbol, nullptr);
+    EXPECT_FALSE(ctl->project().isModified());
+
+    // On, rise, fall; the rising, falling and both actions ticked.
+    using State = std::array<bool, 6>;
+    const std::pair<QAction*, State> steps[] = {
+        {widget->risingAction(), {true, true, false, true, false, false}},
+        {widget->fallingAction(), {true, false, true, false, true, false}},
+        {widget->bothAction(), {true, true, true, false, false, true}},
+        {widget->bothAction(), {false, true, true, false, false, false}},  // unchecked: off, edges kept
+        {widget->risingAction(), {true, true, false, true, false, false}},
+    };
+    for (const auto& [action, state] : steps) {
+        ctl->project().setModified(false);
+        action->trigger();
+        const ProjectSettings now = settings();
+        SCOPED_TRACE(action->text().toStdString());
+        EXPECT_EQ((State{now.TriggerOn, now.TriggerRise, now.TriggerFall, widget->risingAction()->isChecked(),
+                         widget->fallingAction()->isChecked(), widget->bothAction()->isChecked()}),
+                  state);
+        EXPECT_EQ(now.TriggerSymbol, selected(1)) << "armed on the symbol the box shows";
+        EXPECT_TRUE(ctl->project().isModified());
+    }
+    EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
+}
+
+TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
+{
+    openWithSymbols();
+    widget->risingAction()->trigger();
+    widget->symbolBox()->setCurrentIndex(2);
+    EXPECT_EQ(settings().TriggerSymbol, selected(2));
+    QLineEdit* edit = widget->thresholdEdit();
+    edit->clear();
+    QTest::keyClicks(edit, "-2.5");
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, -2.5);
+    edit->clear();
+    QTest::keyClicks(edit, "x7y");
+    EXPECT_EQ(edit->text(), "7") << "only numbers get in";
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, 7.0);
+
+    // A fired trigger waits again once the user changes it.
+    ProjectSettings fired = settings();
+    fired.TriggerFired = true;
+    ctl->project().apply(fired);
+    widget->symbolBox()->setCurrentIndex(1);
+    EXPECT_EQ(settings().TriggerSymbol, selected(1));
+    EXPECT_FALSE(settings().TriggerFired);
+}
+
+TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
+{
+    openWithSymbols();
+    // A trigger read from a project file: the controls show it.
+    ProjectSettings s = settings();
+    s.TriggerSymbol = selected(2);
+    s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
+    s.TriggerLevel = 12.5;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_EQ(widget->symbolBox()->currentIndex(), 2);
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    EXPECT_FALSE(widget->risingAction()->isChecked());
+    EXPECT_EQ(widget->thresholdEdit()->text(), "12.5");
+    EXPECT_FALSE(ctl->project().isModified());  // showing it changes nothing
+
+    // A new selection refills the box.
+    std::vector<Node*> fewer = {selected(2)};
+    ctl->symbols().setSelected(fewer);
+    widget->rebuild();
+    ASSERT_EQ(widget->symbolBox()->count(), 1);
+    EXPECT_EQ(widget->symbolBox()->currentText(), "counter");
+
+    // While sampling runs the controls are off and nothing is rebuilt.
+    ctl->postStartReading();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    ASSERT_TRUE(ctl->samplingRunning());
+    widget->updateEnabling();
+    EXPECT_FALSE(controlsEnabled());
+    s = settings();
+    s.TriggerOn = false;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    ctl->postReadStop();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    widget->rebuild();
+    widget->updateEnabling();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_FALSE(widget->bothAction()->isChecked());
+}
+
+using TriggerInMainWindow = guitest::WindowTest;
+
+TEST_F(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
+{
+    TriggerWidget* trigger = window->triggerWidget();
+    ASSERT_NE(trigger, nullptr);
+    EXPECT_TRUE(trigger->isVisible());
+    EXPECT_EQ(window->toolBarArea(trigger), Qt::TopToolBarArea);
+    EXPECT_EQ(window->toolBarArea(window->toolBar()), Qt::TopToolBarArea);
+
+    Node* n = guitest::newSymbol(*ctl, "g_square", kTypeS32);
+    ctl->symbols().setSelected({n});
+    ctl->project().setPath("/projects/window.plotvik");
+    ctl->project().setOpen(true);
+    window->updateGui();
+    ctl->updateTitle();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
+    EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
+    trigger->risingAction()->trigger();
+    EXPECT_EQ(ctl->project().settings().TriggerSymbol, n);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().endsWith(" *]"); })) << "marked modified";
 }

@@ -1,5 +1,6 @@
 // The watch table on its own, on a real sample store, and the curve colours.
 #include "tests/gui/GuiTestSupport.h"
+#include "tests/view/GraphTestSupport.h"
 #include "view/CurveColors.h"
 #include "view/TableWidget.h"
 
@@ -32,23 +33,12 @@ struct WatchTableTest : guitest::ControllerTest {
     }
 
     // Stores one record per row of `records` (one raw value per selected symbol), 1 ms apart.
-    void feed(const std::vector<std::vector<std::uint64_t>>& records, bool fresh = true)
+    void feed(const std::vector<std::vector<std::uint64_t>>& records)
     {
-        SampleStore& store = ctl->store();
-        if (fresh) {
-            store.layOut(true);
-            ASSERT_TRUE(store.prepareFreshStart());
-            store.setOpen(true);
-        }
-        const auto& selected = ctl->symbols().selected();
-        std::vector<std::uint8_t> bytes(records.size() * store.recordSize());
-        for (std::size_t r = 0; r < records.size(); ++r, nextTime += 1000) {
-            std::uint8_t* rec = bytes.data() + r * store.recordSize();
-            std::memcpy(rec, &nextTime, 4);
-            for (std::size_t s = 0; s < selected.size(); ++s)
-                std::memcpy(rec + selected[s]->symbol().Offset, &records[r][s], selected[s]->Size);
-        }
-        store.storeRecords(bytes.data(), bytes.size());
+        const auto count = static_cast<std::uint32_t>(records.size());
+        graphtest::fill(ctl->store(), ctl->symbols().selected(), count, [&](std::uint32_t i) { return nextTime + i * 1000; },
+                        [&](std::size_t s, std::uint32_t i) { return records[i][s]; });
+        nextTime += count * 1000;
     }
 
     QString cell(int row, int column) const
@@ -345,7 +335,7 @@ TEST_F(WatchTableTest, LiveColumnsGrowAndWaitWhileTheStoreIsRewritten)
     EXPECT_GE(table->columnWidth(TableWidget::kColValue), table->fontMetrics().horizontalAdvance("-1.23457e-300"));
 
     ctl->store().rewrite([&] {
-        feed({{raw(3.0)}}, false);
+        feed({{raw(3.0)}});
         table->refresh();
         EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300") << "the table does not read a half-written store";
     });
