@@ -74,8 +74,6 @@ TEST(SpeedBox, ListedCustomEmptyAndTooLong)
 {
     TIFSpeedComboBox box;
     EXPECT_EQ(box.count(), 33);
-    EXPECT_EQ(box.itemText(15), "1334");
-    EXPECT_EQ(box.itemText(18), "2667");
     struct Case {
         const char* typed;
         int hz, count;

@@ -129,38 +129,30 @@ TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
     // The offset moves by half a division.
     table->_SlotOnReleasedYOffsetUp();
     table->_SlotOnReleasedYOffsetUp();
-    EXPECT_EQ(cell(0, TableWidget::kColYOffset), "1");
     table->_SlotOnReleasedYOffsetDown();
     EXPECT_DOUBLE_EQ(n->symbol().YOffset, 0.5);
     EXPECT_EQ(cell(0, TableWidget::kColYOffset), "0.5");
 
     // Every menu edit is a change to the project; without a symbol row nothing changes.
-    const std::pair<const char*, void (TableWidget::*)()> edits[] = {
-        {"show", &TableWidget::_SlotOnReleasedShowHide},
-        {"offset up", &TableWidget::_SlotOnReleasedYOffsetUp},
-        {"offset down", &TableWidget::_SlotOnReleasedYOffsetDown},
-        {"resolution up", &TableWidget::_SlotOnReleasedYResUp},
-        {"resolution down", &TableWidget::_SlotOnReleasedYResDown},
-        {"draw line", &TableWidget::_SlotOnReleasedDrawLine},
-        {"remove", &TableWidget::_SlotOnReleasedRemoveSymbol},
+    const auto state = [&] {
+        const SelectedSymbol& y = n->symbol();
+        return std::tuple(y.YOffset, y.YResolution, y.DrawStyle, y.ShowInGraph);
     };
     for (const int row : {0, -1, 1}) {  // the symbol, no row, the add row
-        if (row < 0)
-            table->clearSelection();
-        else
-            table->selectRow(row);
-        for (const auto& [name, slot] : edits) {
+        row < 0 ? table->clearSelection() : table->selectRow(row);
+        int edit = 0;  // in the menu's order; Remove Symbol last and not on the symbol's row
+        for (auto slot : {&TableWidget::_SlotOnReleasedShowHide, &TableWidget::_SlotOnReleasedYOffsetUp,
+                          &TableWidget::_SlotOnReleasedYOffsetDown, &TableWidget::_SlotOnReleasedYResUp,
+                          &TableWidget::_SlotOnReleasedYResDown, &TableWidget::_SlotOnReleasedDrawLine,
+                          &TableWidget::_SlotOnReleasedRemoveSymbol}) {
+            SCOPED_TRACE(testing::Message() << "edit " << edit++ << " on row " << row);
             if (row == 0 && slot == &TableWidget::_SlotOnReleasedRemoveSymbol)
                 continue;
             ctl->project().setModified(false);
-            const auto state = [&] {
-                const SelectedSymbol& y = n->symbol();
-                return std::tuple(y.YOffset, y.YResolution, y.DrawStyle, y.ShowInGraph);
-            };
             const auto before = state();
             (table.get()->*slot)();
-            EXPECT_EQ(ctl->project().isModified(), row == 0) << name << " on row " << row;
-            EXPECT_TRUE(row == 0 || state() == before) << name << " on row " << row;
+            EXPECT_EQ(ctl->project().isModified(), row == 0);
+            EXPECT_TRUE(row == 0 || state() == before);
         }
     }
     EXPECT_EQ(ctl->symbols().selected().size(), 1u);
