@@ -253,41 +253,30 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     record(25001);  // 25 s
     QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
     w->setAutoscroll(true);
-    const std::pair<QAction*, Qt::Key> keys[] = {{w->moveRightAction(), Qt::Key_Right},
-                                                 {w->moveLeftAction(), Qt::Key_Left},
-                                                 {w->moveToStartAction(), Qt::Key_Home},
-                                                 {w->moveToEndAction(), Qt::Key_End}};
-    for (const auto& [action, key] : keys)
-        EXPECT_EQ(action->shortcut(), QKeySequence(key));
     for (int i = 0; i < 40; ++i)
         w->moveRightAction()->trigger();
     EXPECT_FALSE(w->autoscroll());
     EXPECT_EQ(off.count(), 40);
     EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
-    const std::pair<QAction*, double> steps[] = {{w->moveToEndAction(), 15000000.0},
-                                                 {w->moveLeftAction(), 14000000.0},
-                                                 {w->moveToStartAction(), 0.0},
-                                                 {w->moveLeftAction(), 0.0}};
-    for (const auto& [action, start] : steps) {
-        action->trigger();
-        EXPECT_DOUBLE_EQ(w->startTime(), start) << action->text().toStdString();
-    }
-    EXPECT_EQ(w->cursorSampleIndex(), 0);
     w->setStartTime(2000000.0);
     EXPECT_EQ(w->cursorSampleIndex(), 2000);
+    // The keys of the shown graph; End, Left and Home stop at the newest sample or 0.
+    w->show();
+    w->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+    const std::pair<Qt::Key, double> keys[] = {{Qt::Key_End, 15000000.0}, {Qt::Key_Left, 14000000.0},
+                                               {Qt::Key_Home, 0.0},        {Qt::Key_Left, 0.0},
+                                               {Qt::Key_Right, 1000000.0}};
+    for (const auto& [key, start] : keys) {
+        QTest::keyClick(w.get(), key);
+        EXPECT_DOUBLE_EQ(w->startTime(), start) << key;
+    }
     // A short recording: End stays at the start.
     StoreFixture shortOne;
     GraphWidget g(shortOne.store, shortOne.symbols);
     g.resize(1050, 600);
     g.moveToEndAction()->trigger();
     EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
-    // The keys reach the shown graph.
-    w->show();
-    w->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
-    QTest::keyClick(w.get(), Qt::Key_Home);
-    QTest::keyClick(w.get(), Qt::Key_Right);
-    EXPECT_DOUBLE_EQ(w->startTime(), 1000000.0);
 }
 
 TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
