@@ -82,9 +82,7 @@ TEST(CustMsgBox, ButtonsInOneRowGiveTheirIndexEvenBeforeTimeOut)
         DIALOG_CustMsgBox box(request("Yes", "No", 5000, index == 0 ? 1 : 0));
         box.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
-        EXPECT_EQ(box.button(0)->text(), "Yes");
-        EXPECT_EQ(box.button(1)->text(), "No");
-        EXPECT_EQ(box.button(0)->y(), box.button(1)->y());
+        EXPECT_EQ(box.button(0)->y(), box.button(1)->y());  // their texts: CtrlCCopiesTheBoxAsText
         EXPECT_LT(box.button(0)->x(), box.button(1)->x());
         EXPECT_GT(box.button(0)->y(), box.textLabel()->y());
         tick(box);
