@@ -265,7 +265,6 @@ TEST_F(WatchTableTest, RemoveSymbolTakesItOutOfTheSelection)
     table->_SlotOnReleasedRemoveSymbol();
     EXPECT_EQ(ctl->symbols().selected(), (std::vector<Node*>{a, c}));
     EXPECT_TRUE(ctl->symbols().selectionChanged());
-    EXPECT_EQ(table->symbolRowCount(), 2);
     EXPECT_EQ(cell(1, TableWidget::kColName), "c");
     EXPECT_EQ(ctl->project().settings().TriggerSymbol, nullptr) << "the trigger lost its symbol";
     EXPECT_TRUE(ctl->project().isModified());
