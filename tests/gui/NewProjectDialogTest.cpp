@@ -137,6 +137,7 @@ struct DialogTest : guitest::ControllerTest {
     }
 };
 
+// What "OK" then writes: CliNewWritesWhatTheDialogAndSaveAsWrite.
 TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
 {
     NewProjectDialog d(*ctl);
@@ -160,7 +161,6 @@ TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
     EXPECT_FALSE(d.hostEdit()->isVisible());
     d.radioUsb()->setChecked(true);
     EXPECT_TRUE(d.radioQtx()->isEnabled());
-    // What "OK" writes: CliNewWritesWhatTheDialogAndSaveAsWrite.
 }
 
 TEST_F(DialogTest, OptionsKeepTheRestOfTheSettings)
@@ -197,9 +197,10 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
         GTEST_SKIP() << "plotvik-cli or the demo firmware not built";
     const fs::path dir = testtemp::folder() / "twin";
     fs::create_directories(dir);
-    const std::string elf = (dir / "fw.elf").string(), script = (dir / "fw.TarvoScript").string();
-    fs::copy_file(bin / "demo.elf", elf, fs::copy_options::overwrite_existing);
-    std::ofstream(script) << "Fast = 1\n";
+    const QString elf = QString::fromStdString((dir / "fw.elf").string());
+    const QString script = QString::fromStdString((dir / "fw.TarvoScript").string());
+    fs::copy_file(bin / "demo.elf", elf.toStdString(), fs::copy_options::overwrite_existing);
+    std::ofstream(script.toStdString()) << "Fast = 1\n";
     // A QTX project connects and starts QTX once it is set up, so the dialog
     // runs on the real (simulated) probe as the command does.
     JobEngine probeEngine;
@@ -210,7 +211,7 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
     struct Case {
         const char* name;
         std::function<void(NewProjectDialog&)> choose;
-        std::vector<std::string> args;
+        QStringList args;
     };
     const Case cases[] = {
         {"ip-fine-bsq",
@@ -218,11 +219,11 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
              d.radioTcpIp()->setChecked(true);
              d.hostEdit()->setText("192.168.7.2");
              d.deviceEdit()->setText("KS40-512");
-             d.scriptEdit()->setText(QString::fromStdString(script));
+             d.scriptEdit()->setText(script);
              d.interfaceBox()->setCurrentIndex(2);
              typeSpeed(d.speedBox(), "3500");
              d.periodEdit()->setText("250");
-             d.elfEdit()->setText(QString::fromStdString(elf));
+             d.elfEdit()->setText(elf);
          },
          {"--ip", "192.168.7.2", "--device", "KS40-512", "--script", script, "--interface", "FINE", "--speed", "3500",
           "--bsq", "250", "--elf", elf}},
@@ -239,7 +240,7 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
          [&](NewProjectDialog& d) {
              d.radioExistingSession()->setChecked(true);
              d.periodEdit()->setText("1000");
-             d.elfEdit()->setText(QString::fromStdString(elf));
+             d.elfEdit()->setText(elf);
          },
          {"--existing-session", "--bsq", "1000", "--elf", elf}},
     };
@@ -262,10 +263,8 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
         env.insert("HOME", QString::fromStdString(dir.string()));
         env.insert("XDG_CONFIG_HOME", QString::fromStdString(dir.string()));
         cli.setProcessEnvironment(env);
-        QStringList args{"new", QString::fromStdString(fromCli.string())};
-        for (const std::string& a : c.args)
-            args << QString::fromStdString(a);
-        cli.start(QString::fromStdString((bin / "plotvik-cli").string()), args);
+        cli.start(QString::fromStdString((bin / "plotvik-cli").string()),
+                  QStringList{"new", QString::fromStdString(fromCli.string())} + c.args);
         ASSERT_TRUE(cli.waitForFinished(60000)) << c.name;
         ASSERT_EQ(cli.exitCode(), 0) << c.name << ": " << cli.readAll().toStdString();
         const std::string written = contents(fromDialog);

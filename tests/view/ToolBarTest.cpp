@@ -312,8 +312,6 @@ TEST_F(TriggerWidgetTest, ControlsInOrderAndDisabledAtFirst)
     const std::vector<QString> expected = {"Trigger control: ", "Trigger Rising Edge", "Trigger Falling Edge",
                                            "Trigger Both Edges", "Symbol: ", "symbols", "Threshold: ", "threshold"};
     EXPECT_EQ(items(*widget, {{widget->symbolBox(), "symbols"}, {widget->thresholdEdit(), "threshold"}}), expected);
-    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
-        EXPECT_TRUE(a->isCheckable());
     EXPECT_NE(qobject_cast<const QDoubleValidator*>(widget->thresholdEdit()->validator()), nullptr);
     for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
         EXPECT_FALSE(a->icon().isNull());
