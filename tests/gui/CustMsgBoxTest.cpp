@@ -1,11 +1,9 @@
-// The count-down message box: titles while counting down, results of
-// buttons, time-out and dismissal, the check box, icons and copying.
+// The count-down message box on its own; its time-out when run: MainWindowTest.
 #include "gui/DIALOG_CustMsgBox.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
@@ -55,16 +53,6 @@ TEST(CustMsgBox, CountDownTitlesThenDefaultResult)
     EXPECT_EQ(box.answer().result, 1);
 }
 
-TEST(CustMsgBox, TimeOutClosesTheShownBoxByItself)
-{
-    QElapsedTimer clock;
-    clock.start();
-    const MessageBoxAnswer a = DIALOG_CustMsgBox::run(request("A", "B", 150, 1));
-    EXPECT_EQ(a.result, 1);
-    EXPECT_GE(clock.elapsed(), 140);
-    EXPECT_LT(clock.elapsed(), 5000);
-}
-
 TEST(CustMsgBox, WithoutButtonsAndTimeOutOnlyDismissalCloses)
 {
     DIALOG_CustMsgBox box(request("", "", 0, 0));
@@ -94,9 +82,7 @@ TEST(CustMsgBox, ButtonsInOneRowGiveTheirIndexEvenBeforeTimeOut)
         DIALOG_CustMsgBox box(request("Yes", "No", 5000, index == 0 ? 1 : 0));
         box.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
-        EXPECT_EQ(box.button(0)->text(), "Yes");
-        EXPECT_EQ(box.button(1)->text(), "No");
-        EXPECT_EQ(box.button(0)->y(), box.button(1)->y());
+        EXPECT_EQ(box.button(0)->y(), box.button(1)->y());  // their texts: CtrlCCopiesTheBoxAsText
         EXPECT_LT(box.button(0)->x(), box.button(1)->x());
         EXPECT_GT(box.button(0)->y(), box.textLabel()->y());
         tick(box);

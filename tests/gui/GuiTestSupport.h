@@ -1,11 +1,11 @@
-// Helpers the widget tests share: answering a modal dialog from inside its
-// loop, a detached symbol, and a main window started on the fake probe.
+// Helpers the widget tests share.
 #pragma once
 
 #include "app/Controller.h"
 #include "app/JobEngine.h"
 #include "gui/MainWindow.h"
 #include "tests/app/FakeSampler.h"
+#include "tests/app/TestBridge.h"
 
 #include <QApplication>
 #include <QTest>
@@ -56,16 +56,47 @@ inline std::vector<Node*> selectSymbols(Controller& ctl, int count, std::int32_t
     return nodes;
 }
 
+// A controller on the fake probe with a test bridge; widgets a test adds as
+// members go before it.
+struct ControllerTest : ::testing::Test {
+    JobEngine engine;
+    TestBridge bridge;
+    FakeSampler* sampler = nullptr;  // the controller's
+    std::unique_ptr<Controller> ctl = [this] {
+        auto fake = std::make_unique<FakeSampler>();
+        sampler = fake.get();
+        auto c = std::make_unique<Controller>(engine, std::move(fake));
+        c->setBridge(&bridge);
+        return c;
+    }();
+
+    void TearDown() override
+    {
+        ctl->postReadStop();
+        ctl->waitForQueue(5000);
+        engine.stopAndWait([] { QApplication::processEvents(); });
+        ctl->setBridge(nullptr);
+    }
+    // An open project, unmodified.
+    void openProject(const std::string& path = "/projects/test.plotvik")
+    {
+        ctl->project().setPath(path);
+        ctl->project().setOpen(true);
+        ctl->project().setModified(false);
+    }
+};
+
 // A main window on a probe, past its start-up.
 struct WindowTest : ::testing::Test {
     JobEngine engine;
     std::unique_ptr<Controller> ctl;
     std::unique_ptr<MainWindow> window;
 
-    void SetUp() override { open(std::make_unique<FakeSampler>()); }
-    void open(std::unique_ptr<Sampler> sampler)
+    virtual std::unique_ptr<Sampler> makeSampler() { return std::make_unique<FakeSampler>(); }
+
+    void SetUp() override
     {
-        ctl = std::make_unique<Controller>(engine, std::move(sampler));
+        ctl = std::make_unique<Controller>(engine, makeSampler());
         window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         // Start-up has run once the initialisation job's refresh came through.

@@ -1,6 +1,5 @@
-// The user guide: every link and picture of its pages resolves inside the
-// guide's folder (it is installed and shown on its own), every page and
-// picture is reached, and Help › Plotvik User Guide shows it in the viewer.
+// The user guide: its links and pictures stay inside its folder (it is installed
+// and shown on its own), and Help › Plotvik User Guide shows it in the viewer.
 #include "gui/DIALOG_CustMsgBox.h"
 #include "gui/MenuBar.h"
 #include "gui/UserGuideWindow.h"

@@ -1,5 +1,4 @@
-// The filter header: editors under their columns, the column menu and the
-// filter toggle.
+// The filter header: editors under their columns, the column menu and the filter toggle.
 #include "view/UtilFilterHeader.h"
 
 #include <QAction>
@@ -29,6 +28,7 @@ struct Table {
         header->setStretchLastSection(true);
         view.resize(300, 200);
         view.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }
     QStandardItemModel model;
     QTableView view;
@@ -50,7 +50,6 @@ TEST(FilterHeader, EditorsStayUnderTheirColumnsWhenScrolled)
     Table t(6);
     for (int c = 0; c < 6; ++c)
         t.view.setColumnWidth(c, 120);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
     QScrollBar* bar = t.view.horizontalScrollBar();
     ASSERT_GT(bar->maximum(), 0);
     for (const int value : {0, bar->maximum() / 2, bar->maximum()}) {
@@ -71,7 +70,6 @@ TEST(FilterHeader, EditorsStayUnderTheirColumnsWhenScrolled)
 TEST(FilterHeader, LastVisibleColumnCannotBeHidden)
 {
     Table t(2);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
     std::unique_ptr<QMenu> menu(t.header->createMenu(nullptr));
     ASSERT_TRUE(menu);
     entry(menu.get(), "Col0")->setChecked(false);
@@ -90,7 +88,6 @@ TEST(FilterHeader, LastVisibleColumnCannotBeHidden)
 TEST(FilterHeader, FilterToggleAndValues)
 {
     Table t(3);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&t.view));
     int changes = 0;
     QObject::connect(t.header, &UtilFilterHeader::SignalFilterChanged, [&] { ++changes; });
     auto* edit = static_cast<QLineEdit*>(t.header->editor(1));

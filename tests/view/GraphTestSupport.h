@@ -30,17 +30,19 @@ inline Node* selectColoured(StoreFixture& f, const std::string& name, std::uint3
     return n;
 }
 
+using TimeOf = std::function<std::uint32_t(std::uint32_t)>;
+using ValueOf = std::function<std::uint64_t(std::size_t, std::uint32_t)>;
+
 // Stores `count` records, time stamp `timeOf(i)`, each selected symbol's raw
 // bytes from `valueOf(symbol index, i)` (little-endian, cut to its size).
-inline void fill(StoreFixture& f, std::uint32_t count, const std::function<std::uint32_t(std::uint32_t)>& timeOf,
-                 const std::function<std::uint64_t(std::size_t, std::uint32_t)>& valueOf)
+inline void fill(SampleStore& store, const std::vector<Node*>& symbols, std::uint32_t count, const TimeOf& timeOf,
+                 const ValueOf& valueOf)
 {
-    const auto& symbols = f.symbols.selected();
-    f.store.layOut(true);
-    if (f.store.isEmpty())
-        f.store.prepareFreshStart();
-    f.store.setOpen(true);
-    const std::uint32_t size = f.store.recordSize();
+    store.layOut(true);
+    if (store.isEmpty())
+        store.prepareFreshStart();
+    store.setOpen(true);
+    const std::uint32_t size = store.recordSize();
     constexpr std::uint32_t kChunk = 65536;
     std::vector<std::uint8_t> bytes;
     for (std::uint32_t begin = 0; begin < count; begin += kChunk) {
@@ -55,9 +57,14 @@ inline void fill(StoreFixture& f, std::uint32_t count, const std::function<std::
                 std::memcpy(rec + symbols[s]->symbol().Offset, &v, std::min<std::uint32_t>(symbols[s]->Size, 8));
             }
         }
-        f.store.storeRecords(bytes.data(), bytes.size());
+        store.storeRecords(bytes.data(), bytes.size());
     }
-    f.store.setOpen(false);
+    store.setOpen(false);
+}
+
+inline void fill(StoreFixture& f, std::uint32_t count, const TimeOf& timeOf, const ValueOf& valueOf)
+{
+    fill(f.store, f.symbols.selected(), count, timeOf, valueOf);
 }
 
 inline QImage frame(GraphWidget& w)

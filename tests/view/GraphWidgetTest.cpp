@@ -1,7 +1,4 @@
-// The graph: curves (the per-column reduction against drawing every sample),
-// the 64-bit gap, automatic Y range, autoscroll, navigation, zoom around the
-// cursor, the readout, zero-marker and view dragging, the wheel and the
-// repaint rate limit.
+// The graph: its curves, Y range, navigation, zoom, readout, dragging and repaint rate.
 #include "tests/view/GraphTestSupport.h"
 #include "view/GraphContainer.h"
 
@@ -19,11 +16,7 @@
 #include <random>
 #include <set>
 
-using graphtest::bitsOf;
-using graphtest::fill;
-using graphtest::frame;
-using graphtest::pixelsOf;
-using graphtest::selectColoured;
+using namespace graphtest;
 
 namespace {
 
@@ -48,18 +41,13 @@ struct GraphTest : ::testing::Test {
     }
     Node* counter() { return selectColoured(f, "a", 4, kTypeS32, kRed); }
 
-    // Pixels where drawing every sample and the reduced drawing differ.
-    int differingPixels()
+    // Drawing every sample and the reduced drawing give the same picture.
+    bool reductionIsExact()
     {
         w->setCurveMode(CurveRenderer::Mode::EverySample);
         const QImage reference = frame(*w);
         w->setCurveMode(CurveRenderer::Mode::Reduced);
-        const QImage reduced = frame(*w);
-        int differ = 0;
-        for (int y = 0; y < reference.height(); ++y)
-            for (int x = 0; x < reference.width(); ++x)
-                differ += reference.pixel(x, y) != reduced.pixel(x, y);
-        return differ;
+        return frame(*w) == reference;
     }
     // The rows of a colour's pixels right of the zero markers.
     std::set<int> rowsOf(QColor c, int fromX = 6)
@@ -74,17 +62,10 @@ struct GraphTest : ::testing::Test {
 
 }  // namespace
 
-struct ReductionCase {
-    std::uint32_t count, period;
-    double timePerDivision;
-    std::int32_t drawStyle;
-};
-
-class ReductionTest : public GraphTest, public ::testing::WithParamInterface<ReductionCase> {};
-
-TEST_P(ReductionTest, PicturesArePixelIdentical)
+// Drawing every sample and the reduced drawing give the same picture: dense and
+// sparse lines, a few samples per column, dense and sparse points.
+TEST_F(GraphTest, ReductionIsPixelIdentical)
 {
-    const ReductionCase c = GetParam();
     selectColoured(f, "noise", 2, kTypeS16, kRed);
     selectColoured(f, "sine", 4, kTypeFloat, kGreen);
     Node* square = selectColoured(f, "square", 1, kTypeBool, kBlue);
@@ -92,41 +73,46 @@ TEST_P(ReductionTest, PicturesArePixelIdentical)
     Node* bits = selectColoured(f, "bits", 4, kTypeBitField, Rgb{255, 0, 255, 255});
     bits->BitOffset = 3;
     bits->BitSize = 5;
-    for (Node* n : f.symbols.selected()) {
-        n->symbol().DrawStyle = c.drawStyle;
-        n->symbol().YResolution = 10;
-    }
     big->symbol().YOffset = -2.5;
-    square->symbol().YResolution = 1;
-    std::mt19937 rng(1234);
-    std::uniform_int_distribution<int> d(-400, 400);
-    record(c.count, c.period, [&](std::size_t s, std::uint32_t i) -> std::uint64_t {
-        switch (s) {
-        case 0: return static_cast<std::uint16_t>(static_cast<std::int16_t>(d(rng) / (1 + i % 7)));
-        case 1: {
-            float v = 25.0f * std::sin(i * 0.001f) + (d(rng) % 3);
-            if (i % 9973 == 5)
-                v = std::numeric_limits<float>::quiet_NaN();
-            if (i % 15013 == 7)
-                v = std::numeric_limits<float>::infinity();
-            return bitsOf(v);
+    const struct {
+        std::uint32_t count, period;
+        double timePerDivision;
+        std::int32_t drawStyle;
+    } cases[] = {{200000, 50, 1000000, 0}, {3000, 1000, 200000, 0}, {40000, 100, 500000, 0},
+                 {200000, 50, 1000000, 1}, {3000, 1000, 200000, 1}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.count << " records, style " << c.drawStyle);
+        for (Node* n : f.symbols.selected()) {
+            n->symbol().DrawStyle = c.drawStyle;
+            n->symbol().YResolution = 10;
         }
-        case 2: return (i / 300) % 2;
-        case 3: return static_cast<std::uint32_t>(i) * 99991u;  // runs far beyond the grid
-        default: return static_cast<std::uint32_t>(d(rng)) << 2;
-        }
-    });
-    w->setTimePerDivision(c.timePerDivision);
-    w->setStartTime(c.period * 3.5);
-    EXPECT_EQ(differingPixels(), 0);
-    EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty()) << "the case drew something";
+        square->symbol().YResolution = 1;
+        std::mt19937 rng(1234);
+        std::uniform_int_distribution<int> d(-400, 400);
+        f.store.prepareFreshStart();
+        record(c.count, c.period, [&](std::size_t s, std::uint32_t i) -> std::uint64_t {
+            switch (s) {
+            case 0: return static_cast<std::uint16_t>(static_cast<std::int16_t>(d(rng) / (1 + i % 7)));
+            case 1: {
+                float v = 25.0f * std::sin(i * 0.001f) + (d(rng) % 3);
+                if (i % 9973 == 5)
+                    v = std::numeric_limits<float>::quiet_NaN();
+                if (i % 15013 == 7)
+                    v = std::numeric_limits<float>::infinity();
+                return bitsOf(v);
+            }
+            case 2: return (i / 300) % 2;
+            case 3: return static_cast<std::uint32_t>(i) * 99991u;  // runs far beyond the grid
+            default: return static_cast<std::uint32_t>(d(rng)) << 2;
+            }
+        });
+        w->invalidate();
+        w->setTimePerDivision(c.timePerDivision);
+        w->setStartTime(c.period * 3.5);
+        EXPECT_TRUE(reductionIsExact());
+        EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty()) << "the case drew something";
+    }
 }
-
-// Dense and sparse lines, a few samples per column, dense and sparse points.
-INSTANTIATE_TEST_SUITE_P(Graph, ReductionTest,
-                         ::testing::Values(ReductionCase{200000, 50, 1000000, 0}, ReductionCase{3000, 1000, 200000, 0},
-                                           ReductionCase{40000, 100, 500000, 0}, ReductionCase{200000, 50, 1000000, 1},
-                                           ReductionCase{3000, 1000, 200000, 1}));
 
 TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
 {
@@ -142,7 +128,7 @@ TEST_F(GraphTest, ReductionHoldsAcrossTheRingsWrap)
     ASSERT_GT(f.store.timeStampAt(wrapAt), start);
     ASSERT_LT(f.store.timeStampAt(wrapAt), start + 10000000.0);
     w->setStartTime(start);
-    EXPECT_EQ(differingPixels(), 0);
+    EXPECT_TRUE(reductionIsExact());
     EXPECT_FALSE(pixelsOf(frame(*w), Qt::red).empty());
 }
 
@@ -229,11 +215,9 @@ TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
     ASSERT_EQ(g->width(), 1050);
     g->setCursorX(25 + 250);
     EXPECT_EQ(g->cursorTime(), 2500000u);
-    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");
-    g->setCursorX(25 + 25);
-    EXPECT_EQ(container.cursorLabel()->text(), ".250 s");
-    g->setTimePerDivision(1000);  // zooms around the cursor at 250 ms
-    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms"));
+    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");  // the texts themselves: ScaleTexts
+    g->setTimePerDivision(1000);
+    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms")) << "a zoom changes the label";
     // The cursor stays inside the margins.
     g->setCursorX(-40);
     EXPECT_EQ(g->cursorX(), 25);
@@ -253,8 +237,6 @@ TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
     ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
     EXPECT_EQ(w->readoutText(), "a: 100\nflag: false\nwide: 0");
     EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
-    w->setCursorX(25 + 21);  // 210 ms
-    EXPECT_EQ(w->readoutText(), "a: 105\nflag: false\nwide: 0");
     w->setStartTime(1000.0);
     w->setCursorX(25);  // 1 ms
     EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
@@ -271,41 +253,30 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     record(25001);  // 25 s
     QSignalSpy off(w.get(), &GraphWidget::AutoscrollSwitchedOff);
     w->setAutoscroll(true);
-    const std::pair<QAction*, Qt::Key> keys[] = {{w->moveRightAction(), Qt::Key_Right},
-                                                 {w->moveLeftAction(), Qt::Key_Left},
-                                                 {w->moveToStartAction(), Qt::Key_Home},
-                                                 {w->moveToEndAction(), Qt::Key_End}};
-    for (const auto& [action, key] : keys)
-        EXPECT_EQ(action->shortcut(), QKeySequence(key));
     for (int i = 0; i < 40; ++i)
         w->moveRightAction()->trigger();
     EXPECT_FALSE(w->autoscroll());
     EXPECT_EQ(off.count(), 40);
     EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
-    const std::pair<QAction*, double> steps[] = {{w->moveToEndAction(), 15000000.0},
-                                                 {w->moveLeftAction(), 14000000.0},
-                                                 {w->moveToStartAction(), 0.0},
-                                                 {w->moveLeftAction(), 0.0}};
-    for (const auto& [action, start] : steps) {
-        action->trigger();
-        EXPECT_DOUBLE_EQ(w->startTime(), start) << action->text().toStdString();
-    }
-    EXPECT_EQ(w->cursorSampleIndex(), 0);
     w->setStartTime(2000000.0);
     EXPECT_EQ(w->cursorSampleIndex(), 2000);
+    // The keys of the shown graph; End, Left and Home stop at the newest sample or 0.
+    w->show();
+    w->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+    const std::pair<Qt::Key, double> keys[] = {{Qt::Key_End, 15000000.0}, {Qt::Key_Left, 14000000.0},
+                                               {Qt::Key_Home, 0.0},        {Qt::Key_Left, 0.0},
+                                               {Qt::Key_Right, 1000000.0}};
+    for (const auto& [key, start] : keys) {
+        QTest::keyClick(w.get(), key);
+        EXPECT_DOUBLE_EQ(w->startTime(), start) << key;
+    }
     // A short recording: End stays at the start.
     StoreFixture shortOne;
     GraphWidget g(shortOne.store, shortOne.symbols);
     g.resize(1050, 600);
     g.moveToEndAction()->trigger();
     EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
-    // The keys reach the shown graph.
-    w->show();
-    w->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
-    QTest::keyClick(w.get(), Qt::Key_Home);
-    QTest::keyClick(w.get(), Qt::Key_Right);
-    EXPECT_DOUBLE_EQ(w->startTime(), 1000000.0);
 }
 
 TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
@@ -465,13 +436,10 @@ TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
     GraphContainer container(own.store, own.symbols);
     container.resize(1050, 700);
     container.setHeld(true);
-    EXPECT_FALSE(container.scrollBar()->isHidden());
     EXPECT_EQ(container.scrollBar()->maximum(), 30000000);
     EXPECT_EQ(container.scrollBar()->singleStep(), 1000000);
     container.scrollBar()->setValue(7000000);
     EXPECT_DOUBLE_EQ(container.graph()->startTime(), 7000000.0);
     container.graph()->moveRightAction()->trigger();
     EXPECT_EQ(container.scrollBar()->value(), container.graph()->startTime());
-    container.setHeld(false);
-    EXPECT_TRUE(container.scrollBar()->isHidden());
 }

@@ -1,6 +1,6 @@
-// plotvik-cli record: the real program samples the demo project on the
-// simulated target (fast mode), starts the recording at a trigger's edge and
-// draws it with the graph.
+// plotvik-cli record on the demo project and the simulated target (fast mode):
+// the recording starts at a trigger's edge and is drawn with the graph.
+#include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QRegularExpression>
@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -41,9 +40,8 @@ struct RecordTrigger : ::testing::Test {
         QProcess cli;
         cli.setProcessChannelMode(QProcess::MergedChannels);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.remove("DISPLAY");  // the picture needs no display
-        env.remove("WAYLAND_DISPLAY");
-        env.remove("QT_QPA_PLATFORM");
+        for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+            env.remove(name);  // the picture needs no display
         env.insert("HOME", dir.path());
         env.insert("XDG_CONFIG_HOME", dir.path());
         cli.setProcessEnvironment(env);
@@ -56,17 +54,13 @@ struct RecordTrigger : ::testing::Test {
     }
 
     // The CSV's rows split at ';'.
-    std::vector<std::vector<std::string>> rows(const fs::path& csv)
+    static std::vector<QStringList> rows(const fs::path& csv)
     {
-        std::vector<std::vector<std::string>> out;
-        std::ifstream in(csv);
-        for (std::string line; std::getline(in, line);) {
-            std::vector<std::string> fields;
-            std::stringstream ss(line);
-            for (std::string f; std::getline(ss, f, ';');)
-                fields.push_back(f);
-            out.push_back(fields);
-        }
+        QFile file(QString::fromStdString(csv.string()));
+        std::vector<QStringList> out;
+        if (file.open(QIODevice::ReadOnly))
+            for (const QByteArray& line : file.readAll().split('\n'))
+                out.push_back(QString::fromUtf8(line).split(';'));
         return out;
     }
 };
@@ -97,19 +91,19 @@ TEST_F(RecordTrigger, TheCsvStartsAtTheEdge)
         const auto table = rows(csv);
         ASSERT_GE(table.size(), 4u) << output;
         const auto& header = table[0];
-        const auto column = std::find(header.begin(), header.end(), "g_sawtooth") - header.begin();
-        ASSERT_LT(static_cast<std::size_t>(column), header.size());
-        const std::pair<std::string, std::string> seen{table[1][column], table[2][column]};
+        const auto column = header.indexOf("g_sawtooth");
+        ASSERT_GE(column, 0);
+        const std::pair<std::string, std::string> seen{table[1][column].toStdString(), table[2][column].toStdString()};
         // Sampling may begin before the firmware's start-up ran: memory still
         // reads 0 there, and the firmware's first value (-100) is a true
         // falling edge through a level just below 0.
         const bool startUp = std::string(c.trigger).ends_with("both:-0.5")
                              && seen == std::pair<std::string, std::string>{"0", "-100"};
         EXPECT_TRUE(startUp || std::find(c.edges.begin(), c.edges.end(), seen) != c.edges.end())
-            << seen.first << " " << seen.second << " at " << table[1][0];
+            << seen.first << " " << seen.second << " at " << table[1][0].toStdString();
         // The second row is the record in which the edge was seen.
-        EXPECT_EQ(table[2][0], fired.captured(1).toStdString());
-        EXPECT_EQ(std::stoul(table[3][0]) - std::stoul(table[2][0]), 1000u) << "recording goes on from the edge";
+        EXPECT_EQ(table[2][0], fired.captured(1));
+        EXPECT_EQ(table[3][0].toULong() - table[2][0].toULong(), 1000u) << "recording goes on from the edge";
     }
 }
 
@@ -144,11 +138,11 @@ using RecordPicture = RecordTrigger;
 TEST_F(RecordPicture, PngOfTheDemoRecordingShowsTheProjectsCurveColours)
 {
     // The curve colours the project file gives its symbols.
-    std::stringstream xml;
-    xml << std::ifstream(work / "demo_bsq.plotvik").rdbuf();
+    QFile xml(QString::fromStdString((work / "demo_bsq.plotvik").string()));
+    ASSERT_TRUE(xml.open(QIODevice::ReadOnly));
     const QRegularExpression rgb(R"re(GraphColorRed="(\d+)" GraphColorGreen="(\d+)" GraphColorBlue="(\d+)")re");
     std::vector<QRgb> colours;
-    for (auto it = rgb.globalMatch(QString::fromStdString(xml.str())); it.hasNext();) {
+    for (auto it = rgb.globalMatch(QString::fromUtf8(xml.readAll())); it.hasNext();) {
         const QRegularExpressionMatch m = it.next();
         colours.push_back(qRgb(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()));
     }

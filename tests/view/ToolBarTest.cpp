@@ -1,52 +1,57 @@
-// The tool bar: its actions in order with tips and keys, the zoom and frame
-// rate boxes, Autoscroll, the display states through a sampling run on a fake
-// probe, and the target controls.
-#include "tests/app/TestBridge.h"
+// The tool bar, through a sampling run on a fake probe and from the keys on the
+// simulated target, and the trigger controls.
+#include "gui/ProgressDialog.h"
+#include "probe/ProbeSampler.h"
 #include "tests/gui/GuiTestSupport.h"
 #include "view/GraphContainer.h"
 #include "view/GraphWidget.h"
-#include "view/Scale.h"
 #include "view/ToolBar.h"
+#include "view/TriggerWidget.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDoubleValidator>
 #include <QLabel>
+#include <QLineEdit>
 #include <QScrollBar>
+#include <QSignalSpy>
 #include <QWheelEvent>
 
+#include <array>
 #include <atomic>
+#include <cmath>
 #include <filesystem>
+#include <map>
 
 namespace {
 
-struct ToolBarTest : ::testing::Test {
-    JobEngine engine;
-    TestBridge bridge;
-    FakeSampler* sampler = nullptr;  // not owned: the controller's
-    std::unique_ptr<Controller> ctl;
-    std::unique_ptr<GraphContainer> graph;
-    std::unique_ptr<ToolBar> bar;
+const std::filesystem::path kBin = PLOTVIK_BIN_DIR, kDemo = kBin / "examples" / "demo" / "demo_bsq.plotvik";
 
-    void SetUp() override
-    {
-        auto fake = std::make_unique<FakeSampler>();
-        sampler = fake.get();
-        ctl = std::make_unique<Controller>(engine, std::move(fake));
-        ctl->setBridge(&bridge);
-        graph = std::make_unique<GraphContainer>(ctl->store(), ctl->symbols());
-        graph->resize(1050, 650);
-        bar = std::make_unique<ToolBar>(*ctl, graph.get());
+// A tool bar's items in order: "|" for a separator, a label's or check box's
+// text, the name given to a widget, else the action's tip.
+std::vector<QString> items(const QToolBar& bar, const std::map<const QWidget*, QString>& names)
+{
+    std::vector<QString> out;
+    for (QAction* a : bar.actions()) {
+        const QWidget* w = bar.widgetForAction(a);
+        if (a->isSeparator())
+            out.push_back("|");
+        else if (auto* label = qobject_cast<const QLabel*>(w))
+            out.push_back(label->text());
+        else if (auto* check = qobject_cast<const QCheckBox*>(w))
+            out.push_back(check->text());
+        else
+            out.push_back(names.count(w) ? names.at(w) : a->toolTip());
     }
-    void TearDown() override
-    {
-        ctl->postReadStop();
-        ctl->waitForQueue(5000);
-        engine.stopAndWait([] {});
-        ctl->setBridge(nullptr);
-        bar.reset();
-        graph.reset();
-    }
+    return out;
+}
+
+struct ToolBarTest : guitest::ControllerTest {
+    std::unique_ptr<GraphContainer> graph = std::make_unique<GraphContainer>(ctl->store(), ctl->symbols());
+    std::unique_ptr<ToolBar> bar = std::make_unique<ToolBar>(*ctl, graph.get());
+
+    ToolBarTest() { graph->resize(1050, 650); }
     // A project with one symbol, ready to sample.
     void ready()
     {
@@ -56,34 +61,18 @@ struct ToolBarTest : ::testing::Test {
         ASSERT_EQ(bar->displayState(), ToolBar::kStateReady);
     }
     bool settle() { return ctl->waitForQueue(5000); }
+    GraphWidget* g() { return graph->graph(); }
 };
 
 }  // namespace
 
 TEST_F(ToolBarTest, ActionsInOrderWithTipsAndKeys)
 {
-    std::vector<QString> seen;
-    for (QAction* a : bar->actions()) {
-        QWidget* w = bar->widgetForAction(a);
-        if (a->isSeparator())
-            seen.push_back("|");
-        else if (auto* label = qobject_cast<QLabel*>(w))
-            seen.push_back("label:" + label->text());
-        else if (auto* check = qobject_cast<QCheckBox*>(w))
-            seen.push_back("check:" + check->text());
-        else if (qobject_cast<QComboBox*>(w))
-            seen.push_back(w == bar->zoomBox() ? "zoom" : "fps");
-        else if (w && w->inherits("QToolButton"))
-            seen.push_back("button:" + a->toolTip());
-        else
-            seen.push_back("spacer");
-    }
     const std::vector<QString> expected = {
-        "label:Sampling:",   "button:Start/Resume Sampling (F5)", "button:Stop Sampling (F9)", "|",
-        "label:Target:",     "button:Start Target",               "button:Reset Target",       "spacer",
-        "button:Zoom In",    "button:Zoom Out",                   "zoom",                      "|",
-        "label:Target FPS: ", "fps",                              "|",                         "check:Autoscroll"};
-    EXPECT_EQ(seen, expected);
+        "Sampling:",   "Start/Resume Sampling (F5)", "Stop Sampling (F9)", "|",    "Target:", "Start Target",
+        "Reset Target", "",                          "Zoom In",            "Zoom Out", "zoom", "|",
+        "Target FPS: ", "fps",                       "|",                  "Autoscroll"};  // "": the spacer
+    EXPECT_EQ(items(*bar, {{bar->zoomBox(), "zoom"}, {bar->frameRateBox(), "fps"}}), expected);
     const std::pair<QAction*, Qt::Key> keys[] = {{bar->startPauseAction(), Qt::Key_F5}, {bar->stopAction(), Qt::Key_F9},
                                                  {bar->zoomInAction(), Qt::Key_Up}, {bar->zoomOutAction(), Qt::Key_Down}};
     for (const auto& [action, key] : keys)
@@ -100,19 +89,18 @@ TEST_F(ToolBarTest, ZoomAndFrameRateEntries)
     QComboBox* zoom = bar->zoomBox();
     ASSERT_EQ(zoom->count(), 27);
     EXPECT_EQ(zoom->currentText(), "1 s/Div");
-    const std::pair<int, QString> texts[] = {{0, "1 us/Div"}, {8, "500 us/Div"}, {9, "1 ms/Div"}, {26, "500 s/Div"}};
-    for (const auto& [i, text] : texts)
-        EXPECT_EQ(zoom->itemText(i), text);
+    EXPECT_EQ(QStringList({zoom->itemText(0), zoom->itemText(8), zoom->itemText(9), zoom->itemText(26)}),
+              QStringList({"1 us/Div", "500 us/Div", "1 ms/Div", "500 s/Div"}));
     QComboBox* fps = bar->frameRateBox();
-    const std::vector<int> rates = {1, 2, 5, 10, 15, 20, 25, 30, 40, 50, 60};
-    ASSERT_EQ(fps->count(), 11);
+    QStringList rates;
     for (int i = 0; i < fps->count(); ++i)
-        EXPECT_EQ(fps->itemText(i), QString::number(rates[static_cast<std::size_t>(i)]));
+        rates << fps->itemText(i);
+    EXPECT_EQ(rates, QStringList({"1", "2", "5", "10", "15", "20", "25", "30", "40", "50", "60"}));
     EXPECT_EQ(fps->currentText(), "30");
-    EXPECT_EQ(graph->graph()->targetFps(), 30);
+    EXPECT_EQ(g()->targetFps(), 30);
     fps->setCurrentIndex(10);
     EXPECT_EQ(ctl->graphRefreshTarget(), 60);
-    EXPECT_EQ(graph->graph()->targetFps(), 60);
+    EXPECT_EQ(g()->targetFps(), 60);
 }
 
 TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
@@ -123,10 +111,12 @@ TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
     bar->updateDisplayState();
     bar->zoomInAction()->trigger();
     EXPECT_EQ(bar->zoomBox()->currentIndex(), 17);
-    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 500000.0);
+    EXPECT_DOUBLE_EQ(g()->timePerDivision(), 500000.0);
+    EXPECT_EQ(ctl->project().settings().TimeResolutionUs, 500000u) << "kept for the next save";
+    EXPECT_FALSE(ctl->project().isModified()) << "zooming alone changes no setting the user saves on purpose";
     bar->zoomOutAction()->trigger();
     bar->zoomOutAction()->trigger();
-    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 2000000.0);
+    EXPECT_DOUBLE_EQ(g()->timePerDivision(), 2000000.0);
     bar->zoomBox()->setCurrentIndex(0);
     bar->zoomInAction()->trigger();
     EXPECT_EQ(bar->zoomBox()->currentIndex(), 0);
@@ -137,25 +127,25 @@ TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
     for (const auto& [delta, index] : {std::pair{120, 25}, std::pair{-120, 26}, std::pair{120, 25}}) {
         const QPointF at(300, 200);
         QWheelEvent e(at, at, {}, QPoint(0, delta), Qt::NoButton, {}, Qt::NoScrollPhase, false);
-        QApplication::sendEvent(graph->graph(), &e);
+        QApplication::sendEvent(g(), &e);
         EXPECT_EQ(bar->zoomBox()->currentIndex(), index) << delta;
     }
-    EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), 200000000.0);
+    EXPECT_DOUBLE_EQ(g()->timePerDivision(), 200000000.0);
 }
 
 TEST_F(ToolBarTest, AutoscrollBoxAndGraphFollowEachOther)
 {
     bar->autoscrollBox()->setChecked(true);
-    EXPECT_TRUE(graph->graph()->autoscroll());
-    graph->graph()->moveLeftAction()->trigger();  // the user moved the view
+    EXPECT_TRUE(g()->autoscroll());
+    g()->moveLeftAction()->trigger();  // the user moved the view
     EXPECT_FALSE(bar->autoscrollBox()->isChecked());
-    EXPECT_FALSE(graph->graph()->autoscroll());
+    EXPECT_FALSE(g()->autoscroll());
     bar->setAutoscrollChecked(true);
-    EXPECT_TRUE(graph->graph()->autoscroll());
+    EXPECT_TRUE(g()->autoscroll());
     bar->autoscrollBox()->setCheckState(Qt::PartiallyChecked);
-    EXPECT_TRUE(graph->graph()->autoscroll());
+    EXPECT_TRUE(g()->autoscroll());
     bar->autoscrollBox()->setChecked(false);
-    EXPECT_FALSE(graph->graph()->autoscroll());
+    EXPECT_FALSE(g()->autoscroll());
 }
 
 TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
@@ -172,7 +162,7 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     ready();
     EXPECT_TRUE(bar->startPauseAction()->isEnabled());
     EXPECT_FALSE(bar->stopAction()->isEnabled());
-    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_TRUE(g()->isHeld());
 
     // Start: the view is released and follows the samples.
     ProjectSettings s = ctl->project().settings();
@@ -180,8 +170,7 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     ctl->project().apply(s);
     bar->startPauseAction()->trigger();
     ASSERT_TRUE(settle());
-    EXPECT_TRUE(bar->samplingRunning());
-    EXPECT_FALSE(graph->graph()->isHeld());
+    EXPECT_FALSE(g()->isHeld());
     EXPECT_TRUE(graph->scrollBar()->isHidden());
     EXPECT_TRUE(bar->autoscrollBox()->isChecked());
     bar->updateDisplayState();
@@ -194,11 +183,8 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     bar->startPauseAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStatePaused);
     EXPECT_EQ(bar->startPauseAction()->toolTip(), "Start Sampling (F5)");
-    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_TRUE(g()->isHeld());
     EXPECT_FALSE(graph->scrollBar()->isHidden());
-    ASSERT_TRUE(settle());
-    EXPECT_TRUE(ctl->displayPaused());
-    EXPECT_TRUE(ctl->samplingRunning()) << "data keep coming in the background";
 
     // Resume, then stop.
     bar->startPauseAction()->trigger();
@@ -208,9 +194,7 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().recordCount() > 20; }, 5000));
     bar->stopAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateStopped);
-    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
-    EXPECT_FALSE(bar->stopAction()->isEnabled());
-    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_TRUE(g()->isHeld());
     ASSERT_TRUE(settle());
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
@@ -229,7 +213,7 @@ TEST_F(ToolBarTest, SamplingEndingOnItsOwnHoldsTheView)
     ASSERT_TRUE(QTest::qWaitFor([&] { return !ctl->samplingRunning(); }, 5000));
     bar->updateDisplayState();
     EXPECT_FALSE(bar->samplingRunning());
-    EXPECT_TRUE(graph->graph()->isHeld());
+    EXPECT_TRUE(g()->isHeld());
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
 }
 
@@ -244,7 +228,6 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
     EXPECT_EQ(bar->targetAction()->toolTip(), "Stop Target");  // running
     for (const bool halted : {true, false}) {
         bar->targetAction()->trigger();
-        EXPECT_EQ(ctl->targetHalted(), halted);
         EXPECT_EQ(sampler->halted, halted);
         EXPECT_EQ(bar->targetAction()->toolTip(), halted ? "Start Target" : "Stop Target");
     }
@@ -253,9 +236,7 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
     EXPECT_FALSE(ctl->targetHalted());
 }
 
-// The project keeps the graph's time per division: an opened project selects
-// the entry nearest to its value, zooming writes the current one (for the
-// next save) without marking the project modified.
+// An opened project's time per division selects the entry nearest to it.
 TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
 {
     // Saved, shown and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
@@ -272,24 +253,17 @@ TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
         ctl->project().setModified(false);
         bar->updateDisplayState();
         EXPECT_EQ(bar->zoomBox()->currentText(), shown);
-        EXPECT_DOUBLE_EQ(graph->graph()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
+        EXPECT_DOUBLE_EQ(g()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
         EXPECT_EQ(ctl->project().settings().TimeResolutionUs, kept);
         EXPECT_FALSE(ctl->project().isModified());
     }
-    bar->zoomBox()->setCurrentIndex(9);
-    EXPECT_EQ(ctl->project().settings().TimeResolutionUs, 1000u);
-    bar->zoomOutAction()->trigger();
-    EXPECT_EQ(ctl->project().settings().TimeResolutionUs, 2000u);
-    EXPECT_FALSE(ctl->project().isModified()) << "zooming alone changes no setting the user saves on purpose";
-    bar->updateDisplayState();
-    EXPECT_EQ(bar->zoomBox()->currentText(), "2 ms/Div");
 }
 
 // The QTX demo lists its channel's symbols and names no ELF file, whose parse
 // would drop them: opened, it is ready to start, with the file's colours.
 TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
 {
-    const std::filesystem::path demo = std::filesystem::path(PLOTVIK_BIN_DIR) / "examples" / "demo" / "demo_qtx.plotvik";
+    const std::filesystem::path demo = kDemo.parent_path() / "demo_qtx.plotvik";
     if (!std::filesystem::exists(demo))
         GTEST_SKIP() << "demo projects not built";
     std::atomic<int> result{1};
@@ -302,5 +276,233 @@ TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
     EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{60, 180, 75, 255}));
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
-    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
 }
+
+namespace {
+
+struct TriggerWidgetTest : guitest::ControllerTest {
+    std::unique_ptr<TriggerWidget> widget = std::make_unique<TriggerWidget>(*ctl);
+
+    // An open project with three symbols; the controls take them.
+    void openWithSymbols()
+    {
+        ctl->symbols().setSelected({guitest::newSymbol(*ctl, "g_motor.speed"), guitest::newSymbol(*ctl, "g_square"),
+                                    guitest::newSymbol(*ctl, "counter")});
+        openProject();
+        widget->rebuild();
+        widget->updateEnabling();
+    }
+    Node* selected(std::size_t i) { return ctl->symbols().selected()[i]; }
+    ProjectSettings settings() { return ctl->project().settings(); }
+    bool controlsEnabled()
+    {
+        const bool on = widget->risingAction()->isEnabled();
+        EXPECT_EQ(widget->fallingAction()->isEnabled(), on);
+        EXPECT_EQ(widget->bothAction()->isEnabled(), on);
+        EXPECT_EQ(widget->symbolBox()->isEnabled(), on);
+        EXPECT_EQ(widget->thresholdEdit()->isEnabled(), on);
+        return on;
+    }
+};
+
+}  // namespace
+
+TEST_F(TriggerWidgetTest, ControlsInOrderAndDisabledAtFirst)
+{
+    const std::vector<QString> expected = {"Trigger control: ", "Trigger Rising Edge", "Trigger Falling Edge",
+                                           "Trigger Both Edges", "Symbol: ", "symbols", "Threshold: ", "threshold"};
+    EXPECT_EQ(items(*widget, {{widget->symbolBox(), "symbols"}, {widget->thresholdEdit(), "threshold"}}), expected);
+    EXPECT_NE(qobject_cast<const QDoubleValidator*>(widget->thresholdEdit()->validator()), nullptr);
+    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
+        EXPECT_FALSE(a->icon().isNull());
+    widget->updateEnabling();  // no project: the controls stay off
+    EXPECT_FALSE(controlsEnabled());
+    openWithSymbols();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_EQ(widget->symbolBox()->count(), 3);
+    EXPECT_EQ(widget->symbolBox()->itemText(0), "g_motor.speed");  // by name with parents
+}
+
+TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
+{
+    openWithSymbols();
+    widget->symbolBox()->setCurrentIndex(1);  // trigger off: the box alone changes nothing
+    EXPECT_EQ(settings().TriggerSymbol, nullptr);
+    EXPECT_FALSE(ctl->project().isModified());
+
+    // On, rise, fall; the rising, falling and both actions ticked.
+    using State = std::array<bool, 6>;
+    const std::pair<QAction*, State> steps[] = {
+        {widget->risingAction(), {true, true, false, true, false, false}},
+        {widget->fallingAction(), {true, false, true, false, true, false}},
+        {widget->bothAction(), {true, true, true, false, false, true}},
+        {widget->bothAction(), {false, true, true, false, false, false}},  // unchecked: off, edges kept
+        {widget->risingAction(), {true, true, false, true, false, false}},
+    };
+    for (const auto& [action, state] : steps) {
+        ctl->project().setModified(false);
+        action->trigger();
+        const ProjectSettings now = settings();
+        SCOPED_TRACE(action->text().toStdString());
+        EXPECT_EQ((State{now.TriggerOn, now.TriggerRise, now.TriggerFall, widget->risingAction()->isChecked(),
+                         widget->fallingAction()->isChecked(), widget->bothAction()->isChecked()}),
+                  state);
+        EXPECT_EQ(now.TriggerSymbol, selected(1)) << "armed on the symbol the box shows";
+        EXPECT_TRUE(ctl->project().isModified());
+    }
+    EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
+}
+
+TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
+{
+    openWithSymbols();
+    widget->risingAction()->trigger();
+    widget->symbolBox()->setCurrentIndex(2);
+    EXPECT_EQ(settings().TriggerSymbol, selected(2));
+    QLineEdit* edit = widget->thresholdEdit();
+    edit->clear();
+    QTest::keyClicks(edit, "-2.5");
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, -2.5);
+    edit->clear();
+    QTest::keyClicks(edit, "x7y");
+    EXPECT_EQ(edit->text(), "7") << "only numbers get in";
+    EXPECT_DOUBLE_EQ(settings().TriggerLevel, 7.0);
+
+    // A fired trigger waits again once the user changes it.
+    ProjectSettings fired = settings();
+    fired.TriggerFired = true;
+    ctl->project().apply(fired);
+    widget->symbolBox()->setCurrentIndex(1);
+    EXPECT_EQ(settings().TriggerSymbol, selected(1));
+    EXPECT_FALSE(settings().TriggerFired);
+}
+
+TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
+{
+    openWithSymbols();
+    // A trigger read from a project file: the controls show it.
+    ProjectSettings s = settings();
+    s.TriggerSymbol = selected(2);
+    s.TriggerOn = s.TriggerRise = s.TriggerFall = true;
+    s.TriggerLevel = 12.5;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_EQ(widget->symbolBox()->currentIndex(), 2);
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    EXPECT_FALSE(widget->risingAction()->isChecked());
+    EXPECT_EQ(widget->thresholdEdit()->text(), "12.5");
+    EXPECT_FALSE(ctl->project().isModified());  // showing it changes nothing
+
+    // A new selection refills the box.
+    std::vector<Node*> fewer = {selected(2)};
+    ctl->symbols().setSelected(fewer);
+    widget->rebuild();
+    ASSERT_EQ(widget->symbolBox()->count(), 1);
+    EXPECT_EQ(widget->symbolBox()->currentText(), "counter");
+
+    // While sampling runs the controls are off and nothing is rebuilt.
+    ctl->postStartReading();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    ASSERT_TRUE(ctl->samplingRunning());
+    widget->updateEnabling();
+    EXPECT_FALSE(controlsEnabled());
+    s = settings();
+    s.TriggerOn = false;
+    ctl->project().apply(s);
+    widget->rebuild();
+    EXPECT_TRUE(widget->bothAction()->isChecked());
+    ctl->postReadStop();
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    widget->rebuild();
+    widget->updateEnabling();
+    EXPECT_TRUE(controlsEnabled());
+    EXPECT_FALSE(widget->bothAction()->isChecked());
+}
+
+using TriggerInMainWindow = guitest::WindowTest;
+
+TEST_F(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
+{
+    TriggerWidget* trigger = window->triggerWidget();
+    ASSERT_NE(trigger, nullptr);
+    EXPECT_TRUE(trigger->isVisible());
+    EXPECT_EQ(window->toolBarArea(trigger), Qt::TopToolBarArea);
+    EXPECT_EQ(window->toolBarArea(window->toolBar()), Qt::TopToolBarArea);
+
+    Node* n = guitest::newSymbol(*ctl, "g_square", kTypeS32);
+    ctl->symbols().setSelected({n});
+    ctl->project().setPath("/projects/window.plotvik");
+    ctl->project().setOpen(true);
+    window->updateGui();
+    ctl->updateTitle();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
+    EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
+    trigger->risingAction()->trigger();
+    EXPECT_EQ(ctl->project().settings().TriggerSymbol, n);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().endsWith(" *]"); })) << "marked modified";
+}
+
+namespace {
+
+// The demo project in the real main window.
+
+struct DemoWindow : guitest::WindowTest {
+    std::unique_ptr<Sampler> makeSampler() override { return std::make_unique<ProbeSampler>(); }
+    void SetUp() override
+    {
+        if (!std::filesystem::exists(kDemo) || !std::filesystem::exists(kBin / "libTarvo_x64.so"))
+            GTEST_SKIP() << "demo project or probe library not built";
+        WindowTest::SetUp();
+    }
+    // The keys go to the active window (the progress dialog had the focus last).
+    void press(Qt::Key key)
+    {
+        QApplication::setActiveWindow(window.get());
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+        QTest::keyClick(window.get(), key);
+    }
+};
+
+TEST_F(DemoWindow, OpensSamplesAndStopsFromTheKeys)
+{
+    ctl->postOpenProjFile(kDemo.string(), nullptr, {});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->toolBar()->displayState() == ToolBar::kStateReady; }, 20000))
+        << "state " << window->toolBar()->displayState() << ", " << ctl->symbols().selected().size() << " symbols";
+    // The ELF file is parsed after the project opened; the window repaints again after it.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->updatesEnabled() && !ctl->elfParsing(); }, 30000));
+    EXPECT_FALSE(window->progressDialog()->isVisible());
+    EXPECT_TRUE(window->centralWidget()->isHidden());  // the views take the whole window
+
+    press(Qt::Key_F5);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning(); }, 10000));
+    GraphWidget* graph = window->graph()->graph();
+    EXPECT_TRUE(window->graph()->scrollBar()->isHidden());
+    // More than one screen, without waiting ten seconds: 200 ms per division and 2.5 s.
+    window->toolBar()->zoomBox()->setCurrentIndex(16);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().currentTimeStamp() > 2500000; }, 20000));
+    EXPECT_TRUE(window->toolBar()->autoscrollBox()->isChecked());
+    // Each read of the running target asks for a repaint.
+    QSignalSpy requests(graph, &GraphWidget::UpdateRequest);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return requests.count() >= 10; }, 20000));
+    // Autoscroll follows the newest sample (within the few frames a loaded machine lags).
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            return graph->startTime() > 0.0 &&
+                   std::abs(graph->startTime() + graph->visibleSpan() - ctl->store().currentTimeStamp()) < 600000;
+        },
+        10000))
+        << "start " << graph->startTime() << " span " << graph->visibleSpan() << " newest "
+        << ctl->store().currentTimeStamp() << " held " << graph->isHeld() << " autoscroll " << graph->autoscroll();
+    // The cursor reads the live samples of every symbol.
+    const QStringList readout = graph->readoutText().split('\n');
+    EXPECT_EQ(readout.size(), static_cast<int>(ctl->symbols().selected().size()));
+    EXPECT_TRUE(readout.first().startsWith("g_tick_ms: ")) << readout.first().toStdString();
+
+    press(Qt::Key_F9);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !ctl->samplingRunning(); }, 10000));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->toolBar()->displayState() == ToolBar::kStateReady; }));
+    EXPECT_TRUE(graph->isHeld());
+    EXPECT_FALSE(window->graph()->scrollBar()->isHidden());
+}
+
+}  // namespace
