@@ -323,6 +323,7 @@ private:
     // signature, resolved at the end) or, with `ok` false, when it is unreadable.
     std::uint64_t readRef(Dwarf_Attribute attr, std::uint32_t dieIndex, int which, bool& ok);
     void readLines(Dwarf_Die cuDie, Unit& unit);
+    bool directoriesInRange(Dwarf_Line_Context context, Dwarf_Unsigned version);
     void drop(Dwarf_Error& err)
     {
         if (err) {
@@ -753,12 +754,49 @@ bool Loader::walkChildren(Dwarf_Die parent, std::uint32_t parentIndex, Scopes& s
     return ok;
 }
 
+// Debian's libdwarf (20210528) builds the full names of dwarf_srcfiles
+// without checking each file's directory index against the directory table:
+// a damaged index reads past the table. So the raw entries are checked first.
+bool Loader::directoriesInRange(Dwarf_Line_Context context, Dwarf_Unsigned version)
+{
+    Dwarf_Error err = nullptr;
+    Dwarf_Signed directories = 0, first = 0, count = 0, end = 0;
+    if (dwarf_srclines_include_dir_count(context, &directories, &err) != DW_DLV_OK ||
+        dwarf_srclines_files_indexes(context, &first, &count, &end, &err) != DW_DLV_OK) {
+        drop(err);
+        return false;
+    }
+    // DWARF 5 lists the compilation folder as directory 0; before, 0 meant it
+    // and the table started at 1.
+    const Dwarf_Unsigned limit = static_cast<Dwarf_Unsigned>(directories) + (version >= 5 ? 0 : 1);
+    for (Dwarf_Signed i = first; i < end; ++i) {
+        const char* name = nullptr;
+        Dwarf_Unsigned directory = 0, modified = 0, length = 0;
+        Dwarf_Form_Data16* md5 = nullptr;
+        if (dwarf_srclines_files_data_b(context, i, &name, &directory, &modified, &length, &md5, &err) != DW_DLV_OK) {
+            drop(err);
+            return false;
+        }
+        if (directory >= limit)
+            return false;
+    }
+    return true;
+}
+
 void Loader::readLines(Dwarf_Die cuDie, Unit& unit)
 {
     Dwarf_Error err = nullptr;
+    Dwarf_Unsigned version = 0;
+    Dwarf_Small tables = 0;
+    Dwarf_Line_Context context = nullptr;
+    const int linesResult = dwarf_srclines_b(cuDie, &version, &tables, &context, &err);
+    Dwarf_Error linesError = err;
+    err = nullptr;
     char** files = nullptr;
     Dwarf_Signed count = 0;
-    int r = dwarf_srcfiles(cuDie, &files, &count, &err);
+    int r = linesResult == DW_DLV_NO_ENTRY                                        ? DW_DLV_NO_ENTRY
+            : linesResult == DW_DLV_OK && directoriesInRange(context, version) ? dwarf_srcfiles(cuDie, &files, &count, &err)
+                                                                                : DW_DLV_ERROR;
     if (r == DW_DLV_OK) {
         unit.files.reserve(static_cast<std::size_t>(count));
         for (Dwarf_Signed i = 0; i < count; ++i) {
@@ -770,11 +808,7 @@ void Loader::readLines(Dwarf_Die cuDie, Unit& unit)
         drop(err);
         reportError(kErrSourceFiles, text::format(64, "0x%llX", static_cast<unsigned long long>(unit.offset)));
     }
-    Dwarf_Unsigned version = 0;
-    Dwarf_Small tables = 0;
-    Dwarf_Line_Context context = nullptr;
-    r = dwarf_srclines_b(cuDie, &version, &tables, &context, &err);
-    if (r == DW_DLV_OK) {
+    if (linesResult == DW_DLV_OK) {
         unit.lineVersion = static_cast<int>(version);
         Dwarf_Line* lines = nullptr;
         Dwarf_Signed lineCount = 0;
@@ -782,8 +816,8 @@ void Loader::readLines(Dwarf_Die cuDie, Unit& unit)
             m_info.srcLines += static_cast<std::uint64_t>(lineCount);
         drop(err);
         dwarf_srclines_dealloc_b(context);
-    } else if (r == DW_DLV_ERROR) {
-        drop(err);
+    } else if (linesResult == DW_DLV_ERROR) {
+        drop(linesError);
         reportError(kErrSourceLines);
     }
 }

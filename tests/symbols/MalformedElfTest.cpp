@@ -111,6 +111,24 @@ TEST(MalformedElf, DamagedFilesLoadOrFailButNeverCrash)
     }
 }
 
+// A line table file entry whose directory lies past the directory table made
+// libdwarf read past that table: the unit's source files are refused, the
+// variables still load.
+TEST(MalformedElf, AFileEntryPastTheDirectoryTableIsRefused)
+{
+    std::vector<unsigned char> bytes = testelf::readBytes(testelf::corpus("shapes_c_newlib.elf"));
+    std::size_t offset = 0, size = 0;
+    ASSERT_TRUE(testelf::findSection(bytes, ".debug_line", offset, size));
+    // The first table is newlib's crt0 (DWARF 5, two directories); 0x39 is the
+    // directory index of its first file.
+    ASSERT_EQ(bytes[offset + 0x39], 1);
+    bytes[offset + 0x39] = 2;
+    testelf::Parsed p(testelf::writeTemp("directory.elf", bytes));
+    EXPECT_EQ(p.result, 0);
+    EXPECT_TRUE(p.errors.has(elf::kErrSourceFiles));
+    EXPECT_NE(p.find("plain_int"), nullptr);
+}
+
 // Range and location list headers that Debian's libdwarf cannot read make it
 // free memory twice, so the loader refuses such files before libdwarf sees
 // them: each damaged header below is reported, never a crash.
