@@ -97,10 +97,16 @@ inline std::vector<uint8_t> readBsq(uint32_t recordSize, size_t want, int timeou
 {
     std::vector<uint8_t> all;
     std::vector<uint8_t> buf(chunk != 0 ? chunk : recordSize * 4096);
+    // Pauses only when the FIFO is empty: small reads must not wait between them.
     waitFor([&] {
-        const int n = TARVO_BSQ_Read(buf.data(), static_cast<uint32_t>(buf.size()));
-        all.insert(all.end(), buf.begin(), buf.begin() + std::max(n, 0));
-        return n < 0 || all.size() >= want * recordSize;
+        for (;;) {
+            const int n = TARVO_BSQ_Read(buf.data(), static_cast<uint32_t>(buf.size()));
+            all.insert(all.end(), buf.begin(), buf.begin() + std::max(n, 0));
+            if (n < 0 || all.size() >= want * recordSize)
+                return true;
+            if (n == 0)
+                return false;
+        }
     }, timeoutMs);
     return all;
 }
