@@ -790,13 +790,13 @@ void Loader::readLines(Dwarf_Die cuDie, Unit& unit)
     Dwarf_Small tables = 0;
     Dwarf_Line_Context context = nullptr;
     const int linesResult = dwarf_srclines_b(cuDie, &version, &tables, &context, &err);
-    Dwarf_Error linesError = err;
-    err = nullptr;
+    drop(err);
+    // The file names come from the same table: asked for only once it is sound.
     char** files = nullptr;
     Dwarf_Signed count = 0;
-    int r = linesResult == DW_DLV_NO_ENTRY                                        ? DW_DLV_NO_ENTRY
-            : linesResult == DW_DLV_OK && directoriesInRange(context, version) ? dwarf_srcfiles(cuDie, &files, &count, &err)
-                                                                                : DW_DLV_ERROR;
+    int r = linesResult;
+    if (linesResult == DW_DLV_OK)
+        r = directoriesInRange(context, version) ? dwarf_srcfiles(cuDie, &files, &count, &err) : DW_DLV_ERROR;
     if (r == DW_DLV_OK) {
         unit.files.reserve(static_cast<std::size_t>(count));
         for (Dwarf_Signed i = 0; i < count; ++i) {
@@ -817,7 +817,6 @@ void Loader::readLines(Dwarf_Die cuDie, Unit& unit)
         drop(err);
         dwarf_srclines_dealloc_b(context);
     } else if (linesResult == DW_DLV_ERROR) {
-        drop(linesError);
         reportError(kErrSourceLines);
     }
 }
