@@ -131,18 +131,3 @@ TEST_F(QemuDemo, BsqFollowsTheFirmwareAndHaltGoResetAndAKilledServerStopIt)
     ASSERT_TRUE(waitFor([&] { return pull(), m_readFailed; }, kPatienceMs));
     EXPECT_EQ(TARVOARM_IsConnected(), 0);
 }
-
-TEST_F(QemuDemo, QtxRecordsArriveFramed)
-{
-    ASSERT_EQ(TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_START, nullptr), 0);
-    TARVO_Go();
-    EXPECT_STREQ(firstUpChannel(kPatienceMs).acName, "Plotvik_t4f4f4i2u1");
-    std::vector<uint8_t> bytes;
-    ASSERT_TRUE(waitFor([&] {
-        char buf[4096];
-        const int n = TARVO_QTXTERMINAL_Read(0, buf, sizeof buf);
-        bytes.insert(bytes.end(), buf, buf + std::max(n, 0));
-        return n < 0 || bytes.size() >= 200 * 15;
-    }, kPatienceMs));
-    checkQtxRecords(bytes, false);
-}
