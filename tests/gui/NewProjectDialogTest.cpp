@@ -231,13 +231,6 @@ TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
              d.radioQtx()->setChecked(true);
          },
          {"--usb", "123456", "--device", "PVK-SIM-M4", "--interface", "JTAG", "--qtx"}},
-        {"existing-session",
-         [&](NewProjectDialog& d) {
-             d.radioExistingSession()->setChecked(true);
-             d.periodEdit()->setText("1000");
-             d.elfEdit()->setText(elf);
-         },
-         {"--existing-session", "--bsq", "1000", "--elf", elf}},
     };
     for (const Case& c : cases) {
         const fs::path fromDialog = dir / (std::string(c.name) + "-dialog.plotvik");
