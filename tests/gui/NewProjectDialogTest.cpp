@@ -159,30 +159,6 @@ TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
     EXPECT_TRUE(d.radioQtx()->isEnabled());
 }
 
-TEST_F(DialogTest, OptionsKeepTheRestOfTheSettings)
-{
-    // Settings as a project file gives them: a connection kind is always set.
-    ProjectSettings usb;
-    usb.Connection = kConnectionUsb;
-    usb.SerialNo = 123456;
-    usb.ElfFile = "/fw/a.elf";
-    usb.TargetInterface = kInterfaceJtag;
-    usb.InterfaceSpeed = 3500;
-    usb.SamplingPeriod = 250;
-    usb.DataFile = "/d/x.csv";
-    usb.TriggerLevel = 12.5;
-    usb.TriggerOn = usb.TriggerRise = true;
-    ProjectSettings ip = usb;
-    ip.Connection = kConnectionTcpIp;
-    ip.IP = "10.0.0.7";
-    ip.IsQTXSession = true;
-    ip.TargetInterface = kInterfaceFine;
-    for (const ProjectSettings& s : {usb, ip}) {
-        NewProjectDialog d(*ctl, nullptr, s);
-        EXPECT_EQ(d.payload(), s) << s.Connection;  // nothing edited: nothing changes
-    }
-}
-
 // `plotvik-cli new` is the dialog's headless twin: with the same choices it
 // writes the file that "OK" followed by Save As writes, byte for byte.
 TEST_F(DialogTest, CliNewWritesWhatTheDialogAndSaveAsWrite)
