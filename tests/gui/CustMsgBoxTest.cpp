@@ -44,10 +44,7 @@ TEST(CustMsgBox, CountDownTitlesThenDefaultResult)
     }
     const std::vector<QString> expected = {caption + " (closing in 3 seconds)", caption + " (closing in 2 seconds)",
                                            caption + " (closing in 1 seconds)", caption + " (closing now)"};
-    EXPECT_EQ(titles, expected);
-    EXPECT_EQ(ticks, 300);
-    EXPECT_FALSE(box.dismissed());
-    EXPECT_EQ(box.answer().result, 1);
+    EXPECT_EQ(std::tuple(titles, ticks, box.dismissed(), box.answer().result), std::tuple(expected, 300, false, 1));
 }
 
 TEST(CustMsgBox, WithoutButtonsAndTimeOutOnlyDismissalCloses)
@@ -61,15 +58,12 @@ TEST(CustMsgBox, WithoutButtonsAndTimeOutOnlyDismissalCloses)
     QTest::keyClick(&box, Qt::Key_Return);  // no default button to press
     EXPECT_TRUE(box.isVisible());
     QTest::keyClick(&box, Qt::Key_Escape);
-    EXPECT_FALSE(box.isVisible());
-    EXPECT_TRUE(box.dismissed());
-    EXPECT_EQ(box.answer().result, -7);
+    EXPECT_EQ(std::tuple(box.isVisible(), box.dismissed(), box.answer().result), std::tuple(false, true, -7));
     // So does the window's close button.
     DIALOG_CustMsgBox ok(request("O.K.", "", 0, 0));
     ok.open();
     ok.close();
-    EXPECT_TRUE(ok.dismissed());
-    EXPECT_EQ(ok.answer().result, -7);
+    EXPECT_EQ(std::tuple(ok.dismissed(), ok.answer().result), std::tuple(true, -7));
 }
 
 TEST(CustMsgBox, ButtonsGiveTheirIndexEvenBeforeTimeOut)
@@ -80,9 +74,7 @@ TEST(CustMsgBox, ButtonsGiveTheirIndexEvenBeforeTimeOut)
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
         tick(box);
         QTest::mouseClick(box.button(index), Qt::LeftButton);
-        EXPECT_FALSE(box.isVisible());
-        EXPECT_FALSE(box.dismissed());
-        EXPECT_EQ(box.answer().result, index);
+        EXPECT_EQ(std::tuple(box.isVisible(), box.dismissed(), box.answer().result), std::tuple(false, false, index));
         // The count-down stopped with the box.
         const int left = box.remainingMs();
         QTest::qWait(40);
