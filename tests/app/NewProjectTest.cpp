@@ -1,10 +1,10 @@
-// The new project dialog's rules without its widgets: the sample-rate label,
-// what "OK" refuses and the payload it fills.
+// The new project dialog's rules without its widgets: the sample-rate label
+// and the payload "OK" fills; what it refuses: CliCommands.NewRefusesWhatTheDialogRefuses.
 #include "app/NewProject.h"
 
 #include <gtest/gtest.h>
 
-// The cases name only the choices they set.
+// The choices name only the fields they set.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 TEST(NewProject, SampleRateLabelAndStoredPeriod)
@@ -19,22 +19,6 @@ TEST(NewProject, SampleRateLabelAndStoredPeriod)
     for (const auto& [text, label, period] : cases)
         EXPECT_EQ(std::tuple(newproject::sampleRateLabel(text), newproject::period(text)), std::tuple(label, period))
             << text;
-}
-
-TEST(NewProject, OkRefusesWhatCannotSample)
-{
-    using C = NewProjectChoices;
-    const std::pair<C, const char*> cases[] = {
-        {C{.device = "", .qtx = true, .elf = "fw.elf"}, newproject::kQtxNeedsDevice},
-        {C{.device = "PVK-SIM-M4", .qtx = true}, ""},  // QTX needs no ELF file
-        {C{.device = "PVK-SIM-M4"}, newproject::kBsqNeedsElf},
-        {C{.elf = "fw.elf"}, ""},  // BSQ needs no device
-        {C{.existingSession = true, .device = "PVK-SIM-M4", .qtx = true, .elf = "fw.elf"},
-         newproject::kExistingSessionIsBsq},
-        {C{.existingSession = true, .elf = "fw.elf"}, ""},
-    };
-    for (const auto& [c, refusal] : cases)
-        EXPECT_EQ(newproject::refusal(c), refusal) << c.qtx << c.existingSession << c.device << c.elf;
 }
 
 TEST(NewProject, PayloadKeepsWhatTheDialogDoesNotShow)
