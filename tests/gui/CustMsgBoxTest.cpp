@@ -114,13 +114,4 @@ TEST(CustMsgBox, CtrlCCopiesTheBoxAsText)
     box.reject();
 }
 
-TEST(CustMsgBox, LongTextIsCutToTheWorkBufferAndCopyToItsLimit)
-{
-    MessageBoxRequest r = request("OK", "", 0);
-    r.text = std::string(40000, 'x');
-    DIALOG_CustMsgBox box(r);
-    EXPECT_EQ(box.textLabel()->text().size(), 32767);
-    EXPECT_EQ(box.copyText().size(), 2048);
-}
-
 }  // namespace

@@ -1,5 +1,5 @@
-// Creating a project: the speed box, the device table, the new project and
-// welcome dialogs, and the path from the welcome dialog to live records.
+// Creating a project: the device table, the new project and welcome dialogs,
+// and the path from the welcome dialog to live records.
 #include "app/Settings.h"
 #include "gui/CDeviceDataModel.h"
 #include "gui/CDeviceSelectionDialog.h"
@@ -69,28 +69,6 @@ std::string contents(const fs::path& p)
 }
 
 }  // namespace
-
-TEST(SpeedBox, ListedCustomEmptyAndTooLong)
-{
-    TIFSpeedComboBox box;
-    struct Case {
-        const char* typed;
-        int hz, count;
-    };
-    const Case cases[] = {{"4000", 4000000, 33}, {"3500", 3500000, 34}, {"", 1000, 34}, {"3500", 3500000, 34}};
-    for (const Case& c : cases) {
-        box.lineEdit()->setFocus();
-        typeSpeed(&box, c.typed);
-        EXPECT_EQ(box.speedHz(), c.hz) << c.typed;
-        EXPECT_EQ(box.count(), c.count) << c.typed;
-    }
-    EXPECT_EQ(box.itemText(0), "3500");
-    box.lineEdit()->clear();
-    QTest::keyClicks(box.lineEdit(), "1234567");
-    EXPECT_EQ(box.lineEdit()->text(), "12345");  // five digits, as many as 50000 has
-    box.setSpeedKHz(1334);
-    EXPECT_EQ(box.speedHz(), 1334000);
-}
 
 TEST(DeviceSelection, UnspecifiedFirstInBothOrdersAndFilters)
 {
@@ -319,14 +297,11 @@ TEST(CreateProject, WelcomeToRecordsOnTheSimulatedTarget)
     });
     auto window = std::make_unique<MainWindow>(*ctl, std::vector<std::string>{"plotvik"});
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->symbols().selected().size() == 2; }, 60000));
-    EXPECT_TRUE(welcomed && chose);
-    EXPECT_EQ(ticked, 2);
-    EXPECT_EQ(window->startArgs().startMode, WelcomeDialog::kCreated);
+    EXPECT_EQ(std::tuple(welcomed, chose, ticked, window->startArgs().startMode),
+              std::tuple(true, true, 2, WelcomeDialog::kCreated));
     const ProjectSettings s = ctl->project().settings();
-    EXPECT_EQ(s.TargetDevice, "PVK-SIM-M4");
-    EXPECT_EQ(s.ElfFile, elf.string());
-    EXPECT_EQ(s.SamplingPeriod, 1000u);
-    EXPECT_TRUE(ctl->project().isModified());
+    EXPECT_EQ(std::tuple(s.TargetDevice, s.ElfFile, s.SamplingPeriod, ctl->project().isModified()),
+              std::tuple("PVK-SIM-M4", elf.string(), 1000u, true));
 
     ctl->postStartReading();
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().recordCount() >= 20; }, 30000))

@@ -407,7 +407,6 @@ TEST(SymbolTreeModel, LongArraysSortAsTextAndOpenWithoutMakingTheirElements)
         model.sort(SymbolTreeModel::kColAddress, order);
         const std::vector<std::string> byAddress = namesBelow(model, model.indexOf(t.big));
         ASSERT_EQ(byAddress.size(), 5000u);
-        EXPECT_EQ(byAddress.front(), order == Qt::AscendingOrder ? "big[0]" : "big[4999]");
         EXPECT_EQ(byAddress[1], order == Qt::AscendingOrder ? "big[1]" : "big[4998]");
         model.setExpanded(model.indexOf(t.big), false);
     }
