@@ -145,16 +145,6 @@ TEST_F(Fixture, SeveralPostersIntoAFullRingLoseNothingAndKeepTheirOrder)
     }
 }
 
-TEST_F(Fixture, TypeAtOrBeyondTheTableRunsOnlyItsCompletion)
-{
-    engine.post(job(1, 3));
-    engine.post(job(2, 99));
-    engine.post(job(3, 1));
-    waitForCompletions(3, "three jobs");
-    std::lock_guard l(mutex);
-    EXPECT_EQ(std::tie(ran, completed), std::tuple(std::vector<int>{3}, std::vector<int>{1, 2, 3}));
-}
-
 // The completion posts while its own job still holds a slot of a full ring:
 // only the worker could free one, so it must not wait for it.
 TEST_F(Fixture, JobsPostedFromACompletionIntoAFullRingRunAfterThoseAlreadyQueued)

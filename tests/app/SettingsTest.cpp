@@ -216,21 +216,6 @@ TEST_F(SettingsTest, ConcurrentSettersKeepEveryKey)
     EXPECT_TRUE(bridge.shown().empty());
 }
 
-// Only "1" turns the encoding rule on; a missing section or key keeps the
-// type-text rule.
-TEST_F(SettingsTest, FloatByEncodingIsOnOnlyForOne)
-{
-    const std::pair<const char*, bool> cases[] = {
-        {"[SYMBOLS]\r\nFloatByEncoding=\"1\"\r\n", true}, {"[SYMBOLS]\r\nFloatByEncoding=\"0\"\r\n", false},
-        {"[SYMBOLS]\r\nFloatByEncoding=\"2\"\r\n", false}, {"[LOG]\r\nFloatByEncoding=\"1\"\r\n", false},
-        {"", false},
-    };
-    for (const auto& [text, on] : cases) {
-        loadText(text);
-        EXPECT_EQ(settings.floatByEncoding(), on) << text;
-    }
-}
-
 // --- native settings store ---------------------------------------------------
 
 class NativeSettingsTest : public ::testing::Test {
