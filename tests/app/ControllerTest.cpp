@@ -116,7 +116,6 @@ TEST_F(ControllerFixture, StopThenStartClearsTheBuffers)
         std::tuple(ctl->displayPaused(), ctl->stoppedSinceLastStart(), ctl->probeConnected(), sampler->stops.load()),
         std::tuple(true, true, false, 1));
     const std::uint32_t stopped = ctl->store().recordCount();
-    EXPECT_GE(stopped, 12u);
 
     ctl->postStartReading();
     ASSERT_TRUE(waitUntil([&] { return ctl->samplingRunning(); }));

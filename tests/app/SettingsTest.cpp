@@ -218,22 +218,13 @@ TEST_F(SettingsTest, ConcurrentSettersKeepEveryKey)
 
 // --- native settings store ---------------------------------------------------
 
-class NativeSettingsTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        ASSERT_TRUE(dir.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
-    }
-    static std::string key() { return "Software\\Norvex\\Plotvik\\"; }
-    QTemporaryDir dir;
-};
-
-TEST_F(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
+TEST(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
 {
+    QTemporaryDir dir;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
+    const std::string key = "Software\\Norvex\\Plotvik\\";
     RecentLists lists;
-    EXPECT_EQ(lists.load(1, key(), 3), -2);  // nothing stored yet
+    EXPECT_EQ(lists.load(1, key, 3), -2);  // nothing stored yet
     const auto entries = [](const RecentLists& l) {
         std::vector<std::string> out;
         for (int i = 0; i <= l.count(1); ++i)
@@ -255,9 +246,9 @@ TEST_F(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
     EXPECT_EQ(stored.value("DontShowAgainStartPlotvik").toInt(), 2);
 
     RecentLists reloaded;
-    EXPECT_EQ(reloaded.load(1, key(), 3), 0);
+    EXPECT_EQ(reloaded.load(1, key, 3), 0);
     EXPECT_EQ(entries(reloaded), entries(lists));
-    EXPECT_EQ(reloaded.load(1, key(), 100), -2);  // stops at the first missing value
+    EXPECT_EQ(reloaded.load(1, key, 100), -2);  // stops at the first missing value
     EXPECT_EQ(reloaded.count(1), 3);
     // No list holds more than 16 entries.
     for (int i = 0; i < 17; ++i)

@@ -4,7 +4,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
-#include <QLabel>
 #include <QPushButton>
 #include <QTest>
 
@@ -54,8 +53,7 @@ TEST(CustMsgBox, WithoutButtonsAndTimeOutOnlyDismissalCloses)
     box.open();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
     QTest::qWait(60);  // no timer may close it
-    EXPECT_TRUE(box.isVisible());
-    QTest::keyClick(&box, Qt::Key_Return);  // no default button to press
+    QTest::keyClick(&box, Qt::Key_Return);  // nor a default button
     EXPECT_TRUE(box.isVisible());
     QTest::keyClick(&box, Qt::Key_Escape);
     EXPECT_EQ(std::tuple(box.isVisible(), box.dismissed(), box.answer().result), std::tuple(false, true, -7));
@@ -86,7 +84,6 @@ TEST(CustMsgBox, ButtonsGiveTheirIndexEvenBeforeTimeOut)
 
 TEST(CustMsgBox, CheckBoxStateIsHandedBack)
 {
-    EXPECT_EQ(DIALOG_CustMsgBox(request("OK", "", 0)).checkBox(), nullptr);
     MessageBoxRequest r = request("OK", "", 0);
     r.checkText = "Don't show again";
     for (const int state : {0, 1}) {
@@ -111,7 +108,6 @@ TEST(CustMsgBox, CtrlCCopiesTheBoxAsText)
     const QString rule = "---------------------------\r\n";
     EXPECT_EQ(QApplication::clipboard()->text(), rule + "Plotvik V1.00a Warning\r\n" + rule + "Something to say\r\n" +
                                                      rule + "Yes   No   \r\n" + rule);
-    box.reject();
 }
 
 }  // namespace

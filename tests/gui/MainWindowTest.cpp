@@ -1,6 +1,5 @@
 // The main window as bridge: worker requests answered on the interface thread,
 // the progress dialog, menus, docks, the status bar, and the watch table in it.
-#include "app/Settings.h"
 #include "gui/DIALOG_CustMsgBox.h"
 #include "gui/MenuBar.h"
 #include "gui/ProgressDialog.h"
@@ -291,10 +290,9 @@ TEST(StatusBarTexts, BufferSampleAndFrameRate)
     };
     for (const auto& c : cases)
         EXPECT_EQ(StatusBar::bufferText(c.vars, c.stored, c.wrapped), c.text);
-    EXPECT_EQ(StatusBar::sampleRateText(999), "999 Samples/s");
-    EXPECT_EQ(StatusBar::sampleRateText(1000), "1 kSamples/s");
-    EXPECT_EQ(StatusBar::frameRateText(30, 12), "FPS: 12  ");
-    EXPECT_EQ(StatusBar::frameRateText(25, 60), "FPS: 25  ");
+    EXPECT_EQ(std::tuple(StatusBar::sampleRateText(999), StatusBar::sampleRateText(1000),
+                         StatusBar::frameRateText(30, 12), StatusBar::frameRateText(25, 60)),
+              std::tuple("999 Samples/s", "1 kSamples/s", "FPS: 12  ", "FPS: 25  "));
 }
 
 }  // namespace
