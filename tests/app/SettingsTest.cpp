@@ -60,7 +60,7 @@ TEST_F(SettingsTest, AccessorsFailBeforeLoadAndAMissingFileIsCreatedOnFirstSet)
 
     ASSERT_EQ(settings.loadPath(path), 0);
     EXPECT_EQ(settings.content(), "");
-    ASSERT_EQ(settings.setString("PATH", "ELFFiles", "/fw/"), 0);
+    ASSERT_EQ(settings.setElfFilesDir("/fw/app.elf"), 0);  // the folder setters keep the folder
     EXPECT_EQ(readFile(path), "[PATH]\r\nELFFiles=\"/fw/\"\r\n");
     EXPECT_TRUE(bridge.shown().empty());
 }
