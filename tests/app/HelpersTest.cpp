@@ -1,17 +1,13 @@
 #include "TestBridge.h"
-#include "app/InstallPaths.h"
 #include "base/FileErrors.h"
 #include "base/Report.h"
 #include "base/TaggedAlloc.h"
 #include "base/Text.h"
 
-#include <QCoreApplication>
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 TEST(Text, FoldingTouchesOnlyAsciiLetters)
 {
@@ -58,19 +54,4 @@ TEST(TaggedAlloc, CheckingModeReportsOverflowAndFailuresAreShown)
                                                         "Failed to allocate 0x00001234 bytes of memory!"}));
     EXPECT_EQ(bridge.boxes.back().caption, report::errorCaption());
     report::setBridge(nullptr);
-}
-
-// The build copies the guide and the examples beside the executables, so a
-// program run from the build tree finds them there, as an installed one
-// finds them in the installed data folder.
-TEST(InstallPaths, TheBuildTreeKeepsTheDataBesideTheExecutables)
-{
-    int argc = 1;
-    char name[] = "test_app";
-    char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
-    const std::string bin = std::filesystem::canonical(PLOTVIK_BIN_DIR).string();
-    EXPECT_EQ(std::tuple(installpaths::applicationFolder(), installpaths::dataFolder(), installpaths::guideFile()),
-              std::tuple(bin, bin, bin + "/guide/index.md"));
-    EXPECT_TRUE(std::filesystem::is_regular_file(installpaths::guideFile()));
 }

@@ -60,7 +60,7 @@ TEST_F(SettingsTest, AccessorsFailBeforeLoadAndAMissingFileIsCreatedOnFirstSet)
 
     ASSERT_EQ(settings.loadPath(path), 0);
     EXPECT_EQ(settings.content(), "");
-    ASSERT_EQ(settings.setString("PATH", "ELFFiles", "/fw/"), 0);
+    ASSERT_EQ(settings.setElfFilesDir("/fw/app.elf"), 0);  // the folder setters keep the folder
     EXPECT_EQ(readFile(path), "[PATH]\r\nELFFiles=\"/fw/\"\r\n");
     EXPECT_TRUE(bridge.shown().empty());
 }
@@ -76,15 +76,11 @@ TEST_F(SettingsTest, FileSizeIsLimited)
     Settings over;
     std::ofstream(path, std::ios::app) << '#';
     EXPECT_EQ(over.loadPath(path), -1);
-    EXPECT_FALSE(over.loaded());
-    ASSERT_EQ(bridge.boxes.size(), 1u);
-    const MessageBoxRequest& box = bridge.boxes[0];
-    EXPECT_EQ(std::tie(box.text, box.caption, box.button0, box.icon),
-              std::tuple("Could not open file [" + path +
-                             "]\nFile too large - maximum file size (30000 bytes) exceeded!",
-                         report::errorCaption(), "O.K.", kIconWarning));
+    EXPECT_EQ(bridge.texts(), std::vector<std::string>{"Could not open file [" + path + "]\nFile too large - "
+                                                       "maximum file size (30000 bytes) exceeded!"});
     // A failed load leaves the store unusable for the rest of the run.
-    EXPECT_EQ(std::tuple(over.setString("LOG", "LogLevel", "5"), over.logLevel()), std::tuple(-1, 3));
+    EXPECT_EQ(std::tuple(over.loaded(), over.setString("LOG", "LogLevel", "5"), over.logLevel()),
+              std::tuple(false, -1, 3));
 
     // A directory where the file should be: it exists but cannot be read as one.
     std::filesystem::create_directory(path + ".d");
@@ -95,13 +91,8 @@ TEST_F(SettingsTest, FileSizeIsLimited)
 TEST_F(SettingsTest, ReadsKeysOfTheirSectionOnlyAndReportsSyntaxErrors)
 {
     const std::string syntaxError = "Error while parsing subkey \"%s\" in settings file. Syntax error.";
-    const struct {
-        const char* text;
-        const char* section;
-        const char* key;
-        const char* value;  // nullptr: not found
-        bool error;
-    } cases[] = {
+    // Text, section, key, value (nullptr: not found), whether it is a syntax error.
+    const std::tuple<const char*, const char*, const char*, const char*, bool> cases[] = {
         // Case, blanks and line ends do not matter.
         {"[path]\n  elffiles  =  \"/a/b/\"\r\n", "PATH", "ELFFiles", "/a/b/", false},
         {"; c\n[path]\n  elffiles  =  \"/a/b/\"\r\n\tprojectFILES=\"/p/\"\n", "PATH", "ProjectFiles", "/p/", false},
@@ -116,24 +107,21 @@ TEST_F(SettingsTest, ReadsKeysOfTheirSectionOnlyAndReportsSyntaxErrors)
         {"[PATH]\r\nELFFiles=\"/e/", "PATH", "ELFFiles", nullptr, true},
         {"[PATH]\r\nDataFiles=\"/a\"b/\"\r\n", "PATH", "DataFiles", nullptr, true},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, section, key, value, error] : cases) {
         bridge.boxes.clear();
-        loadText(c.text);
+        loadText(text);
         std::string v = "x";
-        EXPECT_EQ(settings.getString(c.section, c.key, v), c.value ? 0 : -1) << c.text;
-        EXPECT_EQ(v, c.value ? c.value : "") << c.text;
-        EXPECT_EQ(lastMessage(), c.error ? text::format(200, syntaxError.c_str(), c.key) : "") << c.text;
+        const std::string message = error ? text::format(200, syntaxError.c_str(), key) : "";
+        EXPECT_EQ((std::tuple{settings.getString(section, key, v), v, lastMessage()}),
+                  std::tuple(value ? 0 : -1, value ? value : "", message))
+            << text;
     }
 }
 
 TEST_F(SettingsTest, SetKeyMovesToTopOfItsSectionOrAppendsTheSection)
 {
-    const struct {
-        const char* before;
-        const char* section;
-        const char* key;
-        const char* after;
-    } cases[] = {
+    // Before, section, key, after.
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
         {"[P]\r\nD=\"/d/\"\r\nQ=\"/p/\"\r\nE=\"/e/\"\r\n[L]\r\nE=\"4\"\r\n", "P", "E",
          "[P]\r\nE=\"2\"\r\nD=\"/d/\"\r\nQ=\"/p/\"\r\n[L]\r\nE=\"4\"\r\n"},
         {"[PATH]\r\nDataFiles=\"/d/\"\r\nProjectFiles=\"/p/\"\r\n", "path", "projectfiles",
@@ -143,36 +131,29 @@ TEST_F(SettingsTest, SetKeyMovesToTopOfItsSectionOrAppendsTheSection)
         {"[P]\r\nD=\"/d/\"", "LOG", "LogLevel", "[P]\r\nD=\"/d/\"\r\n[LOG]\r\nLogLevel=\"2\"\r\n"},
         {"[LOG]", "LOG", "LogLevel", "[LOG]\r\nLogLevel=\"2\"\r\n"},
     };
-    for (const auto& c : cases) {
-        loadText(c.before);
-        ASSERT_EQ(settings.setString(c.section, c.key, "2"), 0);
-        EXPECT_EQ(settings.content(), c.after);
-        EXPECT_EQ(readFile(path), c.after);
+    for (const auto& [before, section, key, after] : cases) {
+        loadText(before);
+        ASSERT_EQ(settings.setString(section, key, "2"), 0);
+        EXPECT_EQ(std::tuple(settings.content(), readFile(path)), std::tuple(after, after));
     }
 }
 
 TEST_F(SettingsTest, LogLevelIsClampedOrDefaulted)
 {
-    const struct {
-        const char* value;
-        int level;
-        const char* message;
-    } cases[] = {
+    // Value, level, message.
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"0", 1, ""}, {"12", 9, ""}, {"9", 9, ""}, {"1", 1, ""}, {"+4", 4, ""}, {"x", 3, "Expecting a number"},
         {"-2", 3, "Expected a value >= 0"}, {"99999999999", 9, ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [value, level, message] : cases) {
         bridge.boxes.clear();
-        loadText(std::string("[LOG]\r\nLogLevel=\"") + c.value + "\"\r\n");
-        EXPECT_EQ(settings.logLevel(), c.level) << c.value;
-        EXPECT_EQ(lastMessage(), c.message) << c.value;
+        loadText(std::string("[LOG]\r\nLogLevel=\"") + value + "\"\r\n");
+        EXPECT_EQ((std::tuple{settings.logLevel(), lastMessage()}), std::tuple(level, message)) << value;
     }
     // Large numbers stop at the largest int; one that cannot be read keeps the value it had.
     int n = 17;
-    EXPECT_EQ(settings.getNumber("LOG", "Missing", n), -1);
-    EXPECT_EQ(n, 17);
-    EXPECT_EQ(settings.getNumber("LOG", "LogLevel", n), 0);
-    EXPECT_EQ(n, 2147483647);
+    EXPECT_EQ((std::tuple{settings.getNumber("LOG", "Missing", n), n}), std::tuple(-1, 17));
+    EXPECT_EQ((std::tuple{settings.getNumber("LOG", "LogLevel", n), n}), std::tuple(0, 2147483647));
 }
 
 TEST_F(SettingsTest, LongValuesAreCutAndChangesThatWouldOutgrowTheLimitAreRefused)
@@ -181,15 +162,14 @@ TEST_F(SettingsTest, LongValuesAreCutAndChangesThatWouldOutgrowTheLimitAreRefuse
     ASSERT_EQ(settings.setString("PATH", "DataFiles", std::string(5000, 'a')), 0);
     EXPECT_EQ(settings.content().find("\r\n", 8) + 2 - 8, Settings::kMaxLine);  // after "[PATH]\r\n"
     std::string v;
-    EXPECT_EQ(settings.getString("PATH", "DataFiles", v), 0);
-    EXPECT_EQ(v, std::string(Settings::kMaxLine - 14, 'a'));
+    EXPECT_EQ((std::tuple{settings.getString("PATH", "DataFiles", v), v}),
+              std::tuple(0, std::string(Settings::kMaxLine - 14, 'a')));
 
     std::string text = "[PATH]\r\n";
     text += std::string(Settings::kMaxText - text.size() - 20, ';') + "\r\n";
     loadText(text);
     EXPECT_EQ(settings.setString("PATH", "DataFiles", "/a/long/enough/folder/"), -1);
-    EXPECT_EQ(settings.content(), text);
-    EXPECT_EQ(readFile(path), text);
+    EXPECT_EQ(std::tuple(settings.content(), readFile(path)), std::tuple(text, text));
     EXPECT_EQ(lastMessage(), "Could not save file [" + path +
                                  "]\nFile too large - maximum file size (30000 bytes) exceeded!");
     // A change that still fits goes through.
@@ -214,23 +194,6 @@ TEST_F(SettingsTest, FailedWriteLeavesTheFileAsItWas)
     EXPECT_FALSE(std::filesystem::exists(AtomicFile::temporaryPath(path)));
 }
 
-TEST_F(SettingsTest, NamedValuesSurviveAReload)
-{
-    ASSERT_EQ(settings.loadPath(path), 0);
-    ASSERT_EQ(settings.setElfFilesDir("/home/u/fw/build/app.elf"), 0);
-    ASSERT_EQ(settings.setProjectFilesDir("/home/u/p/demo.plotvik"), 0);
-    ASSERT_EQ(settings.setDataFilesDir("/tmp/out.csv"), 0);
-    ASSERT_EQ(settings.setString("LOG", "LogFile", "/tmp/plotvik.log"), 0);
-    ASSERT_EQ(settings.setString("LOG", "LogLevel", "9"), 0);
-    ASSERT_EQ(settings.setString("PROJECT", "Current", "/x/a.plotvik"), 0);
-    Settings other;
-    ASSERT_EQ(other.loadPath(path), 0);
-    // The folder setters keep the folder.
-    EXPECT_EQ(std::tuple(other.elfFilesDir(), other.projectFilesDir(), other.dataFilesDir(), other.logFile(),
-                         other.logLevel(), other.currentProject()),
-              std::tuple("/home/u/fw/build/", "/home/u/p/", "/tmp/", "/tmp/plotvik.log", 9, "/x/a.plotvik"));
-}
-
 TEST_F(SettingsTest, ConcurrentSettersKeepEveryKey)
 {
     ASSERT_EQ(settings.loadPath(path), 0);
@@ -253,49 +216,15 @@ TEST_F(SettingsTest, ConcurrentSettersKeepEveryKey)
     EXPECT_TRUE(bridge.shown().empty());
 }
 
-TEST_F(SettingsTest, LoadByNameUsesTheConfigFolder)
-{
-    // Test mode points the configuration folder away from the user's own.
-    const QString base = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
-    ASSERT_TRUE(base.contains("qttest"));
-    ASSERT_EQ(settings.load("PlotvikSettingsTest.ini"), 0);
-    EXPECT_EQ(settings.path(), (base + "/Norvex/PlotvikSettingsTest.ini").toStdString());
-    EXPECT_EQ(settings.load(""), -1);
-}
-
-// Only "1" turns the encoding rule on; a missing section or key keeps the
-// type-text rule.
-TEST_F(SettingsTest, FloatByEncodingIsOnOnlyForOne)
-{
-    const std::pair<const char*, bool> cases[] = {
-        {"[SYMBOLS]\r\nFloatByEncoding=\"1\"\r\n", true}, {"[SYMBOLS]\r\nFloatByEncoding=\"0\"\r\n", false},
-        {"[SYMBOLS]\r\nFloatByEncoding=\"2\"\r\n", false}, {"[LOG]\r\nFloatByEncoding=\"1\"\r\n", false},
-        {"", false},
-    };
-    for (const auto& [text, on] : cases) {
-        loadText(text);
-        EXPECT_EQ(settings.floatByEncoding(), on) << text;
-    }
-}
-
 // --- native settings store ---------------------------------------------------
 
-class NativeSettingsTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        ASSERT_TRUE(dir.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
-    }
-    static std::string key() { return "Software\\Norvex\\Plotvik\\"; }
-    QTemporaryDir dir;
-};
-
-TEST_F(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
+TEST(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
 {
+    QTemporaryDir dir;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
+    const std::string key = "Software\\Norvex\\Plotvik\\";
     RecentLists lists;
-    EXPECT_EQ(lists.load(1, key(), 3), -2);  // nothing stored yet
+    EXPECT_EQ(lists.load(1, key, 3), -2);  // nothing stored yet
     const auto entries = [](const RecentLists& l) {
         std::vector<std::string> out;
         for (int i = 0; i <= l.count(1); ++i)
@@ -308,29 +237,23 @@ TEST_F(NativeSettingsTest, RecentListAddMovesToFrontAndKeepsMaximum)
     EXPECT_EQ(entries(lists), (std::vector<std::string>{"/d.plotvik", "/A.PLOTVIK", "/c.plotvik", ""}));
     EXPECT_EQ(lists.count(0), 0);
 
+    EXPECT_EQ(readStartAction(), -1);
+    EXPECT_EQ(writeStartAction(2), 0);
     // Stored under the documented group and value names.
     QSettings stored(QSettings::NativeFormat, QSettings::UserScope, "Norvex", "Plotvik");
     EXPECT_EQ(stored.value("Recent File List 1/File1").toString(), "/d.plotvik");
     EXPECT_EQ(stored.value("Recent File List 1/File3").toString(), "/c.plotvik");
+    EXPECT_EQ(stored.value("DontShowAgainStartPlotvik").toInt(), 2);
 
     RecentLists reloaded;
-    EXPECT_EQ(reloaded.load(1, key(), 3), 0);
+    EXPECT_EQ(reloaded.load(1, key, 3), 0);
     EXPECT_EQ(entries(reloaded), entries(lists));
-    EXPECT_EQ(reloaded.load(1, key(), 100), -2);  // stops at the first missing value
+    EXPECT_EQ(reloaded.load(1, key, 100), -2);  // stops at the first missing value
     EXPECT_EQ(reloaded.count(1), 3);
     // No list holds more than 16 entries.
     for (int i = 0; i < 17; ++i)
         reloaded.add(1, "/" + std::to_string(i));
     EXPECT_EQ(reloaded.count(1), 16);
-}
-
-TEST_F(NativeSettingsTest, StartActionRoundTrips)
-{
-    EXPECT_EQ(readStartAction(), -1);
-    EXPECT_EQ(writeStartAction(2), 0);
-    EXPECT_EQ(readStartAction(), 2);
-    QSettings stored(QSettings::NativeFormat, QSettings::UserScope, "Norvex", "Plotvik");
-    EXPECT_EQ(stored.value("DontShowAgainStartPlotvik").toInt(), 2);
 }
 
 }  // namespace
