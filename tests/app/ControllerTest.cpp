@@ -145,6 +145,18 @@ TEST_F(ControllerFixture, AReadErrorLeavesTheControllerStoppedDisconnectedAndPau
     EXPECT_EQ(sampler->reads.load(), reads) << "no read after the failure";
 }
 
+// Leaving the program while it samples must not leave the probe sampling.
+TEST_F(ControllerFixture, ExitWhileSamplingStopsAndDisconnects)
+{
+    ctl->postStartReading();
+    ASSERT_TRUE(waitUntil([&] { return ctl->samplingRunning(); }));
+    ctl->setExitState(kExitPending);
+    ctl->postExit();
+    ASSERT_TRUE(waitUntil([&] { return ctl->exitState() != kExitPending; }));
+    EXPECT_EQ(std::tuple(ctl->exitState(), ctl->samplingRunning(), ctl->probeConnected(), sampler->stops.load()),
+              std::tuple(kExitAllowed, false, false, 1));
+}
+
 TEST_F(ControllerFixture, AFailedStartReportsOnceAndStaysStopped)
 {
     sampler->failOpen = true;

@@ -4,8 +4,11 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
+#include <QLabel>
 #include <QPushButton>
 #include <QTest>
+
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -108,6 +111,14 @@ TEST(CustMsgBox, CtrlCCopiesTheBoxAsText)
     const QString rule = "---------------------------\r\n";
     EXPECT_EQ(QApplication::clipboard()->text(), rule + "Plotvik V1.00a Warning\r\n" + rule + "Something to say\r\n" +
                                                      rule + "Yes   No   \r\n" + rule);
+}
+
+TEST(CustMsgBox, LongTextIsCutToTheWorkBufferAndCopyToItsLimit)
+{
+    MessageBoxRequest r = request("OK", "", 0);
+    r.text = std::string(40000, 'x');
+    DIALOG_CustMsgBox box(r);
+    EXPECT_EQ(std::tuple(box.textLabel()->text().size(), box.copyText().size()), std::tuple(32767, 2048));
 }
 
 }  // namespace

@@ -69,6 +69,23 @@ std::string contents(const fs::path& p)
 
 }  // namespace
 
+// A typed speed joins the list on top once; empty falls back to 1000 kHz.
+TEST(SpeedBox, ListedCustomEmptyAndTooLong)
+{
+    TIFSpeedComboBox box;
+    const std::tuple<const char*, int, int> cases[] = {
+        {"4000", 4000000, 33}, {"3500", 3500000, 34}, {"", 1000, 34}, {"3500", 3500000, 34}};
+    for (const auto& [typed, hz, count] : cases) {
+        box.lineEdit()->setFocus();
+        typeSpeed(&box, typed);
+        EXPECT_EQ(std::tuple(box.speedHz(), box.count()), std::tuple(hz, count)) << typed;
+    }
+    EXPECT_EQ(box.itemText(0), "3500");
+    box.lineEdit()->clear();
+    QTest::keyClicks(box.lineEdit(), "1234567");
+    EXPECT_EQ(box.lineEdit()->text(), "12345");  // five digits, as many as 50000 has
+}
+
 TEST(DeviceSelection, UnspecifiedFirstInBothOrdersAndFilters)
 {
     CDeviceSelectionDialog dialog(someDevices(), "STM32F407VG");
@@ -128,6 +145,28 @@ TEST_F(DialogTest, NewProjectDialogWidgetsFollowTheChoices)
     EXPECT_FALSE(d.hostEdit()->isVisible());
     d.radioUsb()->setChecked(true);
     EXPECT_TRUE(d.radioQtx()->isEnabled());
+}
+
+// Opened on a project's settings and left unedited, the dialog gives them back whole.
+TEST_F(DialogTest, OptionsKeepTheRestOfTheSettings)
+{
+    ProjectSettings usb;
+    usb.Connection = kConnectionUsb;
+    usb.SerialNo = 123456;
+    usb.ElfFile = "/fw/a.elf";
+    usb.TargetInterface = kInterfaceJtag;
+    usb.InterfaceSpeed = 3500;
+    usb.SamplingPeriod = 250;
+    usb.DataFile = "/d/x.csv";
+    usb.TriggerLevel = 12.5;
+    usb.TriggerOn = usb.TriggerRise = true;
+    ProjectSettings ip = usb;
+    ip.Connection = kConnectionTcpIp;
+    ip.IP = "10.0.0.7";
+    ip.IsQTXSession = true;
+    ip.TargetInterface = kInterfaceFine;
+    for (const ProjectSettings& s : {usb, ip})
+        EXPECT_EQ(NewProjectDialog(*ctl, nullptr, s).payload(), s) << s.Connection;
 }
 
 // `plotvik-cli new` is the dialog's headless twin: with the same choices it

@@ -306,6 +306,28 @@ TEST_F(SymbolSelectionRequest, OkWithAChangedSelectionMarksTheProjectModified)
     EXPECT_NE(bridge.title.find(" *]"), std::string::npos) << bridge.title;
 }
 
+// While the dialog is open the worker takes no job (the dialog edits the
+// tree the jobs read), and a second request meanwhile is dropped.
+using SymbolSelectionWindow = guitest::WindowTest;
+
+TEST_F(SymbolSelectionWindow, OpensFromTheMainWindowWithTheWorkerParked)
+{
+    ASSERT_TRUE(ctl->waitForQueue(5000));
+    bool seen = false, parked = false, secondOpened = false;
+    guitest::whenShown<SymbolSelection>([&](SymbolSelection* d) {
+        seen = true;
+        parked = !ctl->waitForQueue(200);  // a job posted now does not run yet
+        SymbolSelection::request(*ctl, nullptr, nullptr, [&] { secondOpened = true; });
+        QTest::mouseClick(d->cancelButton(), Qt::LeftButton);
+    });
+    window->showSymbolSelection();  // as a job or the watch table's button asks
+    ASSERT_TRUE(QTest::qWaitFor([&] { return seen && !QApplication::activeModalWidget(); }));
+    EXPECT_EQ(std::tuple(parked, secondOpened), std::tuple(true, false));
+    EXPECT_TRUE(ctl->waitForQueue(5000)) << "the worker goes on once the dialog is closed";
+    QTest::qWait(50);
+    EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << "the second request opened nothing later";
+}
+
 // An array the tree's limits left unexpanded (here one whose elements would
 // run past the 32-bit address space, so no budget helps) has no check box and
 // a tooltip that says why; a zero-length array keeps its ordinary row.
