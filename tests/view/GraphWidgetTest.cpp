@@ -210,7 +210,6 @@ TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
     container.resize(1050, 700);
     container.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&container));
-    EXPECT_EQ(container.cursorLabel()->text(), "Cursor");
     GraphWidget* g = container.graph();
     ASSERT_EQ(g->width(), 1050);
     g->setCursorX(25 + 250);
@@ -309,29 +308,6 @@ TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
     EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
     EXPECT_TRUE(g.autoscroll());
     EXPECT_EQ(ownOff.count(), 0);
-}
-
-TEST_F(GraphTest, AutoscrollKeepsTheNewestSampleAtTheRightEdge)
-{
-    counter();
-    record(8001);  // 8 s
-    w->setAutoscroll(true);
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);  // shorter than one screen
-    const auto more = [&](std::uint32_t count, std::uint32_t from) {
-        fill(f, count, [from](std::uint32_t i) { return from + i * 1000; },
-             [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
-    };
-    more(17000, 8001000);
-    w->invalidate();
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), f.store.currentTimeStamp() - 10000000.0);
-    EXPECT_GT(w->cursorSampleIndex(), 14000);
-    w->setAutoscroll(false);
-    more(1000, 25001000);
-    const double before = w->startTime();
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), before);
 }
 
 TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
@@ -437,7 +413,6 @@ TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
     container.resize(1050, 700);
     container.setHeld(true);
     EXPECT_EQ(container.scrollBar()->maximum(), 30000000);
-    EXPECT_EQ(container.scrollBar()->singleStep(), 1000000);
     container.scrollBar()->setValue(7000000);
     EXPECT_DOUBLE_EQ(container.graph()->startTime(), 7000000.0);
     container.graph()->moveRightAction()->trigger();
