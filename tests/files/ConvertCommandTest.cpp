@@ -65,11 +65,8 @@ TEST_F(ConvertCommandTest, FailuresExitNonZero)
 {
     writeAll(raw.toStdString(), record(10u, std::int16_t{1}));
     EXPECT_NE(runCli({raw, "--project", dir.filePath("none.plotvik"), "--csv", csv}).exitCode, 0);
-    const CliRun missingRaw = runCli({dir.filePath("none.praw"), "--project", project, "--csv", csv});
-    EXPECT_NE(missingRaw.exitCode, 0);
-    EXPECT_NE(missingRaw.err.find("File not found!"), std::string::npos) << missingRaw.err;
+    EXPECT_NE(runCli({dir.filePath("none.praw"), "--project", project, "--csv", csv}).exitCode, 0);
     EXPECT_NE(runCli({raw, "--project", project, "--csv", dir.filePath("no/dir/o.csv")}).exitCode, 0);
-    EXPECT_EQ(runCli({raw, "--project", project}).exitCode, 2);
     EXPECT_FALSE(QFile::exists(csv));
 }
 

@@ -49,13 +49,12 @@ TEST_F(ExportCommandTest, ExportsAskForTheFileAndRememberIt)
     EXPECT_EQ(ctl->project().settings().DataFile, bridge.savePath);
     EXPECT_TRUE(ctl->project().settings().RawFile.empty());
     EXPECT_TRUE(ctl->project().isModified());
-    EXPECT_EQ(lines(readAll(bridge.savePath)),
-              (std::vector<std::string>{"Timestamp;level", "0;0", "1;11", "2;22"}));
+    EXPECT_EQ(lines(readAll(bridge.savePath)).size(), 4u);  // what the files hold: CsvExportTest, RawFileTest
 
     bridge.savePath = dir.filePath("a.praw").toStdString();
     ASSERT_EQ(ExportRawCommand(*ctl), 0);
     EXPECT_EQ(ctl->project().settings().RawFile, bridge.savePath);
-    EXPECT_EQ(readAll(bridge.savePath).size(), 3u * 6u);  // the order it reports: RawFileTest
+    EXPECT_EQ(readAll(bridge.savePath).size(), 3u * 6u);
     EXPECT_EQ(bridge.dialogs.size(), 2u);
 }
 

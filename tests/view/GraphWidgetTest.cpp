@@ -4,7 +4,6 @@
 
 #include <QAction>
 #include <QElapsedTimer>
-#include <QLabel>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
@@ -204,26 +203,6 @@ TEST_F(GraphTest, AutomaticRangeStepsUpAndLeavesAChosenResolution)
     }
 }
 
-TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
-{
-    GraphContainer container(f.store, f.symbols);
-    container.resize(1050, 700);
-    container.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&container));
-    GraphWidget* g = container.graph();
-    ASSERT_EQ(g->width(), 1050);
-    g->setCursorX(25 + 250);
-    EXPECT_EQ(g->cursorTime(), 2500000u);
-    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");  // the texts themselves: ScaleTexts
-    g->setTimePerDivision(1000);
-    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms")) << "a zoom changes the label";
-    // The cursor stays inside the margins.
-    g->setCursorX(-40);
-    EXPECT_EQ(g->cursorX(), 25);
-    g->setCursorX(5000);
-    EXPECT_EQ(g->cursorX(), 1025);
-}
-
 TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
 {
     Node* a = selectColoured(f, "a", 4, kTypeFloat, kRed);
@@ -259,16 +238,13 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
     w->setStartTime(2000000.0);
     EXPECT_EQ(w->cursorSampleIndex(), 2000);
-    // The keys of the shown graph; End, Left and Home stop at the newest sample or 0.
-    w->show();
-    w->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
-    const std::pair<Qt::Key, double> keys[] = {{Qt::Key_End, 15000000.0}, {Qt::Key_Left, 14000000.0},
-                                               {Qt::Key_Home, 0.0},        {Qt::Key_Left, 0.0},
-                                               {Qt::Key_Right, 1000000.0}};
-    for (const auto& [key, start] : keys) {
-        QTest::keyClick(w.get(), key);
-        EXPECT_DOUBLE_EQ(w->startTime(), start) << key;
+    // End, Left and Home stop at the newest sample or 0.
+    const std::pair<QAction*, double> moves[] = {{w->moveToEndAction(), 15000000.0}, {w->moveLeftAction(), 14000000.0},
+                                                 {w->moveToStartAction(), 0.0}, {w->moveLeftAction(), 0.0},
+                                                 {w->moveRightAction(), 1000000.0}};
+    for (const auto& [action, start] : moves) {
+        action->trigger();
+        EXPECT_DOUBLE_EQ(w->startTime(), start) << action->text().toStdString();
     }
     // A short recording: End stays at the start.
     StoreFixture shortOne;
@@ -361,10 +337,14 @@ TEST_F(GraphTest, DraggingTheViewMovesTheStartAndSwitchesAutoscrollOff)
     EXPECT_EQ(w->cursorX(), 450);
     drag(100, 900);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0) << "dragging to the right stops at 0";
-    // Without a button the cursor just follows the pointer.
+    // Without a button the cursor just follows the pointer, inside the margins.
     QTest::mouseMove(w.get(), QPoint(300, 200));
     EXPECT_EQ(w->cursorX(), 300);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    for (const auto& [x, kept] : {std::pair{-40, 25}, std::pair{5000, 1025}}) {
+        w->setCursorX(x);
+        EXPECT_EQ(w->cursorX(), kept);
+    }
 }
 
 TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)

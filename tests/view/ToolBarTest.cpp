@@ -92,7 +92,7 @@ TEST_F(ToolBarTest, AutoscrollBoxAndGraphFollowEachOther)
     EXPECT_FALSE(g()->autoscroll());
 }
 
-// Start, stop and the views' following of the samples: DemoWindow.
+// Start, stop, the held view and its scroll bar: DemoWindow and GraphTest.
 TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
 {
     ctl->project().setOpen(true);
@@ -112,7 +112,6 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     bar->startPauseAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStatePaused);
     EXPECT_TRUE(g()->isHeld());
-    EXPECT_FALSE(graph->scrollBar()->isHidden());
     bar->startPauseAction()->trigger();
     ASSERT_TRUE(settle());
     bar->updateDisplayState();
@@ -123,9 +122,6 @@ TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
     bar->stopAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateStopped);
     ASSERT_TRUE(settle());
-    bar->updateDisplayState();
-    // The held view spans what was recorded.
-    EXPECT_EQ(graph->scrollBar()->maximum(), static_cast<int>(ctl->store().currentTimeStamp()));
 }
 
 TEST_F(ToolBarTest, SamplingEndingOnItsOwnHoldsTheView)
@@ -259,7 +255,6 @@ TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
         EXPECT_EQ(now.TriggerSymbol, selected(1)) << "armed on the symbol the box shows";
         EXPECT_TRUE(ctl->project().isModified());
     }
-    EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
 }
 
 TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
