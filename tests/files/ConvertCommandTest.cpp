@@ -57,7 +57,10 @@ TEST_F(ConvertCommandTest, ConvertsARecordingWithTheProjectSelection)
     writeAll(raw.toStdString(), data + "X");
     r = runCli({"--csv", csv, raw, "--project", project});
     EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_NE(r.err.find("File size does not align"), std::string::npos) << r.err;  // the text: RawFileTest
+    EXPECT_NE(r.err.find("File size does not align with selected symbols!\nFile size: 19 Bytes\n"
+                         "Size of selected symbols + timestamp: 6 Bytes"),
+              std::string::npos)
+        << r.err;
     EXPECT_EQ(lines(readAll(csv.toStdString())).size(), 3u);
 }
 

@@ -1,3 +1,5 @@
+// Raw files: QTX layouts, limits, exports and bit-fields (a plain import and
+// the partial record's warning: ConvertCommandTest).
 #include "StoreFixture.h"
 
 #include "base/ProjectSettings.h"
@@ -14,30 +16,6 @@ struct RawFileTest : ::testing::Test, StoreFixture {
     ProjectSettings settings;
     std::string file = dir.filePath("rec.praw").toStdString();
 };
-
-// An import replaces what was stored; a partial record at the end is
-// reported and left out.
-TEST_F(RawFileTest, ImportReplacesTheStoredRecords)
-{
-    Node* n = select("v", 2, kTypeS16);
-    const std::string data =
-        record(10u, std::int16_t{-1}) + record(20u, std::int16_t{2}) + record(30u, std::int16_t{300});
-    for (const bool partial : {false, true}) {
-        scoped.bridge.boxes.clear();
-        sample(data + data);
-        writeAll(file, partial ? data + "X" : data);
-        ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
-        const char* warning = "File size does not align with selected symbols!\nFile size: 19 Bytes\n"
-                              "Size of selected symbols + timestamp: 6 Bytes";
-        EXPECT_EQ(scoped.bridge.texts(), std::vector<std::string>(partial ? 1 : 0, warning));
-        EXPECT_EQ(std::tuple(store.writeIndex(), n->symbol().Offset), std::tuple(3u, 4));
-        std::vector<std::pair<std::uint32_t, std::int16_t>> got;  // the old records are gone
-        for (std::uint32_t i = 0; i < 4; ++i)
-            got.emplace_back(store.timeStamps()[i], static_cast<std::int16_t>(n->symbol().Values[i]));
-        EXPECT_EQ(got, (std::vector<std::pair<std::uint32_t, std::int16_t>>{{10, -1}, {20, 2}, {30, 300}, {0, 0}}));
-        EXPECT_FALSE(store.isOpen());
-    }
-}
 
 TEST_F(RawFileTest, UntimedQtxSessionImportsTheFileTimeStampsAndKeepsItsLayout)
 {

@@ -77,21 +77,6 @@ TEST_F(ToolBarTest, ZoomStepsAndTheFrameRateReachTheGraph)
     EXPECT_EQ(g()->targetFps(), 60);
 }
 
-TEST_F(ToolBarTest, AutoscrollBoxAndGraphFollowEachOther)
-{
-    bar->autoscrollBox()->setChecked(true);
-    EXPECT_TRUE(g()->autoscroll());
-    g()->moveLeftAction()->trigger();  // the user moved the view
-    EXPECT_FALSE(bar->autoscrollBox()->isChecked());
-    EXPECT_FALSE(g()->autoscroll());
-    bar->setAutoscrollChecked(true);
-    EXPECT_TRUE(g()->autoscroll());
-    bar->autoscrollBox()->setCheckState(Qt::PartiallyChecked);
-    EXPECT_TRUE(g()->autoscroll());
-    bar->autoscrollBox()->setChecked(false);
-    EXPECT_FALSE(g()->autoscroll());
-}
-
 // Start, stop, the held view and its scroll bar: DemoWindow and GraphTest.
 TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
 {

@@ -67,34 +67,17 @@ std::uint64_t raw(T v)
     return u;
 }
 
-TEST_F(WatchTableTest, RowsAndTheAddRowBelow)
+// Rows follow the selection, the add row below them, and a raw import's
+// detaching and attaching: WatchWiringTest.
+TEST_F(WatchTableTest, ARowShowsTheSymbolBeforeAnySample)
 {
-    EXPECT_EQ(table->rowCount(), 1) << "only the add row without symbols";
-
-    Node* a = newSymbol(*ctl, "speed", kTypeFloat);
+    Node* a = add("speed", 4, kTypeFloat);
     a->Address = 0x2000001C;
     a->Type = "float";
-    Node* b = newSymbol(*ctl, "count", kTypeU16, 2);
-    ctl->symbols().setSelected({a, b});
-    table->_SlotOnUpdateTable();
-    ASSERT_EQ(table->rowCount(), 3);
+    add("count", 2, kTypeU16);
     EXPECT_EQ(table->symbolAt(2), nullptr) << "the add row has no symbol";
-    EXPECT_EQ(b->symbol().TableRow, table->colorButton(1));
-    // Name to Y offset; nothing sampled yet.
+    // Name to Y offset.
     EXPECT_EQ(texts(0), QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
-    ASSERT_EQ(table->cellWidget(2, TableWidget::kColShow), table->addButton());  // its click: WatchWiringTest
-
-    // The selection decides the rows; while the records are replaced the table keeps away.
-    ctl->symbols().setSelected({b});
-    table->_SlotOnUpdateTable();
-    EXPECT_EQ(table->symbolAt(0), b);
-    table->detachSymbols();
-    EXPECT_EQ(table->symbolRowCount(), 0);
-    ctl->symbols().setSelected({a, b});
-    table->_SlotOnUpdateTable();
-    EXPECT_EQ(table->symbolRowCount(), 0);
-    table->attachSymbols();
-    EXPECT_EQ(table->symbolRowCount(), 2);
 }
 
 TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
