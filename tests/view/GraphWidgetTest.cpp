@@ -1,4 +1,4 @@
-// The graph: its curves, Y range, navigation, zoom, readout, dragging and held view.
+// The graph: its curves, Y range, navigation, zoom, dragging and scroll bar.
 #include "tests/view/GraphTestSupport.h"
 #include "view/GraphContainer.h"
 
@@ -202,28 +202,6 @@ TEST_F(GraphTest, AutomaticRangeStepsUpAndLeavesAChosenResolution)
     }
 }
 
-TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
-{
-    Node* a = selectColoured(f, "a", 4, kTypeFloat, kRed);
-    Node* flag = selectColoured(f, "flag", 1, kTypeBool, kGreen);
-    selectColoured(f, "wide", 8, kTypeS64, kBlue);
-    record(3001, 1000, [](std::size_t s, std::uint32_t i) -> std::uint64_t {
-        return s == 0 ? bitsOf(i * 0.5f) : s == 1 ? i % 2 : 77;
-    });
-    w->setCursorX(25 + 20);  // 200 ms: sample 200
-    ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
-    EXPECT_EQ(w->readoutText(), "a: 100\nflag: false\nwide: 0");
-    EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
-    w->setStartTime(1000.0);
-    w->setCursorX(25);  // 1 ms
-    EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
-    // Beyond the newest sample there is nothing to read.
-    w->setCursorX(25 + 400);
-    EXPECT_EQ(w->sampleAtCursor(), std::nullopt);
-    EXPECT_EQ(w->readoutText(), "");
-    EXPECT_EQ(w->valueAtCursor(*flag), std::nullopt);
-}
-
 TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
 {
     counter();
@@ -263,22 +241,7 @@ TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
     w->setStartTime(10000000.0);
     w->setTimePerDivision(2000000);  // span 20 s: at most 0
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-
-    // A zoom that cannot move leaves autoscroll on; End stays at the start.
-    StoreFixture own;
-    GraphWidget g(own.store, own.symbols);
-    g.resize(1050, 600);
-    QSignalSpy ownOff(&g, &GraphWidget::AutoscrollSwitchedOff);
-    selectColoured(own, "a", 4, kTypeS32, kRed);
-    fill(own, 3001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
-    g.setAutoscroll(true);
-    g.setCursorX(525);
-    g.setTimePerDivision(500000);  // would start at 2.5 s, but 3 s - 5 s is below 0
-    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
-    EXPECT_TRUE(g.autoscroll());
-    EXPECT_EQ(ownOff.count(), 0);
-    g.moveToEndAction()->trigger();
-    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
+    // A zoom that cannot move leaves autoscroll on: DemoWindow zooms a short recording.
 }
 
 TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
@@ -342,27 +305,13 @@ TEST_F(GraphTest, DraggingTheViewMovesTheStartAndSwitchesAutoscrollOff)
     }
 }
 
-TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
+// Holding and releasing the view while samples come: the tool bar's tests and
+// DemoWindow.
+TEST_F(GraphTest, HeldViewsScrollBarSpansTheRecordingAndMovesTheView)
 {
     counter();
-    record(1000);
-    w->setHeld(true);
-    const std::uint32_t held = w->recordCount();
-    EXPECT_EQ(held, f.store.recordCount());
-    fill(f, 500, [](std::uint32_t i) { return 1000000 + i * 1000; },
-         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
-    EXPECT_EQ(w->recordCount(), held);
-    EXPECT_EQ(w->newestTimeStamp(), 999000u);
-    w->refresh();  // outside sampling the held view takes the store's extent
-    EXPECT_EQ(w->recordCount(), f.store.recordCount());
-    w->setHeld(false);
-    EXPECT_EQ(w->newestTimeStamp(), f.store.currentTimeStamp());
-
-    // The scroll bar of a held view spans the recording and moves the view.
-    StoreFixture own;
-    selectColoured(own, "a", 4, kTypeS32, kRed);
-    fill(own, 30001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
-    GraphContainer container(own.store, own.symbols);
+    record(30001);
+    GraphContainer container(f.store, f.symbols);
     container.resize(1050, 700);
     container.setHeld(true);
     EXPECT_EQ(container.scrollBar()->maximum(), 30000000);

@@ -145,21 +145,19 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
 // An opened project's time per division selects the entry nearest to it.
 TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
 {
-    // Saved, shown and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
-    const std::tuple<std::uint32_t, QString, std::uint32_t> cases[] = {{100000, "100 ms/Div", 100000},
-                                                                       {150000, "200 ms/Div", 200000},
-                                                                       {1, "1 us/Div", 1},
-                                                                       {4000000000u, "500 s/Div", 500000000}};
+    // Saved and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
+    const std::pair<std::uint32_t, std::uint32_t> cases[] = {
+        {100000, 100000}, {150000, 200000}, {1, 1}, {4000000000u, 500000000}};
     ctl->project().setOpen(true);
-    for (const auto& [saved, shown, kept] : cases) {
+    for (const auto& [saved, kept] : cases) {
         SCOPED_TRACE(saved);
         ProjectSettings s = ctl->project().settings();
         s.TimeResolutionUs = saved;
         ctl->project().apply(s);  // as an opened project file gives it
         ctl->project().setModified(false);
         bar->updateDisplayState();
-        EXPECT_EQ(bar->zoomBox()->currentText(), shown);
-        EXPECT_DOUBLE_EQ(g()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
+        EXPECT_EQ(bar->zoomBox()->currentData().toUInt(), kept);
+        EXPECT_DOUBLE_EQ(g()->timePerDivision(), double(kept));
         EXPECT_EQ(ctl->project().settings().TimeResolutionUs, kept);
         EXPECT_FALSE(ctl->project().isModified());
     }
