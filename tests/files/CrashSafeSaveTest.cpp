@@ -118,9 +118,6 @@ struct CrashSafeSaveTest : ::testing::Test {
     {
         ASSERT_TRUE(dir.isValid());
         std::filesystem::create_directories(folder);
-        // A cut file could pass for the other version if they had one size.
-        for (int k = 0; k < kKinds; ++k)
-            ASSERT_NE(refs[k][0].size(), refs[k][1].size()) << kFileNames[static_cast<std::size_t>(k)];
     }
 };
 

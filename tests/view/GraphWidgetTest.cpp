@@ -225,6 +225,7 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     }
 }
 
+// A zoom that cannot move leaves autoscroll on: DemoWindow zooms a short recording.
 TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
 {
     counter();
@@ -241,7 +242,6 @@ TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
     w->setStartTime(10000000.0);
     w->setTimePerDivision(2000000);  // span 20 s: at most 0
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-    // A zoom that cannot move leaves autoscroll on: DemoWindow zooms a short recording.
 }
 
 TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)

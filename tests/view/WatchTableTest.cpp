@@ -45,13 +45,6 @@ struct WatchTableTest : guitest::ControllerTest {
         const QTableWidgetItem* item = table->item(row, column);
         return item ? item->text() : QStringLiteral("<none>");
     }
-    QStringList texts(int row) const
-    {
-        QStringList out;
-        for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
-            out << cell(row, c);
-        return out;
-    }
     QAction* menuEntry(int i) { return (menu = table->createContextMenu())->actions().at(i); }
 
     std::uint32_t nextTime = 0;
@@ -76,8 +69,10 @@ TEST_F(WatchTableTest, ARowShowsTheSymbolBeforeAnySample)
     a->Type = "float";
     add("count", 2, kTypeU16);
     EXPECT_EQ(table->symbolAt(2), nullptr) << "the add row has no symbol";
-    // Name to Y offset.
-    EXPECT_EQ(texts(0), QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
+    QStringList texts;  // name to Y offset
+    for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
+        texts << cell(0, c);
+    EXPECT_EQ(texts, QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
 }
 
 TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
@@ -166,8 +161,6 @@ TEST_F(WatchTableTest, ContextMenuShowDrawStyleAndRemoveRule)
     // Show: the check box and the menu entry go together; only a full tick shows the curve.
     QSignalSpy views(table.get(), &TableWidget::_SignalUpdateViews);
     QTableWidgetItem* check = table->item(0, TableWidget::kColShow);
-    EXPECT_EQ(check->checkState(), Qt::Checked);
-    EXPECT_TRUE(menuEntry(0)->isChecked());
     check->setCheckState(Qt::PartiallyChecked);
     EXPECT_FALSE(n->symbol().ShowInGraph);
     EXPECT_FALSE(menuEntry(0)->isChecked());
@@ -303,7 +296,6 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
     table->_SlotOnUpdateTable();
     table->show();
     QPushButton* button = table->colorButton(0);
-    EXPECT_EQ(button->palette().color(QPalette::Button), QColor(255, 0, 0));
     QSignalSpy views(table.get(), &TableWidget::_SignalUpdateViews);
     QColor offered;
     for (const bool accept : {true, false}) {
@@ -322,7 +314,6 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
 
 TEST(CurveColors, ClampedWhereDrawnAndTheNextFreePaletteColour)
 {
-    EXPECT_EQ(curvecolors::toQColor({10, 20, 30, 255}), QColor(10, 20, 30));
     EXPECT_EQ(curvecolors::toQColor({300, -5, 256, 255}), QColor(255, 0, 255));
     EXPECT_EQ(curvecolors::toQColor({INT32_MIN, INT32_MAX, 0, 255}), QColor(0, 255, 0));
 
