@@ -2,7 +2,6 @@
 
 #include "base/Text.h"
 #include "files/Project.h"
-#include "files/ProjectFormat.h"
 #include "symbols/Node.h"
 #include "symbols/SymbolDatabase.h"
 
@@ -15,7 +14,7 @@
 namespace {
 
 // A complete document as an older program version wrote it: no TypeID, the
-// signedness instead.
+// signedness instead; an address without "0x" is hexadecimal too.
 const std::string kBaseDocument = R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>
 <PlotvikProject>
     <FileVersion major="1" minor="1"/>
@@ -44,7 +43,7 @@ const std::string kBaseDocument = R"(<?xml version="1.0" encoding="UTF-8" standa
                 <Options Name="speed" Address="0x20000010" Type="float" IsSigned="1" Size="4" GraphColorRed="10" GraphColorGreen="20" GraphColorBlue="30" ShowInGraph="1" YOffset="-3" IsAutoConfig="0" YResolution="5" MaxValue="100" File="/src/main.c"/>
             </Symbol>
             <Symbol>
-                <Options Name="count" Address="0x200000AC" Type="unsigned int" TypeID="8" Size="4" GraphColorRed="1" GraphColorGreen="2" GraphColorBlue="3" ShowInGraph="0" YOffset="0" IsAutoConfig="1" YResolution="2" MaxValue="4294967295" File="/src/main.c" DrawStyle="1" NameWithParents="state.count" YMinSampled="-1.5" YMaxSampled="1e+10" Offset="4"/>
+                <Options Name="count" Address="200000AC" Type="unsigned int" TypeID="8" Size="4" GraphColorRed="1" GraphColorGreen="2" GraphColorBlue="3" ShowInGraph="0" YOffset="0" IsAutoConfig="1" YResolution="2" MaxValue="4294967295" File="/src/main.c" DrawStyle="1" NameWithParents="state.count" YMinSampled="-1.5" YMaxSampled="1e+10" Offset="4"/>
             </Symbol>
         </SelectedSymbols>
     </Project>
@@ -103,6 +102,7 @@ TEST_F(ProjectFileTest, SavedDocumentHasTheFixedLayoutAndReloadsAsSaved)
     std::string expected = kBaseDocument;
     const std::pair<const char*, const char*> changes[] = {
         {R"(Level="12.5")", R"(Level="12")"},
+        {R"(Address="200000AC")", R"(Address="0x200000AC")"},
         {R"(IsSigned="1")", R"(TypeID="12")"},
         {R"(Blue="30")", R"(Blue="30" YMinSampled="0" YMaxSampled="0" YAvgSampled="0" Offset="0")"},
         {R"(main.c"/>)", R"(main.c" DrawStyle="0" NameWithParents="speed" ManualYResolution="0"/>)"},
@@ -292,7 +292,7 @@ TEST_F(ProjectFileTest, PartialReadsStayApplied)
 {
     // The second symbol fails: the first one and the failing one stay selected,
     // the readers after it still run, and the settings read before are applied.
-    ASSERT_EQ(loadText(replaced(kBaseDocument, "Address=\"0x200000AC\"", "Address=\"zz\"")), -1);
+    ASSERT_EQ(loadText(replaced(kBaseDocument, "Address=\"200000AC\"", "Address=\"zz\"")), -1);
     EXPECT_EQ(symbols.selected().size(), 2u);
     EXPECT_EQ(symbols.selected()[1]->symbol().YResolution, 2u);
     EXPECT_EQ(project.settings().TargetDevice, "STM32F407VG");
@@ -308,22 +308,6 @@ TEST_F(ProjectFileTest, PartialReadsStayApplied)
     EXPECT_EQ(project.settings().TimeResolutionUs, 1000u);
     EXPECT_DOUBLE_EQ(project.settings().TriggerLevel, 12.5);
     EXPECT_TRUE(symbols.selected().empty());
-}
-
-TEST_F(ProjectFileTest, AddressAndNumberParsing)
-{
-    using projectfile::parseAddress;
-    using projectfile::parseNumber;
-    const std::pair<const char*, std::optional<std::uint32_t>> addresses[] = {
-        {"0X1f", 0x1F}, {"1000", 0x1000}, {"-0x10", 0xFFFFFFF0u}, {"12g4", 0x12}, {"0x", {}}, {"", {}}, {"zz", {}}};
-    for (const auto& [text, value] : addresses)
-        EXPECT_EQ(parseAddress(text), value) << text;
-    const std::pair<const char*, std::optional<std::int64_t>> numbers[] = {
-        {"10", 10}, {"0x10", 16}, {"0xz", {}}, {"x", {}}};
-    for (const auto& [text, value] : numbers)
-        EXPECT_EQ(parseNumber(text), value) << text;
-    EXPECT_EQ(projectfile::truncatedToInteger(-0.5), 0);
-    EXPECT_EQ(projectfile::truncatedToInteger(3.4e38), INT64_MAX) << "integers beyond 64 bits saturate";
 }
 
 TEST_F(ProjectFileTest, FailedSaveLeavesTheOldFileUntouched)

@@ -252,22 +252,6 @@ TEST_F(WatchTableTest, ValuesAtTheCursorAndStatisticsSinceTheStart)
     EXPECT_EQ(statistics(1), QStringList(3, "N/A"));
 }
 
-TEST_F(WatchTableTest, ValuesWaitWhileTheStoreIsRewritten)
-{
-    add("d", 8, kTypeDouble);
-    feed({{raw(-1.23456789e-300)}, {raw(-1.23456789e-300)}});
-    table->refresh();
-    EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300");
-
-    ctl->store().rewrite([&] {
-        feed({{raw(3.0)}});
-        table->refresh();
-        EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300") << "the table does not read a half-written store";
-    });
-    table->refresh();
-    EXPECT_EQ(cell(0, TableWidget::kColValue), "3");
-}
-
 TEST_F(WatchTableTest, WhileSamplingTheAddButtonAndRemovalAreOff)
 {
     add("counter", 4, kTypeU32);
