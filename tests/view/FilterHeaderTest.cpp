@@ -24,8 +24,6 @@ struct Table {
         header = new UtilFilterHeader(columns, &view);
         view.setHorizontalHeader(header);
         view.setModel(&model);
-        header->setStretchLastSection(true);
-        view.resize(300, 200);
         view.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }

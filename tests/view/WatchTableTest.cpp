@@ -10,7 +10,6 @@
 #include <QPushButton>
 #include <QSignalSpy>
 
-#include <cstring>
 #include <set>
 
 using guitest::newSymbol;
@@ -51,14 +50,6 @@ struct WatchTableTest : guitest::ControllerTest {
     std::unique_ptr<TableWidget> table = std::make_unique<TableWidget>(*ctl);
     std::unique_ptr<QMenu> menu;  // owns the actions last read
 };
-
-template <typename T>
-std::uint64_t raw(T v)
-{
-    std::uint64_t u = 0;
-    std::memcpy(&u, &v, sizeof v);
-    return u;
-}
 
 // Rows follow the selection, the add row below them, and a raw import's
 // detaching and attaching: WatchWiringTest.
@@ -220,9 +211,9 @@ TEST_F(WatchTableTest, ValuesAtTheCursorAndStatisticsSinceTheStart)
     bits->BitOffset = 3;
     bits->BitSize = 4;
     feed({
-        {raw(9.5f), raw(std::int16_t(50)), 0, 7, 0xFFFFFFFF},
-        {raw(1.25f), raw(std::int16_t(-300)), 1, 4000000000u, 0b1010'000},
-        {raw(-2.5f), raw(std::int16_t(12)), 0, 17, 0b0110'101},
+        {graphtest::bitsOf(9.5f), std::uint16_t(50), 0, 7, 0xFFFFFFFF},
+        {graphtest::bitsOf(1.25f), std::uint16_t(-300), 1, 4000000000u, 0b1010'000},
+        {graphtest::bitsOf(-2.5f), std::uint16_t(12), 0, 17, 0b0110'101},
     });
     const auto values = [&] {
         table->refresh();
