@@ -1,8 +1,6 @@
-// The files the crash-safe save test has written over and over: a project, a
-// CSV and a raw export of a recording, and the settings file. Write number w
-// writes kind w % 4 in version (w / 4) % 2, so consecutive writes of one file
-// always replace one version with the other, and the two versions differ in
-// size (a stub or a cut file can never pass for either).
+// The files the crash-safe save test writes over and over: a project, a CSV and
+// a raw export, and the settings file. Write w writes kind w % 4 in version
+// (w / 4) % 2; the two versions of a file differ in size.
 #pragma once
 
 #include "StoreFixture.h"
@@ -30,9 +28,8 @@ inline std::string fileOf(const std::string& folder, Kind kind)
     return folder + "/" + kFileNames[static_cast<std::size_t>(kind)];
 }
 
-// A recording whose values depend on the version and the record number: 300
-// records of two symbols, or 2000 of three. Made once per version: a store
-// allocates and clears megabytes, and the writer is started hundreds of times.
+// 300 records of two symbols, or 2000 of three; made once per version (a store
+// takes megabytes, and the writer is started hundreds of times).
 inline const StoreFixture& recording(int version)
 {
     static std::unique_ptr<StoreFixture> made[2];
@@ -51,8 +48,7 @@ inline const StoreFixture& recording(int version)
     return r;
 }
 
-// Writes `version` of the file of `kind` into `folder` the way the program
-// does; 0 or -1.
+// Writes `version` of the file of `kind` into `folder`; 0 or -1.
 inline int write(const std::string& folder, Kind kind, int version)
 {
     const std::string path = fileOf(folder, kind);
@@ -73,8 +69,7 @@ inline int write(const std::string& folder, Kind kind, int version)
     case Kind::Raw:
         return ExportRaw(path, r.store, r.symbols);
     case Kind::Settings: {
-        // Reads whatever version is on disk and rewrites it with this one's
-        // value: the result is the same text either way.
+        // Rewrites whatever version is on disk with this one's value.
         Settings settings;
         if (settings.loadPath(path) != 0)
             return -1;

@@ -1,7 +1,6 @@
-// The writer the crash-safe save test kills: writes the scenario's files one
-// after another, starting at write number FIRST, and reports each completed
-// write with one byte on standard output. Without COUNT it writes until it is
-// killed; with COUNT it ends after that many writes.
+// The writer the crash-safe save test kills: writes the scenario's files from
+// write number FIRST on, one byte on standard output for each finished write,
+// until killed or COUNT writes are done.
 //
 //   plotvik_save_writer FOLDER FIRST [COUNT]
 #include "SaveScenario.h"

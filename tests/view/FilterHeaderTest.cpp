@@ -1,10 +1,9 @@
-// The filter header: editors under their columns, the column menu and the filter toggle.
+// The filter header: the column menu, the filter editors and their toggle.
 #include "view/UtilFilterHeader.h"
 
 #include <QAction>
 #include <QLineEdit>
 #include <QMenu>
-#include <QScrollBar>
 #include <QStandardItemModel>
 #include <QTableView>
 #include <QTest>
@@ -25,8 +24,6 @@ struct Table {
         header = new UtilFilterHeader(columns, &view);
         view.setHorizontalHeader(header);
         view.setModel(&model);
-        header->setStretchLastSection(true);
-        view.resize(300, 200);
         view.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }
@@ -44,28 +41,6 @@ QAction* entry(QMenu* menu, const QString& text)
 }
 
 }  // namespace
-
-TEST(FilterHeader, EditorsStayUnderTheirColumnsWhenScrolled)
-{
-    Table t(6);
-    for (int c = 0; c < 6; ++c)
-        t.view.setColumnWidth(c, 120);
-    QScrollBar* bar = t.view.horizontalScrollBar();
-    ASSERT_GT(bar->maximum(), 0);
-    for (const int value : {0, bar->maximum() / 2, bar->maximum()}) {
-        bar->setValue(value);
-        QCoreApplication::processEvents();
-        for (int c = 0; c < 5; ++c) {
-            const QWidget* e = t.header->editor(c);
-            EXPECT_EQ(e->x(), t.header->sectionViewportPosition(c) + 1) << "column " << c << " at " << value;
-            EXPECT_EQ(e->width(), t.header->sectionSize(c));
-            EXPECT_GE(e->y(), t.header->QHeaderView::sizeHint().height());
-        }
-    }
-    EXPECT_EQ(t.header->sizeHint().height(),
-              t.header->QHeaderView::sizeHint().height() + t.header->editor(0)->sizeHint().height() +
-                  UtilFilterHeader::kPadding);
-}
 
 TEST(FilterHeader, LastVisibleColumnCannotBeHidden)
 {
@@ -91,7 +66,6 @@ TEST(FilterHeader, FilterToggleAndValues)
     int changes = 0;
     QObject::connect(t.header, &UtilFilterHeader::SignalFilterChanged, [&] { ++changes; });
     auto* edit = static_cast<QLineEdit*>(t.header->editor(1));
-    EXPECT_EQ(edit->placeholderText(), "Filter");
     QTest::keyClicks(edit, "ab");
     EXPECT_EQ(changes, 0);  // not live: only Return and the end of editing report
     // Return reports the filter and goes no further: the table would take it

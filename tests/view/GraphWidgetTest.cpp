@@ -1,10 +1,8 @@
-// The graph: its curves, Y range, navigation, zoom, readout, dragging and repaint rate.
+// The graph: its curves, Y range, navigation, zoom, dragging and scroll bar.
 #include "tests/view/GraphTestSupport.h"
 #include "view/GraphContainer.h"
 
 #include <QAction>
-#include <QElapsedTimer>
-#include <QLabel>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
@@ -204,49 +202,6 @@ TEST_F(GraphTest, AutomaticRangeStepsUpAndLeavesAChosenResolution)
     }
 }
 
-TEST_F(GraphTest, CursorLabelShowsTheCursorTime)
-{
-    GraphContainer container(f.store, f.symbols);
-    container.resize(1050, 700);
-    container.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&container));
-    EXPECT_EQ(container.cursorLabel()->text(), "Cursor");
-    GraphWidget* g = container.graph();
-    ASSERT_EQ(g->width(), 1050);
-    g->setCursorX(25 + 250);
-    EXPECT_EQ(g->cursorTime(), 2500000u);
-    EXPECT_EQ(container.cursorLabel()->text(), "2.500 s");  // the texts themselves: ScaleTexts
-    g->setTimePerDivision(1000);
-    EXPECT_TRUE(container.cursorLabel()->text().endsWith(" ms")) << "a zoom changes the label";
-    // The cursor stays inside the margins.
-    g->setCursorX(-40);
-    EXPECT_EQ(g->cursorX(), 25);
-    g->setCursorX(5000);
-    EXPECT_EQ(g->cursorX(), 1025);
-}
-
-TEST_F(GraphTest, ReadoutListsEveryActiveSymbolAtTheCursor)
-{
-    Node* a = selectColoured(f, "a", 4, kTypeFloat, kRed);
-    Node* flag = selectColoured(f, "flag", 1, kTypeBool, kGreen);
-    selectColoured(f, "wide", 8, kTypeS64, kBlue);
-    record(3001, 1000, [](std::size_t s, std::uint32_t i) -> std::uint64_t {
-        return s == 0 ? bitsOf(i * 0.5f) : s == 1 ? i % 2 : 77;
-    });
-    w->setCursorX(25 + 20);  // 200 ms: sample 200
-    ASSERT_EQ(w->sampleAtCursor(), std::optional<std::uint32_t>(200));
-    EXPECT_EQ(w->readoutText(), "a: 100\nflag: false\nwide: 0");
-    EXPECT_EQ(w->valueAtCursor(*a), std::optional<double>(100.0));
-    w->setStartTime(1000.0);
-    w->setCursorX(25);  // 1 ms
-    EXPECT_EQ(w->readoutText(), "a: 0.5\nflag: true\nwide: 0");
-    // Beyond the newest sample there is nothing to read.
-    w->setCursorX(25 + 400);
-    EXPECT_EQ(w->sampleAtCursor(), std::nullopt);
-    EXPECT_EQ(w->readoutText(), "");
-    EXPECT_EQ(w->valueAtCursor(*flag), std::nullopt);
-}
-
 TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
 {
     counter();
@@ -260,25 +215,17 @@ TEST_F(GraphTest, RightRunsPastTheNewestSampleAndTheOthersStop)
     EXPECT_DOUBLE_EQ(w->startTime(), 40 * 1000000.0);  // a tenth of the 10 s span each
     w->setStartTime(2000000.0);
     EXPECT_EQ(w->cursorSampleIndex(), 2000);
-    // The keys of the shown graph; End, Left and Home stop at the newest sample or 0.
-    w->show();
-    w->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
-    const std::pair<Qt::Key, double> keys[] = {{Qt::Key_End, 15000000.0}, {Qt::Key_Left, 14000000.0},
-                                               {Qt::Key_Home, 0.0},        {Qt::Key_Left, 0.0},
-                                               {Qt::Key_Right, 1000000.0}};
-    for (const auto& [key, start] : keys) {
-        QTest::keyClick(w.get(), key);
-        EXPECT_DOUBLE_EQ(w->startTime(), start) << key;
+    // End, Left and Home stop at the newest sample or 0.
+    const std::pair<QAction*, double> moves[] = {{w->moveToEndAction(), 15000000.0}, {w->moveLeftAction(), 14000000.0},
+                                                 {w->moveToStartAction(), 0.0}, {w->moveLeftAction(), 0.0},
+                                                 {w->moveRightAction(), 1000000.0}};
+    for (const auto& [action, start] : moves) {
+        action->trigger();
+        EXPECT_DOUBLE_EQ(w->startTime(), start) << action->text().toStdString();
     }
-    // A short recording: End stays at the start.
-    StoreFixture shortOne;
-    GraphWidget g(shortOne.store, shortOne.symbols);
-    g.resize(1050, 600);
-    g.moveToEndAction()->trigger();
-    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
 }
 
+// A zoom that cannot move leaves autoscroll on: DemoWindow zooms a short recording.
 TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
 {
     counter();
@@ -295,43 +242,6 @@ TEST_F(GraphTest, ZoomKeepsTheCursorTimeInPlaceWhereItCanMove)
     w->setStartTime(10000000.0);
     w->setTimePerDivision(2000000);  // span 20 s: at most 0
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
-
-    // A zoom that cannot move leaves autoscroll on.
-    StoreFixture own;
-    GraphWidget g(own.store, own.symbols);
-    g.resize(1050, 600);
-    QSignalSpy ownOff(&g, &GraphWidget::AutoscrollSwitchedOff);
-    selectColoured(own, "a", 4, kTypeS32, kRed);
-    fill(own, 3001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
-    g.setAutoscroll(true);
-    g.setCursorX(525);
-    g.setTimePerDivision(500000);  // would start at 2.5 s, but 3 s - 5 s is below 0
-    EXPECT_DOUBLE_EQ(g.startTime(), 0.0);
-    EXPECT_TRUE(g.autoscroll());
-    EXPECT_EQ(ownOff.count(), 0);
-}
-
-TEST_F(GraphTest, AutoscrollKeepsTheNewestSampleAtTheRightEdge)
-{
-    counter();
-    record(8001);  // 8 s
-    w->setAutoscroll(true);
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), 0.0);  // shorter than one screen
-    const auto more = [&](std::uint32_t count, std::uint32_t from) {
-        fill(f, count, [from](std::uint32_t i) { return from + i * 1000; },
-             [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
-    };
-    more(17000, 8001000);
-    w->invalidate();
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), f.store.currentTimeStamp() - 10000000.0);
-    EXPECT_GT(w->cursorSampleIndex(), 14000);
-    w->setAutoscroll(false);
-    more(1000, 25001000);
-    const double before = w->startTime();
-    frame(*w);
-    EXPECT_DOUBLE_EQ(w->startTime(), before);
 }
 
 TEST_F(GraphTest, ZeroMarkerDragsTheOffsetAndSnapsBackToTheGrid)
@@ -385,59 +295,26 @@ TEST_F(GraphTest, DraggingTheViewMovesTheStartAndSwitchesAutoscrollOff)
     EXPECT_EQ(w->cursorX(), 450);
     drag(100, 900);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0) << "dragging to the right stops at 0";
-    // Without a button the cursor just follows the pointer.
+    // Without a button the cursor just follows the pointer, inside the margins.
     QTest::mouseMove(w.get(), QPoint(300, 200));
     EXPECT_EQ(w->cursorX(), 300);
     EXPECT_DOUBLE_EQ(w->startTime(), 0.0);
+    for (const auto& [x, kept] : {std::pair{-40, 25}, std::pair{5000, 1025}}) {
+        w->setCursorX(x);
+        EXPECT_EQ(w->cursorX(), kept);
+    }
 }
 
-TEST_F(GraphTest, RepaintRequestsAreLimitedToTheTargetFrameRate)
-{
-    QSignalSpy requests(w.get(), &GraphWidget::UpdateRequest);
-    w->setTargetFps(10);  // one request per 100 ms
-    QElapsedTimer since;
-    since.start();
-    for (int i = 0; i < 5; ++i)
-        w->requestUpdate();
-    EXPECT_EQ(requests.count(), 1);
-    // The newest data still arrives: one late request once the interval has passed.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return requests.count() == 2; }, 5000));
-    EXPECT_GE(since.elapsed(), 90) << "the late request waits for the interval";
-    QTest::qWait(150);
-    EXPECT_EQ(requests.count(), 2);
-    // A held view ignores them.
-    w->setHeld(true);
-    QTest::qWait(120);
-    w->requestUpdate();
-    QTest::qWait(120);
-    EXPECT_EQ(requests.count(), 2);
-}
-
-TEST_F(GraphTest, HeldViewStaysOnTheRecordsOfTheMomentAndScrolls)
+// Holding and releasing the view while samples come: the tool bar's tests and
+// DemoWindow.
+TEST_F(GraphTest, HeldViewsScrollBarSpansTheRecordingAndMovesTheView)
 {
     counter();
-    record(1000);
-    w->setHeld(true);
-    const std::uint32_t held = w->recordCount();
-    EXPECT_EQ(held, f.store.recordCount());
-    fill(f, 500, [](std::uint32_t i) { return 1000000 + i * 1000; },
-         [](std::size_t, std::uint32_t i) -> std::uint64_t { return i; });
-    EXPECT_EQ(w->recordCount(), held);
-    EXPECT_EQ(w->newestTimeStamp(), 999000u);
-    w->refresh();  // outside sampling the held view takes the store's extent
-    EXPECT_EQ(w->recordCount(), f.store.recordCount());
-    w->setHeld(false);
-    EXPECT_EQ(w->newestTimeStamp(), f.store.currentTimeStamp());
-
-    // The scroll bar of a held view spans the recording and moves the view.
-    StoreFixture own;
-    selectColoured(own, "a", 4, kTypeS32, kRed);
-    fill(own, 30001, [](std::uint32_t i) { return i * 1000; }, [](std::size_t, std::uint32_t i) { return i; });
-    GraphContainer container(own.store, own.symbols);
+    record(30001);
+    GraphContainer container(f.store, f.symbols);
     container.resize(1050, 700);
     container.setHeld(true);
     EXPECT_EQ(container.scrollBar()->maximum(), 30000000);
-    EXPECT_EQ(container.scrollBar()->singleStep(), 1000000);
     container.scrollBar()->setValue(7000000);
     EXPECT_DOUBLE_EQ(container.graph()->startTime(), 7000000.0);
     container.graph()->moveRightAction()->trigger();

@@ -44,10 +44,6 @@ TEST(ScaleTexts, ResolutionTimePerDivisionAndCursorTime)
         {1, "1 us/Div"}, {500, "500 us/Div"}, {1000, "1 ms/Div"}, {500000, "500 ms/Div"}, {500000000, "500 s/Div"}};
     for (const auto& [us, text] : times)
         EXPECT_EQ(scale::timePerDivisionText(us), text);
-    // Each entry is the next of the 1-2-5 series.
-    for (std::size_t i = 1; i < scale::kTimePerDivision.size(); ++i)
-        EXPECT_EQ(scale::stepUp(scale::kTimePerDivision[i - 1], scale::kTimePerDivision[i - 1] + 1ull),
-                  scale::kTimePerDivision[i]);
     // The cursor time drops a leading zero.
     EXPECT_EQ(scale::cursorTimeText(2500000, 1000000), "2.500 s");
     EXPECT_EQ(scale::cursorTimeText(250000, 1000000), ".250 s");
@@ -66,14 +62,12 @@ TEST(GraphGeometryTest, DivisionsMarginsAndPixels)
     EXPECT_EQ(std::vector<int>({odd.divisionsX, odd.marginX, odd.centreX, odd.zeroLineY}),
               std::vector<int>({7, 49, 349, 2 * 100 + 25}));
 
+    // Cursor times and curve rows on a common size: GraphTest's pixels.
     const GraphGeometry h = GraphGeometry::of(1050, 600);  // zero line at 300
-    EXPECT_EQ(h.cursorTime(25 + 25, 0, 1000000), 250000u);
-    EXPECT_EQ(h.cursorTime(25, 7000000, 1000000), 7000000u);
     EXPECT_EQ(h.cursorTime(1025, 0, 1000), 10000u);
     EXPECT_EQ(GraphGeometry::of(1, 1).cursorTime(0, 42, 1000), 42u) << "too narrow for a division: no span";
     EXPECT_EQ(h.xOf(2500000, 0, 1000000), 275);
     EXPECT_EQ(h.xOf(1999, 0, 1000), 25 + 199);  // truncated toward zero
-    EXPECT_EQ(h.yOf(10, 10, 0), 200);  // one resolution is one division up
     EXPECT_EQ(h.yOf(-5, 10, 0), 350);
     EXPECT_EQ(h.yOf(0, 10, 1.0), 200);  // the offset counts in divisions, upward
     EXPECT_EQ(h.yOf(0.0999, 1, 0), 291);

@@ -11,8 +11,6 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDoubleValidator>
-#include <QLabel>
 #include <QLineEdit>
 #include <QScrollBar>
 #include <QSignalSpy>
@@ -22,30 +20,10 @@
 #include <atomic>
 #include <cmath>
 #include <filesystem>
-#include <map>
 
 namespace {
 
 const std::filesystem::path kBin = PLOTVIK_BIN_DIR, kDemo = kBin / "examples" / "demo" / "demo_bsq.plotvik";
-
-// A tool bar's items in order: "|" for a separator, a label's or check box's
-// text, the name given to a widget, else the action's tip.
-std::vector<QString> items(const QToolBar& bar, const std::map<const QWidget*, QString>& names)
-{
-    std::vector<QString> out;
-    for (QAction* a : bar.actions()) {
-        const QWidget* w = bar.widgetForAction(a);
-        if (a->isSeparator())
-            out.push_back("|");
-        else if (auto* label = qobject_cast<const QLabel*>(w))
-            out.push_back(label->text());
-        else if (auto* check = qobject_cast<const QCheckBox*>(w))
-            out.push_back(check->text());
-        else
-            out.push_back(names.count(w) ? names.at(w) : a->toolTip());
-    }
-    return out;
-}
 
 struct ToolBarTest : guitest::ControllerTest {
     std::unique_ptr<GraphContainer> graph = std::make_unique<GraphContainer>(ctl->store(), ctl->symbols());
@@ -66,44 +44,7 @@ struct ToolBarTest : guitest::ControllerTest {
 
 }  // namespace
 
-TEST_F(ToolBarTest, ActionsInOrderWithTipsAndKeys)
-{
-    const std::vector<QString> expected = {
-        "Sampling:",   "Start/Resume Sampling (F5)", "Stop Sampling (F9)", "|",    "Target:", "Start Target",
-        "Reset Target", "",                          "Zoom In",            "Zoom Out", "zoom", "|",
-        "Target FPS: ", "fps",                       "|",                  "Autoscroll"};  // "": the spacer
-    EXPECT_EQ(items(*bar, {{bar->zoomBox(), "zoom"}, {bar->frameRateBox(), "fps"}}), expected);
-    const std::pair<QAction*, Qt::Key> keys[] = {{bar->startPauseAction(), Qt::Key_F5}, {bar->stopAction(), Qt::Key_F9},
-                                                 {bar->zoomInAction(), Qt::Key_Up}, {bar->zoomOutAction(), Qt::Key_Down}};
-    for (const auto& [action, key] : keys)
-        EXPECT_EQ(action->shortcut(), QKeySequence(key));
-    EXPECT_EQ(bar->zoomBox()->focusPolicy(), Qt::NoFocus);
-    EXPECT_EQ(bar->frameRateBox()->focusPolicy(), Qt::NoFocus);
-    for (QAction* a : {bar->startPauseAction(), bar->stopAction(), bar->targetAction(), bar->resetAction(),
-                       bar->zoomInAction(), bar->zoomOutAction()})
-        EXPECT_FALSE(a->icon().isNull()) << a->toolTip().toStdString();
-}
-
-TEST_F(ToolBarTest, ZoomAndFrameRateEntries)
-{
-    QComboBox* zoom = bar->zoomBox();
-    ASSERT_EQ(zoom->count(), 27);
-    EXPECT_EQ(zoom->currentText(), "1 s/Div");
-    EXPECT_EQ(QStringList({zoom->itemText(0), zoom->itemText(8), zoom->itemText(9), zoom->itemText(26)}),
-              QStringList({"1 us/Div", "500 us/Div", "1 ms/Div", "500 s/Div"}));
-    QComboBox* fps = bar->frameRateBox();
-    QStringList rates;
-    for (int i = 0; i < fps->count(); ++i)
-        rates << fps->itemText(i);
-    EXPECT_EQ(rates, QStringList({"1", "2", "5", "10", "15", "20", "25", "30", "40", "50", "60"}));
-    EXPECT_EQ(fps->currentText(), "30");
-    EXPECT_EQ(g()->targetFps(), 30);
-    fps->setCurrentIndex(10);
-    EXPECT_EQ(ctl->graphRefreshTarget(), 60);
-    EXPECT_EQ(g()->targetFps(), 60);
-}
-
-TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
+TEST_F(ToolBarTest, ZoomStepsAndTheFrameRateReachTheGraph)
 {
     bar->zoomInAction()->trigger();  // no project: zoom is off
     EXPECT_EQ(bar->zoomBox()->currentIndex(), 18);
@@ -131,75 +72,40 @@ TEST_F(ToolBarTest, ZoomStepsThroughTheListIntoTheGraph)
         EXPECT_EQ(bar->zoomBox()->currentIndex(), index) << delta;
     }
     EXPECT_DOUBLE_EQ(g()->timePerDivision(), 200000000.0);
+    bar->frameRateBox()->setCurrentText("60");
+    EXPECT_EQ(ctl->graphRefreshTarget(), 60);
+    EXPECT_EQ(g()->targetFps(), 60);
 }
 
-TEST_F(ToolBarTest, AutoscrollBoxAndGraphFollowEachOther)
-{
-    bar->autoscrollBox()->setChecked(true);
-    EXPECT_TRUE(g()->autoscroll());
-    g()->moveLeftAction()->trigger();  // the user moved the view
-    EXPECT_FALSE(bar->autoscrollBox()->isChecked());
-    EXPECT_FALSE(g()->autoscroll());
-    bar->setAutoscrollChecked(true);
-    EXPECT_TRUE(g()->autoscroll());
-    bar->autoscrollBox()->setCheckState(Qt::PartiallyChecked);
-    EXPECT_TRUE(g()->autoscroll());
-    bar->autoscrollBox()->setChecked(false);
-    EXPECT_FALSE(g()->autoscroll());
-}
-
+// Start, stop, the held view and its scroll bar: DemoWindow and GraphTest.
 TEST_F(ToolBarTest, DisplayStatesFollowASamplingRun)
 {
-    EXPECT_EQ(bar->displayState(), ToolBar::kStateNoProject);
-    for (QAction* a : {bar->startPauseAction(), bar->stopAction(), bar->zoomInAction(), bar->zoomOutAction(),
-                       bar->targetAction(), bar->resetAction()})
-        EXPECT_FALSE(a->isEnabled()) << a->toolTip().toStdString();
     ctl->project().setOpen(true);
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateProjectWithoutSymbols);
     EXPECT_FALSE(bar->startPauseAction()->isEnabled());
-    EXPECT_TRUE(bar->zoomInAction()->isEnabled());
     ready();
-    EXPECT_TRUE(bar->startPauseAction()->isEnabled());
     EXPECT_FALSE(bar->stopAction()->isEnabled());
-    EXPECT_TRUE(g()->isHeld());
-
-    // Start: the view is released and follows the samples.
     ProjectSettings s = ctl->project().settings();
     s.IsQTXWithTimeStamp = true;
     ctl->project().apply(s);
     bar->startPauseAction()->trigger();
     ASSERT_TRUE(settle());
-    EXPECT_FALSE(g()->isHeld());
-    EXPECT_TRUE(graph->scrollBar()->isHidden());
-    EXPECT_TRUE(bar->autoscrollBox()->isChecked());
-    bar->updateDisplayState();
-    EXPECT_EQ(bar->displayState(), ToolBar::kStateSampling);
-    EXPECT_EQ(bar->startPauseAction()->toolTip(), "Pause Sampling");
-    EXPECT_TRUE(bar->stopAction()->isEnabled());
-    EXPECT_TRUE(bar->targetAction()->isEnabled());
 
-    // Pause: held, data keep coming in the background.
+    // Pause: held, data keep coming in the background; resume releases the view.
     bar->startPauseAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStatePaused);
-    EXPECT_EQ(bar->startPauseAction()->toolTip(), "Start Sampling (F5)");
     EXPECT_TRUE(g()->isHeld());
-    EXPECT_FALSE(graph->scrollBar()->isHidden());
-
-    // Resume, then stop.
     bar->startPauseAction()->trigger();
     ASSERT_TRUE(settle());
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateSampling);
+    EXPECT_FALSE(g()->isHeld());
+    EXPECT_TRUE(bar->stopAction()->isEnabled());
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->store().recordCount() > 20; }, 5000));
     bar->stopAction()->trigger();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateStopped);
-    EXPECT_TRUE(g()->isHeld());
     ASSERT_TRUE(settle());
-    bar->updateDisplayState();
-    EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
-    // The held view spans what was recorded.
-    EXPECT_EQ(graph->scrollBar()->maximum(), static_cast<int>(ctl->store().currentTimeStamp()));
 }
 
 TEST_F(ToolBarTest, SamplingEndingOnItsOwnHoldsTheView)
@@ -225,7 +131,6 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
     ASSERT_TRUE(settle());
     ASSERT_TRUE(ctl->probeConnected());
     bar->updateDisplayState();
-    EXPECT_EQ(bar->targetAction()->toolTip(), "Stop Target");  // running
     for (const bool halted : {true, false}) {
         bar->targetAction()->trigger();
         EXPECT_EQ(sampler->halted, halted);
@@ -239,28 +144,26 @@ TEST_F(ToolBarTest, TargetRunsHaltsAndResets)
 // An opened project's time per division selects the entry nearest to it.
 TEST_F(ToolBarTest, ZoomFollowsAndWritesTheProjectsTimeResolution)
 {
-    // Saved, shown and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
-    const std::tuple<std::uint32_t, QString, std::uint32_t> cases[] = {{100000, "100 ms/Div", 100000},
-                                                                       {150000, "200 ms/Div", 200000},
-                                                                       {1, "1 us/Div", 1},
-                                                                       {4000000000u, "500 s/Div", 500000000}};
+    // Saved and kept: 150 ms is nearer by ratio to 200 ms than to 100 ms.
+    const std::pair<std::uint32_t, std::uint32_t> cases[] = {
+        {100000, 100000}, {150000, 200000}, {1, 1}, {4000000000u, 500000000}};
     ctl->project().setOpen(true);
-    for (const auto& [saved, shown, kept] : cases) {
+    for (const auto& [saved, kept] : cases) {
         SCOPED_TRACE(saved);
         ProjectSettings s = ctl->project().settings();
         s.TimeResolutionUs = saved;
         ctl->project().apply(s);  // as an opened project file gives it
         ctl->project().setModified(false);
         bar->updateDisplayState();
-        EXPECT_EQ(bar->zoomBox()->currentText(), shown);
-        EXPECT_DOUBLE_EQ(g()->timePerDivision(), double(bar->zoomBox()->currentData().toUInt()));
+        EXPECT_EQ(bar->zoomBox()->currentData().toUInt(), kept);
+        EXPECT_DOUBLE_EQ(g()->timePerDivision(), double(kept));
         EXPECT_EQ(ctl->project().settings().TimeResolutionUs, kept);
         EXPECT_FALSE(ctl->project().isModified());
     }
 }
 
 // The QTX demo lists its channel's symbols and names no ELF file, whose parse
-// would drop them: opened, it is ready to start, with the file's colours.
+// would drop them: opened, it is ready to start.
 TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
 {
     const std::filesystem::path demo = kDemo.parent_path() / "demo_qtx.plotvik";
@@ -273,7 +176,6 @@ TEST_F(ToolBarTest, TheQtxDemoOpensReadyToStart)
     ASSERT_EQ(result.load(), 0);
     EXPECT_TRUE(ctl->project().settings().IsQTXSession);
     ASSERT_EQ(ctl->symbols().selected().size(), 4u);
-    EXPECT_EQ(ctl->symbols().selected()[0]->symbol().GraphColor, (Rgb{60, 180, 75, 255}));
     bar->updateDisplayState();
     EXPECT_EQ(bar->displayState(), ToolBar::kStateReady);
 }
@@ -307,22 +209,6 @@ struct TriggerWidgetTest : guitest::ControllerTest {
 
 }  // namespace
 
-TEST_F(TriggerWidgetTest, ControlsInOrderAndDisabledAtFirst)
-{
-    const std::vector<QString> expected = {"Trigger control: ", "Trigger Rising Edge", "Trigger Falling Edge",
-                                           "Trigger Both Edges", "Symbol: ", "symbols", "Threshold: ", "threshold"};
-    EXPECT_EQ(items(*widget, {{widget->symbolBox(), "symbols"}, {widget->thresholdEdit(), "threshold"}}), expected);
-    EXPECT_NE(qobject_cast<const QDoubleValidator*>(widget->thresholdEdit()->validator()), nullptr);
-    for (QAction* a : {widget->risingAction(), widget->fallingAction(), widget->bothAction()})
-        EXPECT_FALSE(a->icon().isNull());
-    widget->updateEnabling();  // no project: the controls stay off
-    EXPECT_FALSE(controlsEnabled());
-    openWithSymbols();
-    EXPECT_TRUE(controlsEnabled());
-    EXPECT_EQ(widget->symbolBox()->count(), 3);
-    EXPECT_EQ(widget->symbolBox()->itemText(0), "g_motor.speed");  // by name with parents
-}
-
 TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
 {
     openWithSymbols();
@@ -350,7 +236,6 @@ TEST_F(TriggerWidgetTest, EdgeActionsExcludeEachOtherAndWriteTheProject)
         EXPECT_EQ(now.TriggerSymbol, selected(1)) << "armed on the symbol the box shows";
         EXPECT_TRUE(ctl->project().isModified());
     }
-    EXPECT_NE(bridge.title.find(" *"), std::string::npos) << bridge.title;
 }
 
 TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
@@ -363,10 +248,6 @@ TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
     edit->clear();
     QTest::keyClicks(edit, "-2.5");
     EXPECT_DOUBLE_EQ(settings().TriggerLevel, -2.5);
-    edit->clear();
-    QTest::keyClicks(edit, "x7y");
-    EXPECT_EQ(edit->text(), "7") << "only numbers get in";
-    EXPECT_DOUBLE_EQ(settings().TriggerLevel, 7.0);
 
     // A fired trigger waits again once the user changes it.
     ProjectSettings fired = settings();
@@ -379,7 +260,10 @@ TEST_F(TriggerWidgetTest, SymbolBoxAndThresholdWriteTheProject)
 
 TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
 {
+    widget->updateEnabling();
+    EXPECT_FALSE(controlsEnabled()) << "no project";
     openWithSymbols();
+    EXPECT_TRUE(controlsEnabled());
     // A trigger read from a project file: the controls show it.
     ProjectSettings s = settings();
     s.TriggerSymbol = selected(2);
@@ -419,29 +303,6 @@ TEST_F(TriggerWidgetTest, RebuildTakesTheProjectsTriggerButNotWhileSampling)
     EXPECT_FALSE(widget->bothAction()->isChecked());
 }
 
-using TriggerInMainWindow = guitest::WindowTest;
-
-TEST_F(TriggerInMainWindow, SitsBesideTheToolBarAndFollowsTheProject)
-{
-    TriggerWidget* trigger = window->triggerWidget();
-    ASSERT_NE(trigger, nullptr);
-    EXPECT_TRUE(trigger->isVisible());
-    EXPECT_EQ(window->toolBarArea(trigger), Qt::TopToolBarArea);
-    EXPECT_EQ(window->toolBarArea(window->toolBar()), Qt::TopToolBarArea);
-
-    Node* n = guitest::newSymbol(*ctl, "g_square", kTypeS32);
-    ctl->symbols().setSelected({n});
-    ctl->project().setPath("/projects/window.plotvik");
-    ctl->project().setOpen(true);
-    window->updateGui();
-    ctl->updateTitle();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return trigger->risingAction()->isEnabled(); }));
-    EXPECT_EQ(trigger->symbolBox()->currentText(), "g_square");
-    trigger->risingAction()->trigger();
-    EXPECT_EQ(ctl->project().settings().TriggerSymbol, n);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return window->windowTitle().endsWith(" *]"); })) << "marked modified";
-}
-
 namespace {
 
 // The demo project in the real main window.
@@ -471,7 +332,8 @@ TEST_F(DemoWindow, OpensSamplesAndStopsFromTheKeys)
     // The ELF file is parsed after the project opened; the window repaints again after it.
     ASSERT_TRUE(QTest::qWaitFor([&] { return window->updatesEnabled() && !ctl->elfParsing(); }, 30000));
     EXPECT_FALSE(window->progressDialog()->isVisible());
-    EXPECT_TRUE(window->centralWidget()->isHidden());  // the views take the whole window
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->triggerWidget()->risingAction()->isEnabled(); }))
+        << "the window's trigger controls follow the project";
 
     press(Qt::Key_F5);
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning(); }, 10000));

@@ -6,12 +6,10 @@
 
 #include <QAction>
 #include <QColorDialog>
-#include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
 
-#include <cstring>
 #include <set>
 
 using guitest::newSymbol;
@@ -46,13 +44,6 @@ struct WatchTableTest : guitest::ControllerTest {
         const QTableWidgetItem* item = table->item(row, column);
         return item ? item->text() : QStringLiteral("<none>");
     }
-    QStringList texts(int row) const
-    {
-        QStringList out;
-        for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
-            out << cell(row, c);
-        return out;
-    }
     QAction* menuEntry(int i) { return (menu = table->createContextMenu())->actions().at(i); }
 
     std::uint32_t nextTime = 0;
@@ -60,54 +51,19 @@ struct WatchTableTest : guitest::ControllerTest {
     std::unique_ptr<QMenu> menu;  // owns the actions last read
 };
 
-template <typename T>
-std::uint64_t raw(T v)
+// Rows follow the selection, the add row below them, and a raw import's
+// detaching and attaching: WatchWiringTest.
+TEST_F(WatchTableTest, ARowShowsTheSymbolBeforeAnySample)
 {
-    std::uint64_t u = 0;
-    std::memcpy(&u, &v, sizeof v);
-    return u;
-}
-
-TEST_F(WatchTableTest, HeadersRowsAndTheAddRowBelow)
-{
-    const QStringList headers = {"", "Color", "Name", "Address", "Size", "Type", "Value", "Min", "Max",
-                                 "Moving Average", "Y Resolution", "Y Offset", ""};
-    ASSERT_EQ(table->columnCount(), headers.size());
-    for (int c = 0; c < headers.size(); ++c)
-        EXPECT_EQ(table->horizontalHeaderItem(c)->text(), headers[c]) << c;
-    EXPECT_EQ(table->rowCount(), 1) << "only the add row without symbols";
-
-    Node* a = newSymbol(*ctl, "speed", kTypeFloat);
+    Node* a = add("speed", 4, kTypeFloat);
     a->Address = 0x2000001C;
     a->Type = "float";
-    Node* b = newSymbol(*ctl, "count", kTypeU16, 2);
-    ctl->symbols().setSelected({a, b});
-    table->_SlotOnUpdateTable();
-    ASSERT_EQ(table->rowCount(), 3);
-    EXPECT_EQ(table->symbolAt(0), a);
+    add("count", 2, kTypeU16);
     EXPECT_EQ(table->symbolAt(2), nullptr) << "the add row has no symbol";
-    EXPECT_EQ(b->symbol().TableRow, table->colorButton(1));
-    // Name to Y offset; nothing sampled yet.
-    EXPECT_EQ(texts(0), QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
-    // Only the Y offset and the show check can be changed in place.
-    EXPECT_TRUE(table->item(0, TableWidget::kColShow)->flags() & Qt::ItemIsUserCheckable);
+    QStringList texts;  // name to Y offset
     for (int c = TableWidget::kColName; c <= TableWidget::kColYOffset; ++c)
-        EXPECT_EQ(bool(table->item(0, c)->flags() & Qt::ItemIsEditable), c == TableWidget::kColYOffset) << c;
-
-    ASSERT_EQ(table->cellWidget(2, TableWidget::kColShow), table->addButton());  // its click: WatchWiringTest
-    EXPECT_EQ(table->addButton()->text(), "+");
-
-    // The selection decides the rows; while the records are replaced the table keeps away.
-    ctl->symbols().setSelected({b});
-    table->_SlotOnUpdateTable();
-    EXPECT_EQ(table->symbolAt(0), b);
-    table->detachSymbols();
-    EXPECT_EQ(table->symbolRowCount(), 0);
-    ctl->symbols().setSelected({a, b});
-    table->_SlotOnUpdateTable();
-    EXPECT_EQ(table->symbolRowCount(), 0);
-    table->attachSymbols();
-    EXPECT_EQ(table->symbolRowCount(), 2);
+        texts << cell(0, c);
+    EXPECT_EQ(texts, QStringList({"speed", "2000001C", "4", "float", "N/A", "N/A", "N/A", "N/A", "1/div", "0"}));
 }
 
 TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
@@ -117,14 +73,9 @@ TEST_F(WatchTableTest, MenuActionsStepResolutionAndOffset)
     table->_SlotOnReleasedYResDown();
     EXPECT_EQ(n->symbol().YResolution, 1u) << "1 is the bottom of the series";
     EXPECT_TRUE(n->symbol().ManualYResolution) << "the graph's automatic range must not undo the user's choice";
-    std::vector<std::uint32_t> steps;  // the 1-2-5 series, up and down
-    for (auto slot : {&TableWidget::_SlotOnReleasedYResUp, &TableWidget::_SlotOnReleasedYResUp,
-                      &TableWidget::_SlotOnReleasedYResUp, &TableWidget::_SlotOnReleasedYResDown}) {
-        (table.get()->*slot)();
-        steps.push_back(n->symbol().YResolution);
-    }
-    EXPECT_EQ(steps, (std::vector<std::uint32_t>{2, 5, 10, 5}));
-    EXPECT_EQ(cell(0, TableWidget::kColYResolution), "5/div");
+    table->_SlotOnReleasedYResUp();
+    table->_SlotOnReleasedYResUp();
+    EXPECT_EQ(cell(0, TableWidget::kColYResolution), "5/div");  // the series itself: ScaleSteps
 
     // The offset moves by half a division.
     table->_SlotOnReleasedYOffsetUp();
@@ -192,36 +143,15 @@ TEST_F(WatchTableTest, YOffsetCellTakesSignedWholeNumbersOnly)
     EXPECT_EQ(views.count(), 0);
     table->refresh();
     EXPECT_EQ(n->symbol().YOffset, 0.0);
-
-    // Typed into the cell editor, committed from the event loop.
-    table->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(table.get()));
-    table->setCurrentItem(offset);
-    table->editItem(offset);
-    auto* editor = qobject_cast<QLineEdit*>(QApplication::focusWidget());
-    ASSERT_NE(editor, nullptr);
-    editor->selectAll();
-    QTest::keyClicks(editor, "-4");
-    QTest::keyClick(editor, Qt::Key_Return);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return n->symbol().YOffset == -4.0; }, 1000));
-    EXPECT_EQ(offset->text(), "-4");
 }
 
 TEST_F(WatchTableTest, ContextMenuShowDrawStyleAndRemoveRule)
 {
     Node* n = add("v");
     table->selectRow(0);
-    QStringList texts;
-    for (const QAction* a : (menu = table->createContextMenu())->actions())
-        texts << a->text();
-    EXPECT_EQ(texts, QStringList({"Show", "Y-Offset up", "Y-Offset down", "Y-Resolution up", "Y-Resolution down",
-                                  "Draw Line", "Remove Symbol"}));
-
     // Show: the check box and the menu entry go together; only a full tick shows the curve.
     QSignalSpy views(table.get(), &TableWidget::_SignalUpdateViews);
     QTableWidgetItem* check = table->item(0, TableWidget::kColShow);
-    EXPECT_EQ(check->checkState(), Qt::Checked);
-    EXPECT_TRUE(menuEntry(0)->isChecked());
     check->setCheckState(Qt::PartiallyChecked);
     EXPECT_FALSE(n->symbol().ShowInGraph);
     EXPECT_FALSE(menuEntry(0)->isChecked());
@@ -281,9 +211,9 @@ TEST_F(WatchTableTest, ValuesAtTheCursorAndStatisticsSinceTheStart)
     bits->BitOffset = 3;
     bits->BitSize = 4;
     feed({
-        {raw(9.5f), raw(std::int16_t(50)), 0, 7, 0xFFFFFFFF},
-        {raw(1.25f), raw(std::int16_t(-300)), 1, 4000000000u, 0b1010'000},
-        {raw(-2.5f), raw(std::int16_t(12)), 0, 17, 0b0110'101},
+        {graphtest::bitsOf(9.5f), std::uint16_t(50), 0, 7, 0xFFFFFFFF},
+        {graphtest::bitsOf(1.25f), std::uint16_t(-300), 1, 4000000000u, 0b1010'000},
+        {graphtest::bitsOf(-2.5f), std::uint16_t(12), 0, 17, 0b0110'101},
     });
     const auto values = [&] {
         table->refresh();
@@ -307,36 +237,15 @@ TEST_F(WatchTableTest, ValuesAtTheCursorAndStatisticsSinceTheStart)
     };
     EXPECT_EQ(statistics(0), QStringList({"-2.5", "1.25", "-0.625"}));
     EXPECT_EQ(statistics(1), QStringList({"-300", "12", "-144"}));
-    EXPECT_EQ(cell(3, TableWidget::kColMax), "4000000000");
     // A cleared store has nothing active: the statistics read N/A too.
     ctl->store().clear();
     table->refresh();
     EXPECT_EQ(statistics(1), QStringList(3, "N/A"));
 }
 
-TEST_F(WatchTableTest, LiveColumnsGrowAndWaitWhileTheStoreIsRewritten)
-{
-    add("d", 8, kTypeDouble);
-    table->show();
-    const int before = table->columnWidth(TableWidget::kColValue);
-    feed({{raw(-1.23456789e-300)}, {raw(-1.23456789e-300)}});
-    table->refresh();
-    EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300");
-    EXPECT_GT(table->columnWidth(TableWidget::kColValue), before);
-    EXPECT_GE(table->columnWidth(TableWidget::kColValue), table->fontMetrics().horizontalAdvance("-1.23457e-300"));
-
-    ctl->store().rewrite([&] {
-        feed({{raw(3.0)}});
-        table->refresh();
-        EXPECT_EQ(cell(0, TableWidget::kColValue), "-1.23457e-300") << "the table does not read a half-written store";
-    });
-    table->refresh();
-    EXPECT_EQ(cell(0, TableWidget::kColValue), "3");
-}
-
 TEST_F(WatchTableTest, WhileSamplingTheAddButtonAndRemovalAreOff)
 {
-    Node* n = add("counter", 4, kTypeU32);
+    add("counter", 4, kTypeU32);
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(QTest::qWaitFor([&] { return ctl->samplingRunning() && ctl->store().recordCount() > 6; }));
     table->_SlotOnUpdateTable();
@@ -345,9 +254,6 @@ TEST_F(WatchTableTest, WhileSamplingTheAddButtonAndRemovalAreOff)
     EXPECT_FALSE(menuEntry(6)->isEnabled());
     table->_SlotOnReleasedRemoveSymbol();
     EXPECT_EQ(ctl->symbols().selected().size(), 1u) << "no removal while sampling";
-    // The fake probe counts up: the newest value is the largest seen so far.
-    EXPECT_GE(cell(0, TableWidget::kColValue).toULongLong(), 6u);
-    EXPECT_LE(cell(0, TableWidget::kColMax).toULongLong(), n->symbol().YMaxSampled);
 
     ASSERT_EQ(ctl->postReadStop(), 0);
     ASSERT_TRUE(ctl->waitForQueue(5000));
@@ -365,7 +271,6 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
     table->_SlotOnUpdateTable();
     table->show();
     QPushButton* button = table->colorButton(0);
-    EXPECT_EQ(button->palette().color(QPalette::Button), QColor(255, 0, 0));
     QSignalSpy views(table.get(), &TableWidget::_SignalUpdateViews);
     QColor offered;
     for (const bool accept : {true, false}) {
@@ -384,7 +289,6 @@ TEST_F(WatchTableTest, ColourButtonOpensTheDialogAtTheCurrentColour)
 
 TEST(CurveColors, ClampedWhereDrawnAndTheNextFreePaletteColour)
 {
-    EXPECT_EQ(curvecolors::toQColor({10, 20, 30, 255}), QColor(10, 20, 30));
     EXPECT_EQ(curvecolors::toQColor({300, -5, 256, 255}), QColor(255, 0, 255));
     EXPECT_EQ(curvecolors::toQColor({INT32_MIN, INT32_MAX, 0, 255}), QColor(0, 255, 0));
 
@@ -410,9 +314,6 @@ TEST(CurveColors, ClampedWhereDrawnAndTheNextFreePaletteColour)
         EXPECT_TRUE(std::find(palette.begin(), palette.end(), c) != palette.end());
     }
     EXPECT_EQ(distinct.size(), curvecolors::kPaletteSize);
-    // Palette colours read on the black graph: none is dark.
-    for (const Rgb& c : palette)
-        EXPECT_GT(std::max({c.red, c.green, c.blue}), 150) << c.red << "," << c.green << "," << c.blue;
 }
 
 }  // namespace

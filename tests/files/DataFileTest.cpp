@@ -1,6 +1,10 @@
+// Raw and CSV data files: raw QTX layouts, limits, exports and bit-fields (a
+// plain import and the partial record's warning: ConvertCommandTest), and the
+// CSV's formats.
 #include "StoreFixture.h"
 
 #include "base/ProjectSettings.h"
+#include "files/CsvExport.h"
 #include "files/RawFile.h"
 #include "view/GraphValue.h"
 
@@ -8,40 +12,15 @@
 
 namespace {
 
-struct RawFileTest : ::testing::Test, StoreFixture {
+struct DataFileTest : ::testing::Test, StoreFixture {
     QTemporaryDir dir;
     ScopedBridge scoped;
     ProjectSettings settings;
     std::string file = dir.filePath("rec.praw").toStdString();
+    std::string out = dir.filePath("out.csv").toStdString();
 };
-
-// An import replaces what was stored; a partial record at the end is
-// reported and left out.
-TEST_F(RawFileTest, ImportReplacesTheStoredRecords)
-{
-    Node* n = select("v", 2, kTypeS16);
-    const std::string data =
-        record(10u, std::int16_t{-1}) + record(20u, std::int16_t{2}) + record(30u, std::int16_t{300});
-    for (const bool partial : {false, true}) {
-        scoped.bridge.boxes.clear();
-        sample(data + data);
-        writeAll(file, partial ? data + "X" : data);
-        ASSERT_EQ(ImportRaw(file, store, symbols, settings), 0);
-        const char* warning = "File size does not align with selected symbols!\nFile size: 19 Bytes\n"
-                              "Size of selected symbols + timestamp: 6 Bytes";
-        EXPECT_EQ(scoped.bridge.texts(), std::vector<std::string>(partial ? 1 : 0, warning));
-        if (partial) {
-            EXPECT_EQ(std::tie(scoped.bridge.boxes[0].caption, scoped.bridge.boxes[0].button0),
-                      std::tuple(report::warningCaption(), "O.K."));
-        }
-        EXPECT_EQ(std::tuple(store.writeIndex(), n->symbol().Offset), std::tuple(3u, 4));
-        std::vector<std::pair<std::uint32_t, std::int16_t>> got;  // the old records are gone
-        for (std::uint32_t i = 0; i < 4; ++i)
-            got.emplace_back(store.timeStamps()[i], static_cast<std::int16_t>(n->symbol().Values[i]));
-        EXPECT_EQ(got, (std::vector<std::pair<std::uint32_t, std::int16_t>>{{10, -1}, {20, 2}, {30, 300}, {0, 0}}));
-        EXPECT_FALSE(store.isOpen());
-    }
-}
+using RawFileTest = DataFileTest;
+using CsvExportTest = DataFileTest;
 
 TEST_F(RawFileTest, UntimedQtxSessionImportsTheFileTimeStampsAndKeepsItsLayout)
 {
@@ -120,22 +99,6 @@ TEST_F(RawFileTest, BitFieldsPastTheFirstEightBytesRoundTrip)
     }
 }
 
-TEST_F(RawFileTest, ExportAfterTheRingWrappedStartsAtTheOldestRecord)
-{
-    select("v", 4, kTypeU32);
-    std::string recs;
-    for (std::uint32_t i = 0; i < SampleStore::kCapacity + 10; ++i)
-        recs += record(i, i * 3);
-    sample(recs);
-    ASSERT_TRUE(store.hasWrapped());
-    ASSERT_EQ(ExportRaw(file, store, symbols), 0);
-    const std::string out = readAll(file);
-    ASSERT_EQ(out.size(), std::size_t(store.recordCount()) * 8);
-    const std::uint32_t first = store.timeStampAt(0);
-    EXPECT_GT(first, 0u);
-    EXPECT_EQ(out.substr(0, 8), record(first, first * 3));
-}
-
 TEST_F(RawFileTest, MissingFileFailsWithAMessage)
 {
     select("v", 2, kTypeS16);
@@ -144,6 +107,49 @@ TEST_F(RawFileTest, MissingFileFailsWithAMessage)
     EXPECT_EQ(scoped.bridge.texts(),
               std::vector<std::string>{"Could not open file [" + missing + "]!\nFile not found!"});
     EXPECT_EQ(ExportRaw(dir.filePath("no/dir/x.praw").toStdString(), store, symbols), -1);
+}
+
+// All records but the store's newest, each type in its format.
+TEST_F(CsvExportTest, FormatsEachTypeAndLeavesOut64BitFields)
+{
+    select("b", 1, kTypeBool);
+    select("u8", 1, kTypeU8);
+    select("s8", 1, kTypeS8);
+    select("s16", 2, kTypeS16);
+    select("u32", 4, kTypeU32);
+    select("big", 8, kTypeU64);
+    select("s32", 4, kTypeS32);
+    select("d", 8, kTypeDouble);
+    select("neg64", 8, kTypeS64);
+    select("f", 4, kTypeFloat);
+    const auto r = [](std::uint32_t t, float f) {
+        return record(t, std::uint8_t{1}, std::uint8_t{200}, std::int8_t{-5}, std::int16_t{-300},
+                      std::uint32_t{0xFFFFFFFFu}, std::uint64_t{1} << 40, std::int32_t{-123456}, 3.125,
+                      std::int64_t{-9}, f);
+    };
+    sample(r(5, 1.5f) + r(6, -0.25f) + r(7, 2.0f));
+    ASSERT_EQ(ExportCsv(out, store, symbols), 0);
+    // Unsigned 32-bit values above 2^31-1 print negative; 64-bit symbols have no field.
+    EXPECT_EQ(lines(readAll(out)), (std::vector<std::string>{"Timestamp;b;u8;s8;s16;u32;big;s32;d;neg64;f",
+                                                            "5;1;200;-5;-300;-1;-123456;3.125000;1.500000",
+                                                            "6;1;200;-5;-300;-1;-123456;3.125000;-0.250000"}));
+}
+
+// The header names symbols by their dotted names.
+TEST_F(CsvExportTest, HeaderOnlyForOneOrNoRecordAndUnwritablePathsFail)
+{
+    select("x", 2, kTypeS16)->NameWithParents = "state.x";
+    ASSERT_EQ(ExportCsv(out, store, symbols), 0);
+    EXPECT_EQ(readAll(out), "Timestamp;state.x\n");
+    sample(record(1u, std::int16_t{3}));
+    ASSERT_EQ(store.writeIndex(), 1u);
+    ASSERT_EQ(ExportCsv(out, store, symbols), 0);
+    EXPECT_EQ(readAll(out), "Timestamp;state.x\n");
+
+    const std::string bad = dir.filePath("no/dir/out.csv").toStdString();
+    EXPECT_EQ(ExportCsv(bad, store, symbols), -1);
+    ASSERT_EQ(scoped.bridge.boxes.size(), 1u);
+    EXPECT_EQ(scoped.bridge.boxes[0].text.rfind("Could not open file [" + bad + "]!", 0), 0u);
 }
 
 }  // namespace
