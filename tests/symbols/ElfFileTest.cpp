@@ -17,20 +17,6 @@ const std::string kGood = "shapes_c_dwarf5_O0.elf";
 
 }  // namespace
 
-// Codes outside the table have no text; a report carries its kind, text and detail.
-TEST(ElfErrorText, TextsAndRecordKinds)
-{
-    EXPECT_STREQ(elf::errorText(42), "");
-    EXPECT_STREQ(elf::errorText(75), "");
-    ErrorCapture errors;
-    elf::reportError(56);
-    elf::reportError(52, "0x1A");
-    ASSERT_EQ(errors.records.size(), 2u);
-    const auto& r = errors.records;
-    EXPECT_EQ(std::tie(r[0].kind, r[0].message, r[1].kind, r[1].detail),
-              std::tuple(68, "could not parse macro information", 66, "0x1A"));
-}
-
 // Files that are no executable ELF of a known form: each gives one error. A
 // row with an offset patches the good file there; without, it is the file.
 TEST(ElfOpen, BrokenFilesGiveTheirErrors)
@@ -131,26 +117,6 @@ TEST(ElfLoad, Dwarf5UnitsWarnAndStillLoad)
                 EXPECT_FALSE(f->debugInfo().globals().empty()) << name;
                 EXPECT_EQ(f->statistics().dwarfVersion, version) << name;
             }
-}
-
-TEST(ElfLoad, StatisticsLinesInOrder)
-{
-    testelf::LogCapture log;
-    ASSERT_NE(elf::FilePtr(elf::open(corpus("shapes_c_dwarf4_O0.elf"), false)), nullptr);
-    const std::vector<std::string> prefixes = {
-        "parsed debug types section in ms: 0", "parsed debug info section in ms: ", "parsed source line info in ms: ",
-        "parsed macro info in ms: ", "parsed call frame info in ms: ", "File Size: ", "debug_info size: ",
-        "debug_types size: 0", "DWARF Version: 4", "Data Encoding: Little Endian", "Source Language: C",
-        " ELF symbols", " DWARF symbols", " Funcs", " InlineFuncs", " Global variables", " Types", " Members",
-        " Local variables", " Compilation units", " SrcLines", " Namespaces", " Namespace extensions", " Macros",
-        " FDEs", " CIEs", "Total init time: "};
-    std::size_t at = 0;
-    for (const auto& l : log.lines)
-        if (at < prefixes.size() && l.find(prefixes[at]) != std::string::npos)
-            ++at;
-    EXPECT_EQ(at, prefixes.size()) << "missing: " << (at < prefixes.size() ? prefixes[at] : "");
-    const auto size = std::to_string(testelf::readBytes(corpus("shapes_c_dwarf4_O0.elf")).size());
-    EXPECT_NE(std::find(log.lines.begin(), log.lines.end(), "File Size: " + size), log.lines.end());
 }
 
 TEST(Location, Evaluation)
