@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cstdio>
 #include <sys/wait.h>
 #include <filesystem>
@@ -131,44 +130,28 @@ TEST_F(CliCommands, NewSelectRecordGiveTheChosenVariablesWithTheFirmwaresValues)
 
 TEST_F(CliCommands, NewRefusesWhatTheDialogRefuses)
 {
-    struct Case {
-        std::vector<std::string> args;
-        const char* text;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{"new", "a.plotvik", "--bsq", "100", "--device", "PVK-SIM-M4"}, "No ELF file selected."},
         {{"new", "a.plotvik", "--qtx", "--elf", "fw.elf"}, "In QTX mode specifying the target device is mandatory."},
         {{"new", "a.plotvik", "--qtx", "--existing-session", "--device", "PVK-SIM-M4"},
          "An existing session samples with BSQ only."},
     };
-    for (const Case& c : cases) {
-        const CliRun r = cli(c.args);
-        EXPECT_EQ(r.code, 1) << c.text;
-        EXPECT_NE(r.output.find(c.text), std::string::npos) << r.output;
+    for (const auto& [args, text] : cases) {
+        const CliRun r = cli(args);
+        EXPECT_TRUE(r.code == 1 && r.output.find(text) != std::string::npos) << r.output;
     }
     EXPECT_FALSE(fs::exists(dir / "a.plotvik"));
 }
 
+// The filter folds case; the other columns' filtering is DeviceList's part.
 TEST_F(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
 {
-    const CliRun all = cli({"devices"});
-    ASSERT_EQ(all.code, 0) << all.output;
-    const std::vector<std::string> rows = split(all.output, '\n');
-    ASSERT_GE(rows.size(), 300u);
-    EXPECT_EQ(rows[0].rfind("Manufacturer", 0), 0u) << rows[0];
-    EXPECT_NE(rows[1].find("Unspecified"), std::string::npos) << "the generic cores come first";
-    const auto lower = [](std::string s) {
-        for (char& ch : s)
-            ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-        return s;
-    };
-    for (const char* filter : {"stm32F407", "plotvik simulated", "1.5 mb"}) {
-        const CliRun r = cli({"devices", filter});
-        const std::vector<std::string> kept = split(r.output, '\n');
-        ASSERT_TRUE(r.code == 0 && kept.size() >= 2u) << filter << ": " << r.output;
-        for (std::size_t i = 1; i < kept.size(); ++i)
-            EXPECT_NE(lower(kept[i]).find(lower(filter)), std::string::npos) << kept[i];
-    }
+    const CliRun all = cli({"devices"}), kept = cli({"devices", "stm32F407"});
+    const std::vector<std::string> rows = split(kept.output, '\n');
+    ASSERT_TRUE(all.code == 0 && kept.code == 0 && rows.size() >= 2u) << all.output << kept.output;
+    EXPECT_LT(rows.size(), split(all.output, '\n').size());
+    for (std::size_t i = 1; i < rows.size(); ++i)
+        EXPECT_NE(rows[i].find("STM32F407"), std::string::npos) << rows[i];
 }
 
 // Help and version go to standard output with status 0; a wrong command line
@@ -176,25 +159,15 @@ TEST_F(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
 // the synopsis, with status 2.
 TEST_F(CliCommands, HelpVersionAndUsageErrors)
 {
-    const CliRun help = cli({"--help"}, true);
-    EXPECT_EQ(help.code, 0) << help.error;
-    EXPECT_EQ(help.output.rfind("Usage: plotvik-cli COMMAND", 0), 0u) << help.output;
-    for (const char* command : {"symbols", "new", "select", "record", "convert", "devices"}) {
-        EXPECT_NE(help.output.find("\n  " + std::string(command) + " "), std::string::npos) << command;
-        const CliRun r = cli({command, "--help"}, true);
-        EXPECT_EQ(r.code, 0) << command << r.error;
-        EXPECT_EQ(r.output.rfind("Usage: plotvik-cli " + std::string(command) + " ", 0), 0u) << r.output;
-        EXPECT_NE(r.output.find("\nExit status:\n  0  "), std::string::npos) << r.output;
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"--help"}, {"record", "--help"}}) {
+        const CliRun r = cli(args, true);
+        EXPECT_EQ(std::tuple(r.code, r.output.rfind("Usage: plotvik-cli ", 0), r.error), std::tuple(0, 0u, "")) << args[0];
     }
     const CliRun version = cli({"--version"}, true);
-    EXPECT_EQ(version.code, 0);
-    EXPECT_EQ(version.output, "plotvik-cli (Norvex Plotvik) " + product::versionText() + "\n");
+    EXPECT_EQ(std::tie(version.code, version.output),
+              std::tuple(0, "plotvik-cli (Norvex Plotvik) " + product::versionText() + "\n"));
 
-    struct Case {
-        std::vector<std::string> args;
-        const char* error;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{}, "plotvik-cli: missing command"},
         {{"plot"}, "plotvik-cli: unknown command 'plot'"},
         {{"symbols"}, "plotvik-cli symbols: missing FILE.elf"},
@@ -206,10 +179,10 @@ TEST_F(CliCommands, HelpVersionAndUsageErrors)
         {{"select", "p.plotvik"}, "plotvik-cli select: missing PATTERN"},
         {{"devices", "a", "b"}, "plotvik-cli devices: unexpected argument 'b'"},
     };
-    for (const Case& c : cases) {
-        const CliRun r = cli(c.args, true);
-        EXPECT_EQ(r.code, 2) << c.error;
-        EXPECT_EQ(r.output, "") << c.error;
-        EXPECT_EQ(r.error.rfind(std::string(c.error) + "\nUsage: plotvik-cli ", 0), 0u) << r.error;
+    for (const auto& [args, error] : cases) {
+        const CliRun r = cli(args, true);
+        EXPECT_EQ(std::tuple(r.code, r.output, r.error.rfind(std::string(error) + "\nUsage: plotvik-cli ", 0)),
+                  std::tuple(2, "", 0u))
+            << r.error;
     }
 }
