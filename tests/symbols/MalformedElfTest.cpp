@@ -12,9 +12,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <random>
 
@@ -47,11 +47,7 @@ void parsesOrRefuses(const std::vector<unsigned char>& bytes, const std::string&
 int parseUnderTightLimit(const std::string& path)
 {
     long pages = 0;
-    if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(statm, "%ld", &pages) != 1)
-            pages = 0;
-        std::fclose(statm);
-    }
+    std::ifstream("/proc/self/statm") >> pages;
     const rlim_t limit = static_cast<rlim_t>(pages) * 4096 + (rlim_t{100} << 20);
     const rlimit address{limit, limit};
     setrlimit(RLIMIT_AS, &address);
