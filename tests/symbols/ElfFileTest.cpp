@@ -77,9 +77,7 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     ErrorCapture errors;
     elf::FilePtr a(elf::open(corpus(kGood), true));
     elf::FilePtr b(elf::open(corpus(kGood), true));
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(b, nullptr);
-    EXPECT_TRUE(errors.records.empty());
+    ASSERT_TRUE(a && b && errors.records.empty());
     EXPECT_EQ(std::tuple(a->loaded(), a->debugInfo().dieCount(), a->size(), std::memcmp(a->data(), "\x7f" "ELF", 4)),
               std::tuple(false, 0u, testelf::readBytes(corpus(kGood)).size(), 0));
     elf::FilePtr c(elf::open(corpus(kGood), true));
@@ -95,9 +93,7 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     auto* fake = reinterpret_cast<elf::File*>(&notAFile);
     EXPECT_FALSE(elf::checkHandle(fake));
     elf::close(fake);
-    ASSERT_EQ(errors.records.size(), 2u);
-    EXPECT_EQ(std::tie(errors.records[0].code, errors.records[1].code),
-              std::tuple(elf::kErrInvalidHandle, elf::kErrInvalidHandle));
+    EXPECT_EQ(std::ranges::count(errors.records, elf::kErrInvalidHandle, &elf::ErrorRecord::code), 2);
 }
 
 // DWARF 5 units warn, and that is the only error the corpus gives.
@@ -111,11 +107,11 @@ TEST(ElfLoad, Dwarf5UnitsWarnAndStillLoad)
                 ErrorCapture errors;
                 elf::FilePtr f(elf::open(corpus(name + ".elf"), false));
                 ASSERT_NE(f, nullptr) << name;
-                EXPECT_EQ(errors.has(elf::kErrDwarf5), version == 5) << name;
-                for (const auto& r : errors.records)
-                    EXPECT_EQ(r.code, elf::kErrDwarf5) << name << ": " << r.message;
-                EXPECT_FALSE(f->debugInfo().globals().empty()) << name;
-                EXPECT_EQ(f->statistics().dwarfVersion, version) << name;
+                const auto warnings = std::ranges::count(errors.records, elf::kErrDwarf5, &elf::ErrorRecord::code);
+                EXPECT_EQ(std::tuple(warnings > 0, std::size_t(warnings), f->debugInfo().globals().empty(),
+                                     f->statistics().dwarfVersion),
+                          std::tuple(version == 5, errors.records.size(), false, version))
+                    << name;
             }
 }
 

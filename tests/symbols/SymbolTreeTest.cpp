@@ -1,11 +1,11 @@
 // The tree's rules on debug information built in memory.
-#include "TreeWalk.h"
 #include "symbols/DebugInfo.h"
 #include "symbols/SymbolDatabase.h"
 #include "symbols/SymbolTree.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <tuple>
 
@@ -13,6 +13,25 @@ namespace {
 
 using elf::Die;
 using elf::kNoDie;
+
+// Every node from `first` down, depth first, array elements made in the arena.
+void forEach(NodeArena& arena, Node* first, const std::function<void(Node&)>& visit)
+{
+    for (Node* n = first; n; n = n->Next) {
+        visit(*n);
+        forEach(arena, n->Children, visit);
+        for (std::uint32_t i = 0; i < n->ElementCount; ++i)
+            forEach(arena, arena.element(*n, i), visit);
+    }
+}
+
+// Nodes below a filled variable (which has no siblings).
+std::size_t countBelow(NodeArena& arena, Node& node)
+{
+    std::size_t count = 0;
+    forEach(arena, &node, [&](Node&) { ++count; });
+    return count - 1;
+}
 
 // A unit of hand-made DIE records. Every entry must be added before the
 // first fill: the records cache pointers to each other.
@@ -135,7 +154,7 @@ TEST(SymbolTree, ArrayElementsAreMadeOnDemand)
     EXPECT_EQ(std::tie(g1->Name, g1->Parent, g1->ElementCount, g1->IsArray), std::tuple("grid[1]", root, 5u, true));
 
     std::vector<const Node*> made;
-    treewalk::forEach(f.arena, root, [&](Node& n) { made.push_back(&n); });
+    forEach(f.arena, root, [&](Node& n) { made.push_back(&n); });
     ASSERT_EQ(made.size(), 1u + 4 + 4 * 5 * (1 + 2 + 3));
     // The walk that lists makes the same nodes, one element at a time.
     const auto fields = [](const Node& n) {
@@ -230,12 +249,14 @@ TEST(SymbolTree, Budgets)
     Node* s = f.fill(builder, small);
     Node* w = f.fill(builder, wide);
     EXPECT_EQ(builder.nodes(), 4u + 3u);
-    EXPECT_EQ(treewalk::countBelow(f.arena, *s), 21u);
-    EXPECT_NE(treewalk::find(f.arena, s, "small[2][1].b"), nullptr);
+    EXPECT_EQ(countBelow(f.arena, *s), 21u);
+    bool found = false;
+    forEach(f.arena, s, [&](Node& n) { found = found || n.NameWithParents == "small[2][1].b"; });
+    EXPECT_TRUE(found);
     // More than the variable limit of 29, made on demand.
-    EXPECT_EQ(std::tuple(treewalk::countBelow(f.arena, *w), w->Unexpanded), std::tuple(30u, kCutNone));
+    EXPECT_EQ(std::tuple(countBelow(f.arena, *w), w->Unexpanded), std::tuple(30u, kCutNone));
     const std::uint64_t before = builder.nodes();
-    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(builder, named)), 2u);
+    EXPECT_EQ(countBelow(f.arena, *f.fill(builder, named)), 2u);
     EXPECT_EQ(builder.nodes() - before, 2u + 1u) << "name and path of 120 and 122 characters count once more";
 
     // A member that would break the budget is cut in the first element, and
@@ -284,5 +305,5 @@ TEST(SymbolTree, DamagedTypesAreCutOrLeftOut)
         EXPECT_FALSE(r.typeId < 0 && n->Size != 0) << name;
         EXPECT_FALSE(r.cut != kCutNone && (n->hasChildren() || n->IsLeaf)) << name;
     }
-    EXPECT_EQ(treewalk::countBelow(f.arena, *f.fill(rows[4].var)), 3u) << "up to the last byte an array expands";
+    EXPECT_EQ(countBelow(f.arena, *f.fill(rows[4].var)), 3u) << "up to the last byte an array expands";
 }
