@@ -3,13 +3,13 @@
 #include "base/Product.h"
 #include "tests/TempFolder.h"
 
+#include <QProcess>
+#include <QStringList>
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <sys/wait.h>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,24 +26,6 @@ struct CliRun {
     std::string error;   // standard error when kept apart
 };
 
-std::string quoted(const std::string& s)
-{
-    std::string q = "'";
-    for (char c : s)
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
-
-std::vector<std::string> split(const std::string& text, char at)
-{
-    std::vector<std::string> out;
-    std::string part;
-    std::istringstream in(text);
-    while (std::getline(in, part, at))
-        out.push_back(part);
-    return out;
-}
-
 // Each test runs plotvik-cli in a folder of its own.
 struct CliCommands : ::testing::Test {
     fs::path dir;
@@ -58,26 +40,21 @@ struct CliCommands : ::testing::Test {
     // Runs plotvik-cli in `dir`, with the configuration kept inside it.
     CliRun cli(const std::vector<std::string>& args, bool errorApart = false) const
     {
-        std::string cmd = "cd " + quoted(dir.string()) + " && HOME=" + quoted(dir.string()) +
-                          " XDG_CONFIG_HOME=" + quoted(dir.string()) + " " + quoted((kBin / "plotvik-cli").string());
+        QProcess p;
+        const QString home = QString::fromStdString(dir.string());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", home);
+        env.insert("XDG_CONFIG_HOME", home);
+        p.setProcessEnvironment(env);
+        p.setWorkingDirectory(home);
+        p.setProcessChannelMode(errorApart ? QProcess::SeparateChannels : QProcess::MergedChannels);
+        QStringList arguments;
         for (const std::string& a : args)
-            cmd += " " + quoted(a);
-        const fs::path errorFile = dir / "stderr.txt";
-        cmd += errorApart ? " 2>" + quoted(errorFile.string()) : std::string(" 2>&1");
-        CliRun r;
-        FILE* p = ::popen(cmd.c_str(), "r");
-        if (!p)
-            return r;
-        char buf[4096];
-        for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
-            r.output.append(buf, n);
-        const int status = ::pclose(p);
-        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        if (errorApart) {
-            std::ifstream in(errorFile);
-            r.error.assign(std::istreambuf_iterator<char>(in), {});
-        }
-        return r;
+            arguments << QString::fromStdString(a);
+        p.start(QString::fromStdString((kBin / "plotvik-cli").string()), arguments);
+        p.waitForFinished(-1);
+        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput().toStdString(),
+                errorApart ? p.readAllStandardError().toStdString() : std::string()};
     }
 };
 
@@ -147,11 +124,11 @@ TEST_F(CliCommands, NewRefusesWhatTheDialogRefuses)
 TEST_F(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
 {
     const CliRun all = cli({"devices"}), kept = cli({"devices", "stm32F407"});
-    const std::vector<std::string> rows = split(kept.output, '\n');
-    ASSERT_TRUE(all.code == 0 && kept.code == 0 && rows.size() >= 2u) << all.output << kept.output;
-    EXPECT_LT(rows.size(), split(all.output, '\n').size());
-    for (std::size_t i = 1; i < rows.size(); ++i)
-        EXPECT_NE(rows[i].find("STM32F407"), std::string::npos) << rows[i];
+    const QStringList rows = QString::fromStdString(kept.output).split('\n', Qt::SkipEmptyParts);
+    ASSERT_TRUE(all.code == 0 && kept.code == 0 && rows.size() >= 2) << all.output << kept.output;
+    EXPECT_LT(rows.size(), QString::fromStdString(all.output).split('\n', Qt::SkipEmptyParts).size());
+    for (qsizetype i = 1; i < rows.size(); ++i)
+        EXPECT_TRUE(rows[i].contains("STM32F407")) << rows[i].toStdString();
 }
 
 // Help and version go to standard output with status 0; a wrong command line
