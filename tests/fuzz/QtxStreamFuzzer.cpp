@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char*** argv)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     // Input: channel byte, name line, piece count, piece sizes, stream.
-    fuzz::Cursor in(data, size);
+    fuzz::Cursor in{data, size};
     FakeQtxScript script;
     const std::uint8_t channels = in.byte();
     script.channels = 1 + channels % 4;
@@ -110,7 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(store.writeIndex() == records);
     for (std::uint32_t r = 0; r < records; ++r) {
         const std::uint8_t* rec = script.stream + r * recordSize;
-        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == fuzz::Cursor(rec, 4).u32());
+        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == (fuzz::Cursor{rec, 4}.u32()));
         for (const Node* n : symbols.selected()) {
             std::uint64_t expected = 0;
             std::memcpy(&expected, rec + n->symbol().Offset, n->Size);

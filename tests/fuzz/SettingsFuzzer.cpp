@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     // The first line is the value to write, the rest the file.
-    fuzz::Cursor in(data, size);
+    fuzz::Cursor in{data, size};
     const std::string value = in.line(300);
     {
         std::ofstream out(g_path, std::ios::binary | std::ios::trunc);
