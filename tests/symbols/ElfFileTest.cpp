@@ -96,25 +96,6 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     EXPECT_EQ(std::ranges::count(errors.records, elf::kErrInvalidHandle, &elf::ErrorRecord::code), 2);
 }
 
-// DWARF 5 units warn, and that is the only error the corpus gives.
-TEST(ElfLoad, Dwarf5UnitsWarnAndStillLoad)
-{
-    for (const char* language : {"c", "cpp"})
-        for (const char* opt : {"O0", "Os"})
-            for (const int version : {4, 5}) {
-                const std::string name =
-                    std::string("shapes_") + language + "_dwarf" + std::to_string(version) + "_" + opt;
-                ErrorCapture errors;
-                elf::FilePtr f(elf::open(corpus(name + ".elf"), false));
-                ASSERT_NE(f, nullptr) << name;
-                const auto warnings = std::ranges::count(errors.records, elf::kErrDwarf5, &elf::ErrorRecord::code);
-                EXPECT_EQ(std::tuple(warnings > 0, std::size_t(warnings), f->debugInfo().globals().empty(),
-                                     f->statistics().dwarfVersion),
-                          std::tuple(version == 5, errors.records.size(), false, version))
-                    << name;
-            }
-}
-
 TEST(Location, Evaluation)
 {
     const struct {
