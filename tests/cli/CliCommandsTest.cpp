@@ -138,7 +138,8 @@ TEST_F(CliCommands, HelpVersionAndUsageErrors)
 {
     for (const std::vector<std::string>& args : {std::vector<std::string>{"--help"}, {"record", "--help"}}) {
         const CliRun r = cli(args, true);
-        EXPECT_EQ(std::tuple(r.code, r.output.rfind("Usage: plotvik-cli ", 0), r.error), std::tuple(0, 0u, "")) << args[0];
+        EXPECT_EQ(std::tuple(r.code, r.output.rfind("Usage: plotvik-cli ", 0), r.error), std::tuple(0, 0u, ""))
+            << args[0];
     }
     const CliRun version = cli({"--version"}, true);
     EXPECT_EQ(std::tie(version.code, version.output),

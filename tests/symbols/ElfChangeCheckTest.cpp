@@ -157,7 +157,8 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     ASSERT_EQ(s.bridge.shown().size(), 1u);
     const MessageBoxRequest& box = s.bridge.boxes[0];
     EXPECT_EQ(box.text, "The elf file at\n" + s.elf.string() +
-                            "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected symbols?");
+                            "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected "
+                            "symbols?");
 
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
