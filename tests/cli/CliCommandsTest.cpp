@@ -4,7 +4,6 @@
 #include "tests/TempFolder.h"
 
 #include <QProcess>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -118,17 +117,6 @@ TEST_F(CliCommands, NewRefusesWhatTheDialogRefuses)
         EXPECT_TRUE(r.code == 1 && r.output.find(text) != std::string::npos) << r.output;
     }
     EXPECT_FALSE(fs::exists(dir / "a.plotvik"));
-}
-
-// The filter folds case; the other columns' filtering is DeviceList's part.
-TEST_F(CliCommands, DevicesKeepsTheRowsContainingTheFilter)
-{
-    const CliRun all = cli({"devices"}), kept = cli({"devices", "stm32F407"});
-    const QStringList rows = QString::fromStdString(kept.output).split('\n', Qt::SkipEmptyParts);
-    ASSERT_TRUE(all.code == 0 && kept.code == 0 && rows.size() >= 2) << all.output << kept.output;
-    EXPECT_LT(rows.size(), QString::fromStdString(all.output).split('\n', Qt::SkipEmptyParts).size());
-    for (qsizetype i = 1; i < rows.size(); ++i)
-        EXPECT_TRUE(rows[i].contains("STM32F407")) << rows[i].toStdString();
 }
 
 // Help and version go to standard output with status 0; a wrong command line
