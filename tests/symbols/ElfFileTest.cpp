@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 
 using testelf::corpus;
 using testelf::ErrorCapture;
@@ -78,21 +77,14 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     elf::FilePtr a(elf::open(corpus(kGood), true));
     elf::FilePtr b(elf::open(corpus(kGood), true));
     ASSERT_TRUE(a && b && errors.records.empty());
-    EXPECT_EQ(std::tuple(a->loaded(), a->debugInfo().dieCount(), a->size(), std::memcmp(a->data(), "\x7f" "ELF", 4)),
-              std::tuple(false, 0u, testelf::readBytes(corpus(kGood)).size(), 0));
-    elf::FilePtr c(elf::open(corpus(kGood), true));
-    EXPECT_EQ(c, nullptr);
-    EXPECT_TRUE(errors.has(elf::kErrTooManyOpen));
+    EXPECT_EQ(std::tuple(a->loaded(), a->debugInfo().dieCount()), std::tuple(false, 0u));
+    EXPECT_TRUE(!elf::FilePtr(elf::open(corpus(kGood), true)) && errors.has(elf::kErrTooManyOpen));
     b.reset();
-    elf::FilePtr d(elf::open(corpus(kGood), true));
-    EXPECT_NE(d, nullptr);
-    EXPECT_TRUE(elf::checkHandle(d.get()));
+    EXPECT_TRUE(elf::checkHandle(elf::FilePtr(elf::open(corpus(kGood), true)).get()));
 
-    errors.records.clear();
     int notAFile = 0;
-    auto* fake = reinterpret_cast<elf::File*>(&notAFile);
-    EXPECT_FALSE(elf::checkHandle(fake));
-    elf::close(fake);
+    EXPECT_FALSE(elf::checkHandle(reinterpret_cast<elf::File*>(&notAFile)));
+    elf::close(reinterpret_cast<elf::File*>(&notAFile));
     EXPECT_EQ(std::ranges::count(errors.records, elf::kErrInvalidHandle, &elf::ErrorRecord::code), 2);
 }
 
