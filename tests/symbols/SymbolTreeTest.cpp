@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 #include <tuple>
 
 namespace {
@@ -200,25 +199,6 @@ TEST(SymbolTree, TypeTextsAndDeclaringFiles)
     f.at(v).declFile = 7;
     EXPECT_EQ(std::tuple(f.info.typeText(f.at(v)), f.info.declFile(f.at(v))),
               std::tuple("struct point_t", "/src/main.c"));
-}
-
-TEST(SymbolTree, MatchesFoldsCaseOnEveryField)
-{
-    const auto make = [](const char* file, const char* name, const char* path, const char* type) {
-        auto n = std::make_unique<Node>();
-        n->File = file;
-        n->Name = name;
-        n->NameWithParents = path;
-        n->Type = type;
-        return n;
-    };
-    // A rebuild's other address or type is the re-matching tests' part.
-    const auto a = make("/src/Main.c", "speed", "motor.speed", "int");
-    EXPECT_TRUE(symtree::matches(*a, *make("/SRC/main.C", "SPEED", "Motor.Speed", "INT")));
-    for (const auto& other : {make("/src/Main.c", "speed", "other.speed", "int"),
-                              make("/src/Main.c", "speed2", "motor.speed", "int"),
-                              make("/src/other.c", "speed", "motor.speed", "int")})
-        EXPECT_FALSE(symtree::matches(*a, *other)) << other->File << other->NameWithParents << other->Type;
 }
 
 // An array costs the nodes of its first element whatever its length (the
