@@ -175,21 +175,6 @@ TEST(SymbolTree, ArrayElementsAreMadeOnDemand)
     EXPECT_EQ(std::tie(made[2]->Name, made[3]->NameWithParents), std::tuple("grid[0][0]", "grid[0][0].tag"));
 }
 
-// The rules that real firmware in the listings does not reach: bool only of
-// one byte, float by its text folded, the text alone decides.
-TEST(SymbolTree, ClassificationBeyondTheListings)
-{
-    const std::tuple<const char*, std::uint32_t, int> cases[] = {
-        {"bool", 2, kTypeU16}, {"FLOAT", 4, kTypeFloat}, {"float32_t", 4, kTypeU32}, {"struct x", 12, kTypeNone}};
-    for (const auto& [type, size, typeId] : cases) {
-        Node n;
-        n.Type = type;
-        n.Size = size;
-        symtree::classify(n);
-        EXPECT_EQ(std::tuple(n.TypeID, n.IsLeaf), std::tuple(typeId, true)) << type;
-    }
-}
-
 // What the listings and the array test do not show: an unnamed structure
 // takes its typedef's name; a file number out of range gives the unit's name.
 TEST(SymbolTree, TypeTextsAndDeclaringFiles)
