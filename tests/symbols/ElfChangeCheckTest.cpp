@@ -39,7 +39,7 @@ struct Session {
     TestBridge bridge;
     std::unique_ptr<Controller> ctl;
     fs::path dir;
-    fs::path elf;
+    fs::path elf = dir / "fw.elf";
     std::map<std::string, std::uint32_t> oldAddress;
     int tableRow = 0;
 
@@ -48,7 +48,6 @@ struct Session {
         QStandardPaths::setTestModeEnabled(true);
         fs::remove_all(dir);
         fs::create_directories(dir);
-        elf = dir / "fw.elf";
         fs::copy_file(testelf::corpus("rebuild_v1.elf"), elf);
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         ctl->setBridge(&bridge);
@@ -109,8 +108,7 @@ struct Session {
         ASSERT_EQ(ctl->postCheckElfModifications(), 0);
         ASSERT_TRUE(ctl->waitForQueue(10000));
         ASSERT_TRUE(ctl->waitForQueue(10000));
-        EXPECT_FALSE(ctl->elfCheckPending());
-        EXPECT_FALSE(ctl->elfParsing());
+        EXPECT_FALSE(ctl->elfCheckPending() || ctl->elfParsing());
     }
     std::vector<std::string> selected()
     {
