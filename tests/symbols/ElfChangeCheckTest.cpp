@@ -125,10 +125,9 @@ struct Session {
 // yet: no question, no parse.
 TEST(ElfChangeCheck, NothingIsAskedWhenNothingChangedOrNothingIsChecked)
 {
-    for (const char* c : {"unchanged", "deleted", "qtx", "unparsed"}) {
-        SCOPED_TRACE(c);
-        Session s(c);
-        const std::string what = c;
+    for (const std::string what : {"unchanged", "deleted", "qtx", "unparsed"}) {
+        SCOPED_TRACE(what);
+        Session s(what);
         s.open(what == "qtx", what != "unparsed");
         const SymbolTree* before = s.ctl->symbols().tree();
         if (what == "deleted")

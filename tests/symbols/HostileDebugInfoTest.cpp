@@ -120,8 +120,7 @@ TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
             testelf::Parsed intact(path);
             char offset[32];
             std::snprintf(offset, sizeof offset, "0x%zX", broken - section);
-            const auto& r = intact.errors.records;
-            EXPECT_TRUE(std::any_of(r.begin(), r.end(), [&](const auto& e) {
+            EXPECT_TRUE(std::ranges::any_of(intact.errors.records, [&](const auto& e) {
                 return e.code == elf::kErrCompileUnit && e.detail == offset && e.kind == 66;
             })) << path;
         }
