@@ -54,13 +54,10 @@ TEST(Listing, EveryFileListsAsRecorded)
         // Arrays over the old node budget were left out; they are listed now.
         if (name == "corpus/hostile_dwarf4/hostile_bulk_array.elf" || name == "corpus/hostile_dwarf4/hostile_all.elf")
             continue;
-        std::string path;
-        if (name.rfind("corpus/", 0) == 0)
-            path = testelf::corpus(name.substr(7));
-        else if (name.rfind("bin/", 0) == 0)
-            path = std::string(PLOTVIK_BIN_DIR) + "/" + name.substr(4);
-        else
-            path = (generated / name.substr(name.find('/') + 1)).string();
+        const std::string rest = name.substr(name.find('/') + 1);
+        const std::string path = name.starts_with("corpus/") ? testelf::corpus(rest)
+                                 : name.starts_with("bin/")  ? std::string(PLOTVIK_BIN_DIR) + "/" + rest
+                                                             : (generated / rest).string();
         const Listing now = list(path, QByteArray::fromStdString(generated.string()));
         EXPECT_EQ(std::tuple(now.lines, now.sha256.toStdString()), std::tuple(lines, sha256)) << name;
         // Intact firmware reports nothing (the DWARF 5 notice is only logged).
