@@ -122,11 +122,9 @@ TEST_F(CliCommands, NewRefusesWhatTheDialogRefuses)
 // the synopsis, with status 2.
 TEST_F(CliCommands, HelpVersionAndUsageErrors)
 {
-    for (const std::vector<std::string>& args : {std::vector<std::string>{"--help"}, {"record", "--help"}}) {
-        const CliRun r = cli(args, true);
-        EXPECT_EQ(std::tuple(r.code, r.output.rfind("Usage: plotvik-cli ", 0), r.error), std::tuple(0, 0u, ""))
-            << args[0];
-    }
+    const CliRun help = cli({"record", "--help"}, true);
+    EXPECT_EQ(std::tuple(help.code, help.output.rfind("Usage: plotvik-cli record ", 0), help.error),
+              std::tuple(0, 0u, ""));
     const CliRun version = cli({"--version"}, true);
     EXPECT_EQ(std::tie(version.code, version.output),
               std::tuple(0, "plotvik-cli (Norvex Plotvik) " + product::versionText() + "\n"));

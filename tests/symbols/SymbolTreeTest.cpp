@@ -100,15 +100,6 @@ public:
         at(v).hasAddress = at(v).hasDeclFile = true;
         return v;
     }
-    // A structure {int a; int b;}.
-    std::uint32_t pair()
-    {
-        const auto i32 = base("int", 4, 5);
-        const auto p = entry(kTagStruct, "pair", kNoDie, 8);
-        member(p, "a", i32, 0);
-        member(p, "b", i32, 4);
-        return p;
-    }
 
     // Fills a top-level node for the variable and returns it.
     Node* fill(std::uint32_t var)
@@ -190,8 +181,10 @@ TEST(SymbolTree, TypeTextsAndDeclaringFiles)
 TEST(SymbolTree, Budgets)
 {
     FakeDwarf f;
-    const auto pair = f.pair();
     const auto i32 = f.base("int", 4, 5);
+    const auto pair = f.entry(kTagStruct, "pair", kNoDie, 8);
+    f.member(pair, "a", i32, 0);
+    f.member(pair, "b", i32, 4);
     const auto small = f.variable("small", f.array(pair, {3, 2}), 0x100);     // 2 levels + 2 members
     const auto wide = f.variable("wide", f.array(pair, {10}), 0x200);         // 1 + 2
     const std::string longName(120, 'n');
