@@ -24,11 +24,12 @@ inline std::string asFile(const std::uint8_t* data, std::size_t size)
 }
 
 // Takes bytes from the front of an input; past its end every value reads as 0.
-class Cursor {
-public:
-    Cursor(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
+struct Cursor {
+    const std::uint8_t* data;
+    std::size_t size;
+    std::size_t pos = 0;
 
-    std::uint8_t byte() { return m_pos < m_size ? m_data[m_pos++] : 0; }
+    std::uint8_t byte() { return pos < size ? data[pos++] : 0; }
     std::uint32_t u32()
     {
         std::uint32_t v = 0;
@@ -40,32 +41,18 @@ public:
     std::string line(std::size_t max)
     {
         std::string s;
-        while (m_pos < m_size && s.size() < max) {
-            const char c = static_cast<char>(m_data[m_pos++]);
-            if (c == '\0' || c == '\n')
-                break;
+        for (char c; pos < size && s.size() < max && (c = static_cast<char>(data[pos++])) != '\0' && c != '\n';)
             s += c;
-        }
         return s;
     }
-    const std::uint8_t* rest() const { return m_data + m_pos; }
-    std::size_t remaining() const { return m_size - m_pos; }
-    void skip(std::size_t n) { m_pos += n < remaining() ? n : remaining(); }
-
-private:
-    const std::uint8_t* m_data;
-    std::size_t m_size;
-    std::size_t m_pos = 0;
+    const std::uint8_t* rest() const { return data + pos; }
+    std::size_t remaining() const { return size - pos; }
+    void skip(std::size_t n) { pos += n < remaining() ? n : remaining(); }
 };
 
 }  // namespace fuzz
 
 // Soft check of a harness's own invariant: a broken one ends the run as a
 // crash, so libFuzzer keeps the input and the replay test fails.
-#define FUZZ_CHECK(cond)                                                                 \
-    do {                                                                                 \
-        if (!(cond)) {                                                                   \
-            std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                                \
-        }                                                                                \
-    } while (0)
+#define FUZZ_CHECK(cond) \
+    ((cond) ? void() : (std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond), std::abort()))

@@ -25,22 +25,18 @@ extern "C" int LLVMFuzzerInitialize(int*, char*** argv)
 {
     // The scripted probe stands beside this program, where the loader looks first.
     tarvo::setApplicationPath(std::filesystem::absolute((*argv)[0]).string());
-    if (tarvo::load(false))
-        std::abort();
+    FUZZ_CHECK(!tarvo::load(false));  // load() answers true when it failed
     const std::string path = (std::filesystem::absolute((*argv)[0]).parent_path() / tarvo::kLibraryFile).string();
     void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
     g_play = module ? reinterpret_cast<FakeQtxPlay_fn*>(dlsym(module, "FakeQtxPlay")) : nullptr;
-    if (!g_play) {
-        std::fprintf(stderr, "the scripted probe library is not %s\n", path.c_str());
-        std::abort();
-    }
+    FUZZ_CHECK(g_play != nullptr);  // the scripted probe, not another library, was loaded
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     // Input: channel byte, name line, piece count, piece sizes, stream.
-    fuzz::Cursor in(data, size);
+    fuzz::Cursor in{data, size};
     FakeQtxScript script;
     const std::uint8_t channels = in.byte();
     script.channels = 1 + channels % 4;
@@ -61,8 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ProjectSettings s;
     s.IsQTXSession = true;
     s.TargetDevice = "Cortex-M4";
-    if (sampler.openProbe(s) != 0 || sampler.setUpTarget(s) != 0)
-        std::abort();
+    FUZZ_CHECK(sampler.openProbe(s) == 0 && sampler.setUpTarget(s) == 0);
     if (sampler.startSource(s, symbols, store) != 0) {
         sampler.close();
         return 0;
@@ -86,8 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                     pool.push_back(std::move(n->symbol().Values));
         }
     } giveBack{symbols};
-    if (!store.prepareFreshStart())
-        std::abort();
+    FUZZ_CHECK(store.prepareFreshStart());
     store.setOpen(true);
     int failed = 0;
     std::size_t firstPiece = 0;
@@ -110,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(store.writeIndex() == records);
     for (std::uint32_t r = 0; r < records; ++r) {
         const std::uint8_t* rec = script.stream + r * recordSize;
-        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == fuzz::Cursor(rec, 4).u32());
+        FUZZ_CHECK(!store.withTimeStamp() || store.timeStampAt(r) == (fuzz::Cursor{rec, 4}.u32()));
         for (const Node* n : symbols.selected()) {
             std::uint64_t expected = 0;
             std::memcpy(&expected, rec + n->symbol().Offset, n->Size);

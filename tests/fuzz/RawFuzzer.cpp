@@ -40,7 +40,7 @@ struct World {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static World w;
-    fuzz::Cursor in(data, size);
+    fuzz::Cursor in{data, size};
     const int count = 1 + in.byte() % kMaxSymbols;
     std::vector<Node*> selection;
     for (int i = 0; i < count; ++i) {
@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t records = recording->bytes.size() / recording->recordSize;
     if (!settings.TriggerOn) {
         FUZZ_CHECK(w.store.writeIndex() == records % SampleStore::kCapacity);
-        FUZZ_CHECK(records == 0 || w.store.timeStampAt(0) == fuzz::Cursor(in.rest(), 4).u32());
+        FUZZ_CHECK(records == 0 || w.store.timeStampAt(0) == (fuzz::Cursor{in.rest(), 4}.u32()));
     }
     return 0;
 }

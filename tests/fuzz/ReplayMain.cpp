@@ -15,19 +15,20 @@ int main(int argc, char** argv)
 {
     if (LLVMFuzzerInitialize)
         LLVMFuzzerInitialize(&argc, &argv);
-    std::vector<std::filesystem::path> inputs;
+    namespace fs = std::filesystem;
+    std::vector<fs::path> inputs;
     for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path arg(argv[i]);
-        if (std::filesystem::is_directory(arg)) {
-            for (const auto& entry : std::filesystem::directory_iterator(arg))
-                if (entry.is_regular_file())
-                    inputs.push_back(entry.path());
-        } else if (std::filesystem::exists(arg)) {
-            inputs.push_back(arg);
-        } else {
+        const fs::path arg(argv[i]);
+        if (!fs::exists(arg)) {
             std::fprintf(stderr, "no such input: %s\n", argv[i]);
             return 2;
         }
+        if (!fs::is_directory(arg))
+            inputs.push_back(arg);
+        else
+            for (const auto& entry : fs::directory_iterator(arg))
+                if (entry.is_regular_file())
+                    inputs.push_back(entry.path());
     }
     // An empty corpus would pass without testing anything.
     if (inputs.empty()) {
@@ -38,7 +39,7 @@ int main(int argc, char** argv)
     for (const auto& path : inputs) {
         std::fprintf(stderr, "%s\n", path.c_str());
         // Exactly the input's size, so reads past its end are caught.
-        std::vector<std::uint8_t> bytes(std::filesystem::file_size(path));
+        std::vector<std::uint8_t> bytes(fs::file_size(path));
         std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(bytes.data()), std::ssize(bytes));
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }

@@ -23,8 +23,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     // every rename over an existing file.
     std::string dir = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
     dir += "/plotvik-fuzz-settings-XXXXXX";
-    if (!mkdtemp(dir.data()))
-        std::abort();
+    FUZZ_CHECK(mkdtemp(dir.data()) != nullptr);
     g_path = dir + "/PlotvikSettings.ini";
     std::atexit([] { std::filesystem::remove_all(std::filesystem::path(g_path).parent_path()); });
     return 0;
@@ -33,7 +32,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     // The first line is the value to write, the rest the file.
-    fuzz::Cursor in(data, size);
+    fuzz::Cursor in{data, size};
     const std::string value = in.line(300);
     {
         std::ofstream out(g_path, std::ios::binary | std::ios::trunc);

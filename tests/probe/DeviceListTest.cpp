@@ -27,16 +27,9 @@ TEST(DeviceList, CoreTextsAndFilters)
     const std::uint32_t odd[] = {0x1234500};
     EXPECT_EQ(devicelist::coreText(odd, 1), "0x01234500");
 
-    DeviceEntry e;
-    e.name = "STM32F407VG";
-    e.manufacturer = "STMicroelectronics";
-    e.cores = "Cortex-M4 Rev.1";
-    e.numCores = 1;
-    e.flashSize = 1 << 20;
+    const DeviceEntry e{.name = "STM32F407VG", .manufacturer = "STMicroelectronics", .cores = "Cortex-M4 Rev.1",
+                        .numCores = 1, .flashSize = 1 << 20};
     EXPECT_TRUE(devicelist::matches("STM32F407VG", "f407"));
-    EXPECT_TRUE(devicelist::matches("abc", ""));
-    EXPECT_FALSE(devicelist::matches("", "a"));
-    EXPECT_FALSE(devicelist::matches("ab", "abc"));
     EXPECT_TRUE(devicelist::anyColumnMatches(e, "1 mb"));
     EXPECT_TRUE(devicelist::anyColumnMatches(e, "m4 rev"));
     EXPECT_FALSE(devicelist::anyColumnMatches(e, "m7"));

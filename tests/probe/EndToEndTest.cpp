@@ -93,17 +93,16 @@ TEST_F(EndToEnd, QtxRecordsArriveWithTheChannelsFormat)
 
     const auto& sel = ctl->symbols().selected();
     ASSERT_EQ(sel.size(), 4u);
-    EXPECT_EQ(std::tuple(sel[0]->Name, sel[2]->Name, sel[3]->Name),
-              std::tuple("4 Byte float QTX Data", "2 Byte signed QTX Data", "1 Byte unsigned QTX Data"));
-    EXPECT_EQ(ctl->store().recordSize(), 15u);
+    // Another name at that place: the channel's own, and the views colour it afresh.
+    EXPECT_EQ(std::tuple(sel[2]->Name, sel[2]->symbol().HasGraphColor, ctl->store().recordSize()),
+              std::tuple("2 Byte signed QTX Data", false, 15u));
     for (std::uint8_t i : {0, 1, 3}) {
         const SelectedSymbol& d = sel[i]->symbol();
-        EXPECT_TRUE(d.GraphColor == (Rgb{i, i, i, 255}) && d.HasGraphColor) << int(i);
-        EXPECT_TRUE(d.YResolution == 10u * (i + 1) && d.ManualYResolution) << int(i);
+        EXPECT_TRUE(d.GraphColor == (Rgb{i, i, i, 255}) && d.HasGraphColor && d.YResolution == 10u * (i + 1) &&
+                    d.ManualYResolution)
+            << int(i);
     }
-    EXPECT_FALSE(sel[2]->symbol().HasGraphColor) << "another name at that place: the views colour it afresh";
     EXPECT_GE(bridge.symbolChanges.load(), 1) << "the views must learn of the channel's symbols to colour them";
-    EXPECT_TRUE(ctl->project().settings().IsQTXWithTimeStamp);
 
     const SampleStore& st = ctl->store();
     const std::uint32_t n = st.recordCount();
@@ -139,15 +138,13 @@ TEST_F(EndToEnd, AQtxChannelWithoutSymbolsKeepsSamplingAndStoresNothing)
     ASSERT_EQ(ctl->postStartReading(), 0);
     ASSERT_TRUE(ctl->waitForQueue(20000));
     ASSERT_TRUE(ctl->samplingRunning()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
-    EXPECT_TRUE(ctl->symbols().selected().empty());
-    EXPECT_EQ(ctl->store().recordSize(), 0u);
+    EXPECT_EQ(std::tuple(ctl->symbols().selected().empty(), ctl->store().recordSize()), std::tuple(true, 0u));
     // Many read jobs later it still runs.
     const int before = bridge.dataUpdates.load();
     const auto ranOn = [&] { return bridge.dataUpdates.load() >= before + 20 || !ctl->samplingRunning(); };
     ASSERT_TRUE(QTest::qWaitFor(ranOn, 20000));
-    EXPECT_TRUE(ctl->samplingRunning());
+    EXPECT_EQ(std::tuple(ctl->samplingRunning(), ctl->store().recordCount()), std::tuple(true, 0u));
     EXPECT_TRUE(bridge.shown().empty()) << (bridge.shown().empty() ? "" : bridge.shown()[0].text);
-    EXPECT_EQ(ctl->store().recordCount(), 0u);
 }
 
 // The probe library keeps the reason of a failed call; the program asks it
@@ -156,10 +153,8 @@ TEST_F(EndToEnd, AFailedProbeCallSaysWhyTheProbeFailed)
 {
     ProjectSettings s;
     s.SamplingPeriod = 1000;
-    openProject(s, "Fast = 1\n");
-    s = ctl->project().settings();
     s.SerialNo = 42;  // the simulated probe has another serial number
-    ctl->project().apply(s);
+    openProject(s, "Fast = 1\n");
     Node* n = ctl->symbols().createDetachedSymbol();
     n->Name = n->NameWithParents = "g_tick_ms";
     n->Size = 4;

@@ -3,32 +3,33 @@
 
 #include <gtest/gtest.h>
 
+// Items become symbols in order; unaccepted sizes count as a format but add
+// nothing, a time stamp alone is none, letters ignore case and a lone last
+// character is ignored.
 TEST(QtxFormat, ItemsBecomeSymbolsInOrder)
 {
-    const QtxFormat f = parseQtxFormat("Plotvik_t4i2u1f4");
-    EXPECT_TRUE(f.valid && f.withTimeStamp);
-    ASSERT_EQ(f.items.size(), 3u);
-    EXPECT_EQ(std::tuple(f.items[0].name, f.items[0].typeId), std::tuple("2 Byte signed QTX Data", kTypeS16));
-    EXPECT_EQ(std::tuple(f.items[1].name, f.items[1].typeId), std::tuple("1 Byte unsigned QTX Data", kTypeU8));
-    EXPECT_EQ(std::tuple(f.items[2].name, f.items[2].typeId, f.items[2].isSigned),
-              std::tuple("4 Byte float QTX Data", kTypeFloat, true));
-}
-
-TEST(QtxFormat, UnacceptedSizesCountButAddNothing)
-{
-    const QtxFormat a = parseQtxFormat("Plotvik_b2f4");
-    EXPECT_TRUE(a.valid);
-    ASSERT_EQ(a.items.size(), 1u);
-    EXPECT_EQ(a.items[0].typeId, kTypeFloat);
-
-    const QtxFormat b = parseQtxFormat("Plotvik_b2");
-    EXPECT_TRUE(b.valid && b.items.empty());
-
-    EXPECT_FALSE(parseQtxFormat("Plotvik_x4").valid);
-    EXPECT_FALSE(parseQtxFormat("Plotvik_t4").valid) << "a time stamp alone is no format";
-
-    const QtxFormat odd = parseQtxFormat("Plotvik_U8I8F8b");
-    ASSERT_EQ(odd.items.size(), 3u) << "letters ignore case; a lone last character is ignored";
-    EXPECT_EQ(std::tuple(odd.items[0].typeId, odd.items[1].typeId, odd.items[2].typeId),
-              std::tuple(kTypeU64, kTypeS64, kTypeDouble));
+    using Items = std::vector<std::tuple<std::string, std::int32_t, bool>>;
+    const struct {
+        const char* name;
+        bool valid, withTimeStamp;
+        Items items;
+    } cases[] = {
+        {"Plotvik_t4i2u1f4", true, true,
+         {{"2 Byte signed QTX Data", kTypeS16, true}, {"1 Byte unsigned QTX Data", kTypeU8, false},
+          {"4 Byte float QTX Data", kTypeFloat, true}}},
+        {"Plotvik_b2f4", true, false, {{"4 Byte float QTX Data", kTypeFloat, true}}},
+        {"Plotvik_b2", true, false, {}},
+        {"Plotvik_x4", false, false, {}},
+        {"Plotvik_t4", false, true, {}},
+        {"Plotvik_U8I8F8b", true, false,
+         {{"8 Byte unsigned QTX Data", kTypeU64, false}, {"8 Byte signed QTX Data", kTypeS64, true},
+          {"8 Byte float QTX Data", kTypeDouble, true}}},
+    };
+    for (const auto& c : cases) {
+        const QtxFormat f = parseQtxFormat(c.name);
+        Items items;
+        for (const QtxItem& i : f.items)
+            items.emplace_back(i.name, i.typeId, i.isSigned);
+        EXPECT_EQ(std::tie(f.valid, f.withTimeStamp, items), std::tie(c.valid, c.withTimeStamp, c.items)) << c.name;
+    }
 }

@@ -13,7 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <map>
@@ -31,13 +30,7 @@ const Node* findInTree(SymbolTree* tree, const std::string& path)
     return nullptr;
 }
 
-std::vector<std::string> paths(const std::vector<Node*>& nodes)
-{
-    std::vector<std::string> out;
-    for (const Node* n : nodes)
-        out.push_back(n->NameWithParents);
-    return out;
-}
+const std::vector<std::string> kPicked = {"counter", "level", "pos.x", "samples[2]"};
 
 // A controller, started as the program starts it, with a folder of its own
 // that holds the first build as fw.elf.
@@ -46,7 +39,7 @@ struct Session {
     TestBridge bridge;
     std::unique_ptr<Controller> ctl;
     fs::path dir;
-    fs::path elf;
+    fs::path elf = dir / "fw.elf";
     std::map<std::string, std::uint32_t> oldAddress;
     int tableRow = 0;
 
@@ -55,7 +48,6 @@ struct Session {
         QStandardPaths::setTestModeEnabled(true);
         fs::remove_all(dir);
         fs::create_directories(dir);
-        elf = dir / "fw.elf";
         fs::copy_file(testelf::corpus("rebuild_v1.elf"), elf);
         ctl = std::make_unique<Controller>(engine, std::make_unique<FakeSampler>());
         ctl->setBridge(&bridge);
@@ -91,7 +83,7 @@ struct Session {
         SymbolTree* tree = ctl->symbols().tree();
         ASSERT_NE(tree, nullptr);
         std::vector<Node*> picked;
-        for (const char* path : {"counter", "level", "pos.x", "samples[2]"}) {
+        for (const std::string& path : kPicked) {
             picked.push_back(const_cast<Node*>(findInTree(tree, path)));
             ASSERT_NE(picked.back(), nullptr) << path;
             oldAddress[path] = picked.back()->Address;
@@ -116,33 +108,26 @@ struct Session {
         ASSERT_EQ(ctl->postCheckElfModifications(), 0);
         ASSERT_TRUE(ctl->waitForQueue(10000));
         ASSERT_TRUE(ctl->waitForQueue(10000));
-        EXPECT_FALSE(ctl->elfCheckPending());
-        EXPECT_FALSE(ctl->elfParsing());
+        EXPECT_FALSE(ctl->elfCheckPending() || ctl->elfParsing());
     }
-    std::vector<std::string> selected() { return paths(ctl->symbols().selected()); }
+    std::vector<std::string> selected()
+    {
+        std::vector<std::string> out;
+        for (const Node* n : ctl->symbols().selected())
+            out.push_back(n->NameWithParents);
+        return out;
+    }
 };
 
-const std::vector<std::string> kPicked = {"counter", "level", "pos.x", "samples[2]"};
-
 }  // namespace
-
-TEST(ElfTimeStamp, AnyDifferenceAtMillisecondPrecisionCounts)
-{
-    const auto t = fs::file_time_type::clock::now();
-    EXPECT_FALSE(ElfTimeDiffers(t, t));
-    EXPECT_TRUE(ElfTimeDiffers(t, t + 1s));
-    EXPECT_TRUE(ElfTimeDiffers(t + 1s, t)) << "an older file copied over counts too";
-    EXPECT_TRUE(ElfTimeDiffers(t, t - 5ms));
-}
 
 // An unchanged file, a deleted one, a QTX project and a project not parsed
 // yet: no question, no parse.
 TEST(ElfChangeCheck, NothingIsAskedWhenNothingChangedOrNothingIsChecked)
 {
-    for (const char* c : {"unchanged", "deleted", "qtx", "unparsed"}) {
-        SCOPED_TRACE(c);
-        Session s(c);
-        const std::string what = c;
+    for (const std::string what : {"unchanged", "deleted", "qtx", "unparsed"}) {
+        SCOPED_TRACE(what);
+        Session s(what);
         s.open(what == "qtx", what != "unparsed");
         const SymbolTree* before = s.ctl->symbols().tree();
         if (what == "deleted")
@@ -168,12 +153,9 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
 
     ASSERT_EQ(s.bridge.shown().size(), 1u);
     const MessageBoxRequest& box = s.bridge.boxes[0];
-    EXPECT_EQ(std::tie(box.text, box.button0, box.button1),
-              std::tuple("The elf file at\n" + s.elf.string() +
-                             "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected "
-                             "symbols?",
-                         "Reparse & Match symbols", "Reparse & Clear symbols"));
-    EXPECT_LE(box.timeoutMs, 0);
+    EXPECT_EQ(box.text, "The elf file at\n" + s.elf.string() +
+                            "\nwas modified.\nShould Plotvik reparse the elf file and try to match the selected "
+                            "symbols?");
 
     // counter became a long: dropped without a message; the others carry on
     // in tree order with the addresses of the rebuild.
@@ -187,26 +169,24 @@ TEST(ElfChangeCheck, RebuildWithATypeChangeDropsThatSymbolAndMovesTheOthers)
     const SelectedSymbol& l = s.ctl->symbols().selected()[0]->symbol();
     EXPECT_EQ(std::tie(l.GraphColor, l.HasGraphColor, l.YResolution, l.YOffset, l.DrawStyle, l.ShowInGraph, l.TableRow),
               std::tuple(Rgb{0x12, 0x34, 0x56, 255}, true, 50u, -3.0, 1, false, &s.tableRow));
-    EXPECT_TRUE(s.ctl->symbols().selectionChanged());
-    EXPECT_TRUE(s.ctl->symbols().matched().empty());
+    EXPECT_TRUE(s.ctl->symbols().selectionChanged() && s.ctl->symbols().matched().empty());
     EXPECT_FALSE(ElfTimeDiffers(s.ctl->symbols().elfTime(), t + 2s));
 }
 
-// A newer or an older time stamp counts as modified; the second answer clears
-// the selection.
+// A newer or an older time stamp, down to a millisecond, counts as modified;
+// the last answer clears the selection.
 TEST(ElfChangeCheck, TouchingOrCopyingAnOlderFileAsksAndReparses)
 {
     Session s("touch");
     s.open();
-    for (const auto shift : {3s, -3600s, 1s}) {
+    for (const std::chrono::milliseconds shift : {3000ms, -3600000ms, 5ms}) {
         const SymbolTree* before = s.ctl->symbols().tree();
-        s.bridge.answer = shift == 1s;  // then "Reparse & Clear symbols"
+        s.bridge.answer = shift == 5ms;  // then "Reparse & Clear symbols"
         fs::last_write_time(s.elf, s.ctl->symbols().elfTime() + shift);
         s.check();
         EXPECT_EQ(s.bridge.shown().size(), 1u) << shift.count();
-        EXPECT_NE(s.ctl->symbols().tree(), before) << "re-parsed";
-        EXPECT_NE(s.ctl->symbols().tree(), nullptr);
-        EXPECT_EQ(s.selected(), shift == 1s ? std::vector<std::string>{} : kPicked);
+        EXPECT_TRUE(s.ctl->symbols().tree() != before && s.ctl->symbols().tree()) << "re-parsed";
+        EXPECT_EQ(s.selected(), shift == 5ms ? std::vector<std::string>{} : kPicked);
     }
     EXPECT_TRUE(s.ctl->symbols().selectionChanged());
 }
@@ -223,12 +203,9 @@ TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
     for (const char* name : {"demo_bsq.plotvik", "demo.elf"})
         fs::copy_file(demo / name, s.dir / "sub" / name);
     const std::string project = (s.dir / "sub" / "demo_bsq.plotvik").string();
-    // What the project file lists, read on its own.
     Project listed;
-    SymbolDatabase listedSymbols;
-    ASSERT_EQ(LoadProject(project, listed, listedSymbols), 0);
-    std::vector<std::string> expected = paths(listedSymbols.selected());
-    ASSERT_FALSE(expected.empty());
+    SymbolDatabase listedSymbols;  // what the project file lists, read on its own
+    ASSERT_TRUE(LoadProject(project, listed, listedSymbols) == 0 && !listedSymbols.selected().empty());
 
     const fs::path before = fs::current_path();
     fs::current_path(s.dir);
@@ -243,14 +220,10 @@ TEST(DemoProject, OpenedByARelativePathFromAnotherFolderMatchesAllItsSymbols)
     EXPECT_EQ(std::tuple(s.ctl->project().path(), RecentLists::instance().entry(1, 0),
                          Settings::instance().currentProject(), s.ctl->elfPath()),
               std::tuple(project, project, project, (s.dir / "sub" / "demo.elf").string()));
-    // Each listed entry found its node (matching compares file, path and type);
-    // re-matching keeps the order of the tree, so compare as sets.
+    // Each listed entry found its node (matching compares file, path and type).
+    EXPECT_EQ(s.ctl->symbols().selected().size(), listedSymbols.selected().size());
     for (const Node* n : s.ctl->symbols().selected())
         EXPECT_EQ(n, findInTree(s.ctl->symbols().tree(), n->NameWithParents));
-    std::vector<std::string> got = s.selected();
-    std::ranges::sort(got);
-    std::ranges::sort(expected);
-    EXPECT_EQ(got, expected);
     // A script not beside the project goes to the library as written.
     EXPECT_EQ(s.ctl->scriptPath(), "demo.TarvoScript");
     fs::copy_file(demo / "demo.TarvoScript", s.dir / "sub" / "demo.TarvoScript");

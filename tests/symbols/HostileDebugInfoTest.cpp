@@ -3,7 +3,6 @@
 // variables, and the damaged ones are cut or limited with a log line instead
 // of taking the parse down with them.
 #include "TestElf.h"
-#include "TreeWalk.h"
 
 #include "symbols/SymbolTree.h"
 
@@ -41,14 +40,11 @@ struct Row {
 };
 
 const Row kRows[] = {
-    // Intact in every file, including the unit after the damaged header.
+    // Intact in every file, including the unit after the damaged header (the
+    // listings pin the other intact leaves).
     {nullptr, "intact_counter", kTypeS32, kCutNone, nullptr},
-    {nullptr, "intact_pair.a", kTypeS32, kCutNone, nullptr},
-    {nullptr, "intact_pair.b", kTypeS16, kCutNone, nullptr},
     {nullptr, "intact_table[3]", kTypeS32, kCutNone, nullptr},
-    {nullptr, "intact_gain", kTypeFloat, kCutNone, nullptr},
     {nullptr, "intact_after_broken", kTypeS32, kCutNone, nullptr},
-    {nullptr, "intact_late.x", kTypeU8, kCutNone, nullptr},
     {nullptr, "intact_late.y", kTypeU16, kCutNone, nullptr},
     {"self_struct", "knot_var", kAny, kCutVariableBudget, "Variable knot_var is cut short"},
     {"typedef_loop", "looped", kTypeless, kCutNone, "looped has no type"},
@@ -106,47 +102,6 @@ TEST(HostileDebugInfo, EveryFileLoadsWithItsIntactVariablesAndCutsTheDamagedOnes
     EXPECT_EQ(files, 2u * kinds.size() - 2) << "the array kinds are made for DWARF 4 only";
 }
 
-// A structure that contains itself twice would expand to 2^33 nodes under the
-// depth rule: it expands depth first until its variable's share is spent. An
-// array of sixteen million words costs one node, its elements made on demand.
-TEST(HostileDebugInfo, SelfContainingStructuresAndLongArraysStayWithinTheirBudgets)
-{
-    for (const auto& path : corpusFiles("self_struct")) {
-        testelf::Parsed p(path);
-        ASSERT_NE(p.db.tree(), nullptr) << path;
-        Node* knot = const_cast<Node*>(p.find("knot_var"));
-        ASSERT_NE(knot, nullptr) << path;
-        std::size_t below = 0;
-        bool cut = false;
-        treewalk::forEach(p.db.tree()->arena, knot->Children, [&](Node& n) {
-            ++below;
-            cut = cut || n.Unexpanded == kCutVariableBudget;
-            // Structures left without members are nothing to sample.
-            if (n.IsLeaf) {
-                EXPECT_NE(n.Tag, static_cast<std::uint32_t>(kTagStruct)) << n.NameWithParents;
-            }
-        });
-        EXPECT_GT(below, 100000u) << path;
-        EXPECT_LE(below, symtree::TreeLimits{}.variableNodes) << path;
-        EXPECT_TRUE(cut) << path;
-        // Expanded by the depth rule down to its limit.
-        std::string deep = "knot_var";
-        for (std::uint32_t d = 1; d < symtree::kMaxDepth; ++d)
-            deep += ".left";
-        EXPECT_NE(p.find(deep), nullptr) << path;
-    }
-    for (const auto& path : corpusFiles("bulk_array")) {
-        testelf::Parsed p(path);
-        ASSERT_NE(p.db.tree(), nullptr) << path;
-        EXPECT_LT(p.db.tree()->arena.size(), 100000u) << path;
-        const Node* last = p.find("bulk[16777215]");
-        ASSERT_NE(last, nullptr) << path;
-        EXPECT_EQ(std::tuple(last->Parent->ElementCount, last->Address),
-                  std::tuple(0x01000000u, last->Parent->Address + 4u * 16777215u))
-            << path;
-    }
-}
-
 // An unreadable unit is reported with its offset. A unit length that runs past
 // the section leaves no way to find the units after it: the walk ends there
 // with a log line, the units before it stay.
@@ -154,18 +109,18 @@ TEST(HostileDebugInfo, AUnitLengthPastTheSectionEndsTheWalkThere)
 {
     for (const auto& path : corpusFiles("broken_header")) {
         std::vector<unsigned char> image = testelf::readBytes(path);
-        std::size_t section = 0;
-        std::size_t broken = 0;
-        for (std::size_t u : testelf::unitOffsets(image, section))
-            if (image[section + u + 4] == 9)
-                broken = section + u;
+        std::size_t section = 0, size = 0, broken = 0;
+        ASSERT_TRUE(testelf::findSection(image, ".debug_info", section, size));
+        for (std::uint32_t u = 0, length = 0; u + 4 <= size; u += 4 + length) {
+            std::memcpy(&length, image.data() + section + u, 4);
+            broken = image[section + u + 4] == 9 ? section + u : broken;
+        }
         ASSERT_NE(broken, 0u) << path;
         {
             testelf::Parsed intact(path);
             char offset[32];
             std::snprintf(offset, sizeof offset, "0x%zX", broken - section);
-            const auto& r = intact.errors.records;
-            EXPECT_TRUE(std::any_of(r.begin(), r.end(), [&](const auto& e) {
+            EXPECT_TRUE(std::ranges::any_of(intact.errors.records, [&](const auto& e) {
                 return e.code == elf::kErrCompileUnit && e.detail == offset && e.kind == 66;
             })) << path;
         }

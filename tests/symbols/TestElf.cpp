@@ -54,20 +54,9 @@ bool findSection(const std::vector<unsigned char>& image, const char* wanted, st
     return false;
 }
 
-std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset)
-{
-    std::vector<std::size_t> units;
-    std::size_t size = 0;
-    if (!findSection(image, ".debug_info", sectionOffset, size))
-        return units;
-    for (std::size_t off = 0; off + 4 <= size; off += 4 + get(image, sectionOffset + off))
-        units.push_back(off);
-    return units;
-}
-
 ErrorCapture::ErrorCapture()
+    : m_previous(elf::setReportHandler([this](const elf::ErrorRecord& r) { records.push_back(r); }))
 {
-    m_previous = elf::setReportHandler([this](const elf::ErrorRecord& r) { records.push_back(r); });
 }
 
 ErrorCapture::~ErrorCapture() { elf::setReportHandler(m_previous); }

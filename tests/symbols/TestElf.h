@@ -16,8 +16,6 @@ std::vector<unsigned char> readBytes(const std::string& path);
 std::string writeTemp(const std::string& name, const std::vector<unsigned char>& bytes);
 // File offset and size of a section of a 32-bit little-endian ELF, by name.
 bool findSection(const std::vector<unsigned char>& image, const char* name, std::size_t& offset, std::size_t& size);
-// Header offsets of the units in .debug_info of a 32-bit little-endian ELF.
-std::vector<std::size_t> unitOffsets(const std::vector<unsigned char>& image, std::size_t& sectionOffset);
 
 // Collects reported ELF errors for its lifetime.
 class ErrorCapture {
