@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -96,6 +98,33 @@ TEST_F(StoreFixture, RingWrapsAfterCapacityRecords)
     EXPECT_EQ(std::tuple(store.timeStampAt(0), store.timeStampAt(SampleStore::kCapacity - 2)),
               std::tuple(2000u, SampleStore::kCapacity * 1000u));
     EXPECT_EQ(valueAt(*n, SampleStore::kCapacity - 2), -7.0);
+}
+
+TEST_F(StoreFixture, ReadersStepAsideWhileTheStoreIsRewritten)
+{
+    addSymbol(2, kTypeS16);
+    start();
+    feed({1, 2, 3});
+    std::atomic<bool> inside{false}, release{false};
+    std::thread importer([&] {
+        store.rewrite([&] {
+            inside = true;
+            while (!release)
+                std::this_thread::yield();
+            store.clear();
+            feed({7, 8});
+        });
+    });
+    while (!inside)
+        std::this_thread::yield();
+    bool ran = false;
+    EXPECT_FALSE(store.tryRead([&] { ran = true; }));
+    EXPECT_FALSE(ran);
+    release = true;
+    importer.join();
+    std::uint32_t seen = 0;
+    EXPECT_TRUE(store.tryRead([&] { seen = store.recordCount(); }));
+    EXPECT_EQ(seen, 1u);  // before the wrap the count is one less than stored
 }
 
 TEST_F(StoreFixture, QtxWithoutTimeStampNumbersRecordsInHundreds)

@@ -40,6 +40,17 @@ TEST(Corpus, SelectedElementsOfLongArraysSurviveSavingAndOpening)
     EXPECT_LT(db.tree()->arena.size(), 100u) << "the other elements are not made";
 }
 
+// A failed parse drops the tree of the file before: no stale addresses to sample.
+TEST(Corpus, UnreadableFileLeavesNoTree)
+{
+    SymbolDatabase db;
+    ASSERT_EQ(db.parseElf(corpus("shapes_c_dwarf4_O0.elf"), false, nullptr), 0);
+    testelf::ErrorCapture errors;
+    EXPECT_EQ(db.parseElf(corpus("shapes_c.o"), false, nullptr), -1);
+    EXPECT_EQ(db.tree(), nullptr);
+    EXPECT_TRUE(errors.has(elf::kErrNotExecutable));
+}
+
 // With FloatByEncoding every base type of a floating-point encoding samples
 // as a float, whatever qualifiers or typedef names stand around it (the
 // listing pins the default, by the type text). The rule is taken when a parse

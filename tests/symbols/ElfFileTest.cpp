@@ -1,5 +1,6 @@
 #include "TestElf.h"
 
+#include "symbols/DebugInfo.h"
 #include "symbols/ElfFile.h"
 
 #include <gtest/gtest.h>
@@ -85,4 +86,39 @@ TEST(ElfOpen, TwoSlotsHeaderOnlyAndUnknownHandles)
     EXPECT_FALSE(elf::checkHandle(reinterpret_cast<elf::File*>(&notAFile)));
     elf::close(reinterpret_cast<elf::File*>(&notAFile));
     EXPECT_EQ(std::ranges::count(errors.records, elf::kErrInvalidHandle, &elf::ErrorRecord::code), 2);
+}
+
+// Each kind of location a variable can have, and each expression the reader
+// refuses with its error.
+TEST(Location, Evaluation)
+{
+    const struct {
+        std::vector<unsigned char> expr;
+        bool isStatic;
+        std::uint64_t address;
+        int error;
+    } cases[] = {
+        {{0x03, 0x10, 0x20, 0x00, 0x20}, true, 0x20002010, 0},
+        {{0x03, 0x00, 0x10, 0x00, 0x20, 0x23, 0x08}, true, 0x20001008, 0},
+        {{0x91, 0x7c}, false, 0, 0},                          // fbreg -4
+        {{0x50}, false, 0, 0},                                // reg0
+        {{0x03, 0, 0, 0, 0x20, 0x9f}, false, 0x20000000, 0},  // stack_value: a value, not a place
+        {{0x9e, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9}, false, 0, 46},
+        {{0xa3, 0x00}, false, 0, 47},
+        {{0x03, 0x00, 0x10}, false, 0, 50},  // truncated address
+        {{0x9d, 4, 0}, false, 0, 49},
+    };
+    for (const auto& c : cases) {
+        const elf::Location loc = elf::evaluateLocation(c.expr.data(), c.expr.size(), 4, 4);
+        EXPECT_EQ(std::tuple(loc.isStatic, loc.error, loc.isStatic ? loc.address : 0),
+                  std::tuple(c.isStatic, c.error, c.isStatic ? c.address : 0))
+            << int(c.expr[0]);
+    }
+    std::vector<unsigned char> pieces;
+    for (int i = 0; i < 17; ++i)
+        pieces.insert(pieces.end(), {0x50, 0x93, 4});
+    EXPECT_EQ(elf::evaluateLocation(pieces.data(), pieces.size(), 4, 4).error, 48);
+    const unsigned char addrx[] = {0xa1, 0x05};
+    const elf::Location x = elf::evaluateLocation(addrx, sizeof addrx, 4, 4);
+    EXPECT_EQ(std::tuple(x.isStatic, x.indexed, x.addrIndex), std::tuple(true, true, 5u));
 }
