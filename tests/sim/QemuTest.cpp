@@ -31,7 +31,6 @@ protected:
     void TearDown() override
     {
         TARVO_BSQ_Stop();
-        TARVO_QTXTERMINAL_Control(TARVO_QTX_CMD_STOP, nullptr);
         TARVOARM_Close();
         m_board.reset();
     }
